@@ -1,0 +1,84 @@
+// The program's message table: every text that MakeVern3D shows to its user, keyed by id.
+// Ids 1 to 16 belong to the converter, 4096 to 4105 to the symbol parser. Texts are printf-style
+// formats filled by their callers; they are stored exactly as shown to the user.
+#include "ResString.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace {
+
+constexpr std::string_view kHelpText =
+    "MakeVern3D command line arguments\n"
+    "\n"
+    "\n"
+    "MakeVern3D.exe [inputfiles] [-o outputfile] [-h] [-maop] [-obj objects]\n"
+    "\n"
+    "-o outputfile\t->\tspecifies the outputfile\n"
+    "-h\t->\toutputs a short description\n"
+    "-ma filename\t->\tuse file for mesh anim operations (like vertex move)\n"
+    "-maop\t->\tin mesh animations output only positions of vertices (this can save a lot of disk space)\n"
+    "-obj objects\t->\tconvert specified objects (this includes subobjects), not specified \n"
+    "\n"
+    "inputfiles\t->\tfilename[ inputfiles]\n"
+    "outputfile\t->\tfilename\n"
+    "filename\t->\t//a file name; if the file name contains space characters the file name must be enclosed in quotations marks\n"
+    "objects\t->\tobjectname[ objects]\n"
+    "objectname\t->\t//an object name; if the object name contains space characters the object name must be enclosed in quotations marks\n"
+    "\n"
+    "\n"
+    "examples\n"
+    "\n"
+    "MakeVern3D.exe inputA inputB.ase -o output\n"
+    "\tcompiles \"inputA\" or \"inputA.ase\" to \"output01.vern3D\"\n"
+    "\tcompiles \"inputB.ase\" to \"output02.vern3D\"\n"
+    "\n"
+    "MakeVern3D.exe \"file with spaces.ase\"\n"
+    "\t";
+
+constexpr std::array<std::pair<uint32_t, std::string_view>, 27> kMessages{{
+    {1, "MakeVern3D Version 2.0\n"
+        "Copyright (C) The MakeVern3D developers. All rights reserved.\n"
+        "\n"},
+    {2, kHelpText},
+    {3, "An error is occured during a output file operation.\n"},
+    {4, "File successful compiled.\n"},
+    {5, "The ASE file has an old version number. This can end with wrong results.\n"},
+    {6, "Unknown material class '%s'.\n"},
+    {7, "Unknown map type '%s'.\n"},
+    {8, "Unknown map class '%s'.\n"},
+    {9, "Color vertices are not supported at this time.\n"},
+    {10, "Can not found parent object '%s' of object '%s'.\n"},
+    {11, "Unknown helper class '%s'.\n"},
+    {12, "Found node name '%s' but expected '%s'.\n"},
+    {13, "Unknown XP type '%s' in material '%s'.\n"},
+    {14, "Invalid material id '%d' in object '%s'.\n"},
+    {15, "For creating a matrix animation from a mesh animation is a mesh animation necessary. "
+         "This error appears in object '%s'."},
+    {16, "The vertex count differs to older frames. Object: %s Frame: %d\n"},
+    {4096, "Could not open file '%s'.\n"},
+    {4097, "%s(%d) error: "},
+    {4098, "Could not read next char.\n"},
+    {4099, "Do not know what symbol '%s' means.\n"},
+    {4100, "Missing symbol '%s'.\n"},
+    {4101, "Could not read from file '%s'.\n"},
+    {4102, "Aspected symbol '%s' but found symbol '%s'.\n"},
+    {4103, "%s(%d) warning: "},
+    {4104, "Symbol '%s' could not scanned.\n"},
+    {4105, "Error occured while writing file '%s'.\n"},
+    // Our own additions for conditions the classic table has no words for.
+    {4106, "Symbol is longer than %d characters.\n"},
+}};
+
+}  // namespace
+
+bool FindModuleString(uint32_t id, std::string_view* text)
+{
+    const auto found = std::find_if(kMessages.begin(), kMessages.end(),
+                                    [id](const auto& entry) { return entry.first == id; });
+    if (found == kMessages.end())
+        return false;
+    *text = found->second;
+    return true;
+}

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "Status.h"
+
+#include <cstdint>
+
+class OutputStream {
+public:
+    virtual ~OutputStream() = default;
+    virtual HRESULT Write(const void* buffer, uint32_t size) = 0;
+};

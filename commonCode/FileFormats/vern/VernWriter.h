@@ -1,0 +1,63 @@
+// Writer of vern chunk containers: a 44-byte GUID-tagged header, the chunks' bytes, and a
+// directory of the chunk tree written last.
+#pragma once
+
+#include "OutputStream.h"
+#include "Status.h"
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+class FileStream;
+
+struct Guid {
+    uint32_t data1;
+    uint16_t data2;
+    uint16_t data3;
+    uint8_t data4[8];
+};
+
+extern const Guid FileTypeVernDefault;  // {0AB3F933-9362-11D1-9A2B-080000300512}
+extern const Guid FileTypeVern3D;       // {0AB3F934-9362-11D1-9A2B-080000300512}
+
+constexpr HRESULT VERN_E_CHUNK_CLOSED = static_cast<HRESULT>(0x80044010u);
+constexpr uint32_t kVernNoOffset = 0xFFFFFFFFu;
+
+struct VernChunk {
+    uint32_t id = 0;
+    uint32_t offset = kVernNoOffset;
+    uint32_t size = 0;
+    bool closed = false;
+    std::vector<std::unique_ptr<VernChunk>> children;
+};
+
+class VernWriter {
+public:
+    VernWriter();
+    ~VernWriter();
+    VernWriter(const VernWriter&) = delete;
+    VernWriter& operator=(const VernWriter&) = delete;
+
+    HRESULT SetFileType(const Guid& type);
+    HRESULT Open(const char* fileName, bool create);
+    HRESULT BeginFile();
+    HRESULT CreateChunk(VernChunk** chunk, uint32_t id, VernChunk* parent);
+    HRESULT WriteData(const void* data, uint32_t size, VernChunk* chunk);
+    HRESULT BeginDirectWrite(OutputStream** stream, VernChunk* chunk);
+    HRESULT EndDirectWrite(OutputStream* stream, VernChunk* chunk);
+    HRESULT Close();
+    HRESULT Release();
+
+    VernChunk* Root() { return &root; }
+
+    // Length prefix (1, 3 or 7 bytes), then the bytes, no terminator.
+    static HRESULT WriteCountedString(std::string_view text, OutputStream* stream);
+
+private:
+    class BufferedOutput;
+    // (members chosen by the implementation)
+    VernChunk root;
+    std::unique_ptr<BufferedOutput> output;
+};

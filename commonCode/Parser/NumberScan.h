@@ -1,0 +1,13 @@
+// Number scanning with exactly the C library's rules for the readers' formats:
+//   ScanInt   == (sscanf(text, "%d", &value) == 1)   (also what "%d:" yields as its item count)
+//   ScanFloat == (sscanf(text, "%f", &value) == 1)   (float32)
+// Leading white space is skipped, a sign is taken, and the longest prefix that the C library
+// would take is converted: "30.5" gives 30, "1.5abc" gives 1.5, "-1.#IND0" gives -1, "x" fails.
+// The text ends at its first zero byte or at the end of the view. On failure `value` is untouched.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+bool ScanInt(std::string_view text, int32_t* value);
+bool ScanFloat(std::string_view text, float* value);
