@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 
 struct Vector3 {
     float x = 0.0f;
@@ -16,8 +17,8 @@ struct Vector3 {
 struct Matrix {
     std::array<float, 16> m{};
 
-    float& operator()(int row, int column) { return m[static_cast<size_t>(4 * row + column)]; }
-    float operator()(int row, int column) const { return m[static_cast<size_t>(4 * row + column)]; }
+    float& operator()(int row, int column) { return m[static_cast<std::size_t>(4 * row + column)]; }
+    float operator()(int row, int column) const { return m[static_cast<std::size_t>(4 * row + column)]; }
 
     static Matrix Identity();
 };
