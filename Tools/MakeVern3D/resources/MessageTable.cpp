@@ -37,7 +37,7 @@ constexpr std::string_view kHelpText =
     "MakeVern3D.exe \"file with spaces.ase\"\n"
     "\t";
 
-constexpr std::array<std::pair<uint32_t, std::string_view>, 27> kMessages{{
+constexpr std::array<std::pair<uint32_t, std::string_view>, 31> kMessages{{
     {1, "MakeVern3D Version 2.0\n"
         "Copyright (C) The MakeVern3D developers. All rights reserved.\n"
         "\n"},
@@ -57,6 +57,9 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 27> kMessages{{
     {15, "For creating a matrix animation from a mesh animation is a mesh animation necessary. "
          "This error appears in object '%s'."},
     {16, "The vertex count differs to older frames. Object: %s Frame: %d\n"},
+    {17, "Object '%s' already has a parent; the parent record '%s' is ignored.\n"},
+    {18, "Unknown option '-%s' is ignored.\n"},
+    {19, "The scene's frame speed times its ticks per frame is 0; key and frame times are set to 0.\n"},
     {4096, "Could not open file '%s'.\n"},
     {4097, "%s(%d) error: "},
     {4098, "Could not read next char.\n"},
@@ -69,6 +72,7 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 27> kMessages{{
     {4105, "Error occured while writing file '%s'.\n"},
     // Our own additions for conditions the classic table has no words for.
     {4106, "Symbol is longer than %d characters.\n"},
+    {4107, "Blocks are nested deeper than %d levels.\n"},
 }};
 
 }  // namespace

@@ -1,0 +1,157 @@
+#include "AseParser.h"
+
+#include "Messages.h"
+#include "NumberScan.h"
+
+AseParser::AseParser() = default;
+AseParser::~AseParser() = default;
+
+HRESULT AseParser::ParseFile(const std::string& sourceName, const std::string& outputName)
+{
+    frameSpeed = -1;
+    ticksPerFrame = -1;
+    textureSets.clear();
+    materialProperties.clear();
+    materialTable.clear();
+    nodeIndex.Clear();
+    root.reset();
+    root = std::make_unique<BaseNode>("root node - " + sourceName);
+    nodeIndex.Add(root.get());
+    blockDepth = 0;
+    zeroTimeBaseWarned = false;
+    return BaseParser::ParseFile(sourceName, outputName);
+}
+
+void AseParser::HandleSymbol(std::string& symbol)
+{
+    if (symbol == "*3DSMAX_ASCIIEXPORT")
+        ReadVersion(symbol);
+    else if (symbol == "*COMMENT")
+        NextSymbol(symbol);
+    else if (symbol == "*SCENE")
+        ReadScene(symbol);
+    else if (symbol == "*GEOMOBJECT")
+        ReadGeomObject(symbol);
+    else if (symbol == "*HELPEROBJECT")
+        ReadHelperObject(symbol);
+    else if (symbol == "*GROUP")
+        ReadGroup(symbol);
+    else
+        BaseParser::HandleSymbol(symbol);
+}
+
+bool AseParser::EnterBlock()
+{
+    if (blockDepth >= kMaxBlockDepth) {
+        Error(kMessageNestingTooDeep, kMaxBlockDepth);
+        return false;
+    }
+    ++blockDepth;
+    return true;
+}
+
+bool AseParser::ReadInt(std::string& symbol, int32_t* value)
+{
+    NextSymbol(symbol);
+    if (ScanInt(symbol, value))
+        return true;
+    Error(kMessageCouldNotScan, symbol.c_str());
+    return false;
+}
+
+bool AseParser::ReadFloat(std::string& symbol, float* value)
+{
+    NextSymbol(symbol);
+    if (ScanFloat(symbol, value))
+        return true;
+    Error(kMessageCouldNotScan, symbol.c_str());
+    return false;
+}
+
+void AseParser::SkipValues(std::string& symbol, int count)
+{
+    for (int i = 0; i < count; ++i)
+        NextSymbol(symbol);
+}
+
+int32_t AseParser::TicksToMilliseconds(int32_t ticks)
+{
+    const uint32_t base = static_cast<uint32_t>(ticksPerFrame) * static_cast<uint32_t>(frameSpeed);
+    if (base == 0) {
+        // No time base: every key falls on time 0. Said once per file.
+        if (!zeroTimeBaseWarned) {
+            zeroTimeBaseWarned = true;
+            Warning(kMessageZeroTimeBase);
+        }
+        return 0;
+    }
+    return static_cast<int32_t>(static_cast<uint32_t>(ticks) * 1000u / base);
+}
+
+void AseParser::LinkNode(BaseNode* parent, std::unique_ptr<BaseNode> node)
+{
+    BaseNode* raw = node.get();
+    parent->AddChild(std::move(node));
+    nodeIndex.Add(raw);
+}
+
+void AseParser::RenameNode(BaseNode& node, const std::string& name)
+{
+    if (node.Parent())
+        nodeIndex.Rename(&node, name);
+    node.name = name;
+}
+
+void AseParser::ReadVersion(std::string& symbol)
+{
+    int32_t version = 0;
+    if (!ReadInt(symbol, &version))
+        return;
+    if (version < 200)
+        Warning(kMessageOldVersion);
+}
+
+void AseParser::ReadScene(std::string& symbol)
+{
+    const Block result = ReadBlock(symbol, [&](std::string& keyword) {
+        if (keyword == "*SCENE_FILENAME" || keyword == "*SCENE_FIRSTFRAME" || keyword == "*SCENE_LASTFRAME") {
+            SkipValues(keyword, 1);
+        } else if (keyword == "*SCENE_FRAMESPEED") {
+            if (!ReadInt(keyword, &frameSpeed))
+                return Keyword::ReturnNow;
+        } else if (keyword == "*SCENE_TICKSPERFRAME") {
+            if (!ReadInt(keyword, &ticksPerFrame))
+                return Keyword::ReturnNow;
+        } else if (keyword == "*SCENE_BACKGROUND_STATIC" || keyword == "*SCENE_AMBIENT_STATIC") {
+            SkipValues(keyword, 3);
+        } else {
+            return Keyword::NotMine;
+        }
+        return Keyword::Handled;
+    });
+    if (result != Block::Ended)
+        return;
+    if (frameSpeed == -1)
+        Error(kMessageMissingSymbol, "SCENE_FRAMESPEED");
+    if (ticksPerFrame == -1)
+        Error(kMessageMissingSymbol, "SCENE_TICKSPERFRAME");
+}
+
+void AseParser::ReadGroup(std::string& symbol)
+{
+    NextSymbol(symbol);  // the group's name
+    NextSymbol(symbol);  // its "{", taken on trust
+    if (!EnterBlock())
+        return;
+    bool more = NextSymbol(symbol);
+    while (more && !errorFlag) {
+        if (symbol == BlockBegin())
+            SkipBlock(symbol);
+        else if (symbol == BlockEnd())
+            break;
+        else
+            HandleSymbol(symbol);
+        more = NextSymbol(symbol);
+    }
+    LeaveBlock();
+}

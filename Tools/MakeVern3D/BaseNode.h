@@ -1,0 +1,170 @@
+// The scene tree: the root is a BaseNode, helper objects are TransformNodes, geometry objects
+// MeshNodes. A node owns its children. Walks over the tree are iterative, so a hierarchy as deep
+// as the input makes it never grows the stack.
+#pragma once
+
+#include "SceneRecords.h"
+#include "Status.h"
+#include "TransformMath.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+class AseParser;
+class BaseParser;
+class OpenPath;
+class VernWriter;
+struct VernChunk;
+
+// What GetInfo reports: written to the output byte for byte (104 bytes).
+struct NodeInfo {
+    enum Flags : uint32_t {
+        kFilled = 1,
+        kMatrix = 2,
+        kParentBoundsA = 4,
+        kBounds = 8,
+        kParentBoundsB = 16,
+    };
+    uint32_t size = 0;
+    uint32_t flags = 0;
+    Matrix matrix;
+    Sphere bounds;
+    Sphere parentBounds;
+};
+static_assert(sizeof(NodeInfo) == 104);
+
+// The node's keys for evaluation and the local transform at the time last evaluated.
+class TransformTrack {
+public:
+    virtual ~TransformTrack() = default;
+
+    // Sets `matrix` to the local transform at `time` (milliseconds).
+    void Evaluate(uint32_t time);
+
+    std::vector<PositionKey> positionKeys;
+    std::vector<RotationKey> rotationKeys;
+    Matrix matrix = Matrix::Identity();
+};
+
+struct NodeWriteContext;
+
+class BaseNode {
+public:
+    explicit BaseNode(std::string name = {});
+    virtual ~BaseNode();
+    BaseNode(const BaseNode&) = delete;
+    BaseNode& operator=(const BaseNode&) = delete;
+
+    // Fills `info` (zeroed, size set by the caller). For a transform node this also grows the
+    // bounds of the ancestors, exactly as asking each parent for its own record would.
+    virtual void GetInfo(NodeInfo& info);
+    // Before the node's chunk exists: may compute the node's own bounds; `write` false leaves the
+    // node (and its subtree) out of the file.
+    virtual HRESULT BeginWrite(NodeWriteContext& context, bool* write);
+    // After the children's chunks: the node's NodeInfo and name, then its further chunks.
+    virtual HRESULT EndWrite(NodeWriteContext& context);
+    // Local transform and key matrices of this node (children are prepared first by PrepareTree).
+    virtual void PrepareNode(OpenPath& path);
+    // The world transform at `time`: the parent's world for the root, local * parent otherwise.
+    virtual Matrix GetTransform(uint32_t time);
+    // The latest key or frame time in this subtree.
+    uint32_t GetLastKeyTime();
+    virtual uint32_t OwnLastKeyTime() const { return 0; }
+    virtual void CreateAnimFromMesh(BaseParser& reporter) {}
+    virtual bool IsTransformNode() const { return false; }
+
+    // Prepare of the whole subtree, children before their parents.
+    void Prepare();
+    // Writes the subtree's chunks under `parentChunk`; children first, then each node's own.
+    HRESULT Write(VernWriter& writer, AseParser& reader, VernChunk* parentChunk);
+
+    void AddChild(std::unique_ptr<BaseNode> child);
+    // Depth-first pre-order search for the first node named exactly `name`.
+    BaseNode* FindNode(const std::string& name);
+    // Moves the children up to the parent (appended in order), unlinks and destroys this node.
+    void Remove();
+
+    // Name directives and -obj selection.
+    void ApplyNameDirectives(BaseParser& reporter);
+    void SelectObjects(const std::vector<std::string>& names);
+
+    BaseNode* Parent() const { return parent; }
+    const std::vector<std::unique_ptr<BaseNode>>& Children() const { return children; }
+    uint64_t LinkSequence() const { return linkSequence; }
+
+    std::string name;
+    bool hasBounds = false;
+    Sphere bounds;
+    VernChunk* chunk = nullptr;
+
+protected:
+    friend class OpenPath;
+    std::vector<std::unique_ptr<BaseNode>> children;
+    BaseNode* parent = nullptr;
+    uint64_t linkSequence = 0;  // order of AddChild calls; siblings are in this order
+};
+
+class TransformNode : public BaseNode {
+public:
+    using BaseNode::BaseNode;
+
+    void GetInfo(NodeInfo& info) override;
+    HRESULT EndWrite(NodeWriteContext& context) override;
+    void PrepareNode(OpenPath& path) override;
+    Matrix GetTransform(uint32_t time) override;
+    uint32_t OwnLastKeyTime() const override;
+    bool IsTransformNode() const override { return true; }
+
+    // This node's own record, given that the ancestors' merges have been made.
+    void FillInfo(NodeInfo& info);
+
+    Matrix world = Matrix::Identity();
+    std::vector<PositionKey> positionKeys;
+    std::vector<RotationKey> rotationKeys;
+    TransformTrack track;
+
+protected:
+    HRESULT WriteAnimationChunk(NodeWriteContext& context);
+};
+
+class MeshNode : public TransformNode {
+public:
+    using TransformNode::TransformNode;
+
+    uint32_t OwnLastKeyTime() const override;
+    void CreateAnimFromMesh(BaseParser& reporter) override;
+
+    int32_t materialRef = -1;
+    std::vector<std::unique_ptr<Mesh>> frames;
+    Mesh mesh;
+};
+
+// The chain of nodes from the root down to the node being visited, with the indices of those
+// that hold bounds. A node's record asks its parent for its record, which asks the grandparent,
+// and so on; each asked ancestor that has bounds grows its parent's. The path replays exactly
+// those merges without walking the chain.
+class OpenPath {
+public:
+    void Push(BaseNode* node);
+    void Pop();
+    bool Empty() const { return nodes.empty(); }
+    BaseNode* Top() const { return nodes.back(); }
+    size_t Size() const { return nodes.size(); }
+
+    // The merges that asking nodes[count - 1] for its record makes (top-down, over nodes[0..count)).
+    void MergeAncestors(size_t count);
+    // nodes[index] has just got bounds.
+    void NoteBounds(size_t index);
+
+private:
+    std::vector<BaseNode*> nodes;
+    std::vector<size_t> bounded;  // ascending indices into nodes
+};
+
+// Grows node's parent's bounds by node's bounds seen in the parent's space; true when the
+// parent had no bounds before.
+bool MergeIntoParent(TransformNode& node);
+// world * Inverse(parent world) when the parent is a transform node, else world.
+Matrix LocalMatrix(const TransformNode& node);

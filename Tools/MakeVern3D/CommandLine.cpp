@@ -1,0 +1,139 @@
+#include "CommandLine.h"
+
+#include "Console.h"
+#include "FilePath.h"
+#include "Messages.h"
+
+#include <cstdlib>
+
+CommandLineTokens::CommandLineTokens(int argc, const char* const* argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        if (!line.empty())
+            line += ' ';
+        const std::string argument = argv[i] ? argv[i] : "";
+        if (!argument.empty() && (argument[0] == '-' || argument[0] == '/')) {
+            line += argument;
+        } else {
+            line += '"';
+            line += argument;
+            line += '"';
+        }
+    }
+}
+
+void CommandLineTokens::ReadWord(std::string& token)
+{
+    token.clear();
+    if (position < line.size() && line[position] == '"') {
+        ++position;
+        const size_t close = line.find('"', position);
+        const size_t end = close == std::string::npos ? line.size() : close;
+        token.assign(line, position, end - position);
+        position = close == std::string::npos ? end : close + 1;
+        return;
+    }
+    const size_t space = line.find(' ', position);
+    const size_t end = space == std::string::npos ? line.size() : space;
+    token.assign(line, position, end - position);
+    position = end;
+}
+
+CommandLineTokens::Kind CommandLineTokens::Next(std::string& token)
+{
+    while (position < line.size() && line[position] == ' ')
+        ++position;
+    if (position >= line.size())
+        return TokenEnd;
+    if (line[position] == '-' || line[position] == '/') {
+        ++position;
+        ReadWord(token);
+        return TokenOption;
+    }
+    ReadWord(token);
+    return TokenArgument;
+}
+
+namespace {
+
+struct FlagOption {
+    const char* word;
+    uint32_t bit;
+};
+
+constexpr FlagOption kMeshAnimOptions[] = {
+    {"map", 1}, {"man", 2}, {"mac", 4}, {"mam", 8}, {"mat", 16},
+};
+
+}  // namespace
+
+CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSettings& settings,
+                                  CommandLine& result)
+{
+    CommandLineTokens tokens(argc, argv);
+    std::string token;
+    CommandLineTokens::Kind kind = tokens.Next(token);
+
+    // Reads the value of an option that needs one; false when the next token is no argument.
+    auto takeValue = [&](std::string& value) {
+        kind = tokens.Next(token);
+        if (kind != CommandLineTokens::TokenArgument)
+            return false;
+        value = token;
+        return true;
+    };
+
+    while (kind != CommandLineTokens::TokenEnd) {
+        if (kind == CommandLineTokens::TokenArgument) {
+            result.inputFiles.push_back(token);
+            kind = tokens.Next(token);
+            continue;
+        }
+        const std::string option = token;
+        if (option == "h" || option == "?") {
+            PrintMessage(2);
+        } else if (option == "o") {
+            if (!takeValue(result.outputName))
+                return CommandLineResult::MissingValue;
+        } else if (option == "ma") {
+            if (!takeValue(settings.meshOpsFile))
+                return CommandLineResult::MissingValue;
+        } else if (option == "analyse") {
+            std::string value;
+            if (!takeValue(value))
+                return CommandLineResult::MissingValue;
+            settings.analyse = static_cast<int32_t>(std::strtol(value.c_str(), nullptr, 10));  // atol's reading, without its overflow
+        } else if (option == "ivertex") {
+            settings.ivertex = true;
+        } else if (option == "overtex") {
+            settings.overtex = true;
+        } else if (option == "obj") {
+            kind = tokens.Next(token);
+            while (kind == CommandLineTokens::TokenArgument) {
+                settings.objectNames.push_back(token);
+                kind = tokens.Next(token);
+            }
+            continue;  // the token that ended the list is processed normally
+        } else {
+            bool known = false;
+            for (const FlagOption& flag : kMeshAnimOptions) {
+                if (option == flag.word) {
+                    settings.meshAnimFlags |= flag.bit;
+                    known = true;
+                }
+            }
+            // An unknown option is named and skipped, so that a script with a retired switch
+            // still converts its files.
+            if (!known)
+                PrintFormattedMessage(kMessageUnknownOption, option.c_str());
+        }
+        kind = tokens.Next(token);
+    }
+    return CommandLineResult::Ok;
+}
+
+std::string OutputFileName(const std::string& inputName, const std::string& outputName)
+{
+    FilePath path(outputName.empty() ? inputName : outputName);
+    return path.GetWithoutExtension() + ".vern3D";
+}

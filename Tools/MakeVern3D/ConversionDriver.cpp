@@ -1,0 +1,25 @@
+#include "ConversionDriver.h"
+
+#include "AseParser.h"
+#include "CommandLine.h"
+#include "Console.h"
+#include "Messages.h"
+
+#include <cstdio>
+
+int ConvertFiles(AseParser& reader, const std::vector<std::string>& inputFiles, const std::string& outputName)
+{
+    for (const std::string& input : inputFiles) {
+        PrintText(input);
+        PrintText(":\n");
+        reader.ParseFile(input, OutputFileName(input, outputName));
+        if (reader.HasError()) {
+            PrintText(reader.ErrorText());
+            WaitForKey();
+        } else {
+            PrintMessage(kMessageFileCompiled);
+        }
+    }
+    std::fflush(stdout);
+    return 0;
+}

@@ -1,0 +1,15 @@
+// Conversion settings taken from the command line; they live for the whole run.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct ConvertSettings {
+    uint32_t meshAnimFlags = 0;            // -map 1, -man 2, -mac 4, -mam 8, -mat 16
+    std::vector<std::string> objectNames;  // -obj: the top-level objects to keep
+    std::string meshOpsFile;               // -ma: mesh-animation operations file
+    bool ivertex = false;                  // -ivertex
+    bool overtex = false;                  // -overtex
+    int32_t analyse = 0;                   // -analyse: frame used as the source mesh when > 0
+};

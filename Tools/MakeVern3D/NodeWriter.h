@@ -1,0 +1,23 @@
+// What a node's write operations share while the scene tree is written.
+#pragma once
+
+#include "BaseNode.h"
+#include "LittleEndian.h"
+
+class AseParser;
+class VernWriter;
+
+struct NodeWriteContext {
+    VernWriter& writer;
+    AseParser& reader;
+    OpenPath path;              // the nodes whose chunks are open, root first
+    LittleEndianBuffer record;  // scratch space for one record
+};
+
+// Chunk ids of the vern3D layout.
+enum : uint32_t {
+    ChunkNode = 0x10000,
+    ChunkNodeAnimation = 0x10001,
+    ChunkMesh = 0x10002,
+    ChunkTextureTable = 0x10003,
+};

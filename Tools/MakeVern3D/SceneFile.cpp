@@ -1,0 +1,63 @@
+// The finishing step of a read file: selection, name directives, preparation and the vern3D file.
+#include "AseParser.h"
+#include "LittleEndian.h"
+#include "Messages.h"
+#include "NodeWriter.h"
+#include "VernWriter.h"
+
+void AseParser::Finish()
+{
+    if (!settings.objectNames.empty())
+        root->SelectObjects(settings.objectNames);
+    root->ApplyNameDirectives(*this);
+    if (!errorFlag && Failed(WriteSceneFile()))
+        Error(kMessageWriteFailed, outputName.c_str());
+    BaseParser::Finish();
+}
+
+HRESULT AseParser::WriteSceneFile()
+{
+    root->Prepare();
+
+    VernWriter writer;
+    writer.SetFileType(FileTypeVern3D);
+    HRESULT status = writer.Open(outputName.c_str(), true);
+    if (Succeeded(status))
+        status = writer.BeginFile();
+    if (Succeeded(status))
+        status = root->Write(writer, *this, writer.Root());
+
+    // The texture table: the number of sets, then per set its entry count and each entry's
+    // flags and bitmap name. After a failure nothing more is written.
+    VernChunk* table = nullptr;
+    if (Succeeded(status))
+        status = writer.CreateChunk(&table, ChunkTextureTable, writer.Root());
+    LittleEndianBuffer record;
+    auto writeValue = [&](uint32_t value) {
+        if (Failed(status))
+            return;
+        record.Clear();
+        record.U32(12);
+        record.U32(0);
+        record.U32(value);
+        status = writer.WriteData(record.Data(), record.Size(), table);
+    };
+    writeValue(static_cast<uint32_t>(textureSets.size()));
+    for (const auto& set : textureSets) {
+        writeValue(static_cast<uint32_t>(set->entries.size()));
+        for (const TextureEntry& entry : set->entries) {
+            writeValue(static_cast<uint32_t>(entry.flags));
+            if (Failed(status))
+                continue;
+            OutputStream* stream = nullptr;
+            status = writer.BeginDirectWrite(&stream, table);
+            if (Succeeded(status))
+                status = VernWriter::WriteCountedString(entry.fileName, stream);
+            if (Succeeded(status))
+                status = writer.EndDirectWrite(stream, table);
+        }
+    }
+    if (Succeeded(status))
+        status = writer.Close();
+    return status;
+}

@@ -1,0 +1,377 @@
+#include "BaseParser.h"
+
+#include "Platform.h"
+#include "ResString.h"
+#include "Trace.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <new>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <algorithm>
+
+namespace {
+
+constexpr const char* kSource = "commonCode/Parser/BaseParser";
+
+// Message ids of the parser's own texts.
+constexpr uint32_t kCouldNotOpen = 4096;
+constexpr uint32_t kErrorPrefix = 4097;
+constexpr uint32_t kCouldNotReadChar = 4098;
+constexpr uint32_t kUnknownSymbol = 4099;
+constexpr uint32_t kCouldNotRead = 4101;
+constexpr uint32_t kWarningPrefix = 4103;
+constexpr uint32_t kSymbolTooLong = 4106;
+
+// The largest text a 32-bit size can describe with its terminating zero.
+constexpr uint64_t kMaxFileSize = 0xFFFFFFFEull;
+
+// Formats a message; the text grows as needed rather than being cut.
+std::string FormatMessage(const char* format, va_list args)
+{
+    va_list copy;
+    va_copy(copy, args);
+    char small[1024];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const int length = std::vsnprintf(small, sizeof small, format, copy);
+    va_end(copy);
+    if (length < 0)
+        return {};
+    if (static_cast<size_t>(length) < sizeof small)
+        return std::string(small, static_cast<size_t>(length));
+    std::string large(static_cast<size_t>(length) + 1, '\0');
+    std::vsnprintf(large.data(), large.size(), format, args);
+#pragma GCC diagnostic pop
+    large.resize(static_cast<size_t>(length));
+    return large;
+}
+
+std::string FormatMessageId(uint32_t id, ...)
+{
+    ResString format;
+    format.Load(id);
+    va_list args;
+    va_start(args, id);
+    std::string result = FormatMessage(format.c_str(), args);
+    va_end(args);
+    return result;
+}
+
+}  // namespace
+
+BaseParser::BaseParser() = default;
+
+BaseParser::~BaseParser() = default;
+
+void BaseParser::Finish()
+{
+    text.reset();
+    textSize = 0;
+    cursor = 0;
+}
+
+bool BaseParser::IsSingleCharSymbol(char character) const
+{
+    return character == '"' || character == '(' || character == ')' || character == '{' || character == '}';
+}
+
+void BaseParser::BuildCharClasses()
+{
+    for (int value = 0; value < 256; ++value) {
+        const char character = static_cast<char>(value);
+        if (IsWhitespace(character))
+            charClass[value] = kWhitespace;
+        else if (IsSingleCharSymbol(character))
+            charClass[value] = kSingleChar;
+        else
+            charClass[value] = kWordChar;
+    }
+}
+
+HRESULT BaseParser::ReadWholeFile(int handle)
+{
+    struct stat info {};
+    if (::fstat(handle, &info) != 0)
+        return HResultFromWin32(platform::SetLastErrorFromErrno());
+    if (S_ISDIR(info.st_mode))
+        return HResultFromWin32(platform::ERROR_ACCESS_DENIED_CODE);
+
+    // Sized from the file's length and read to its end, so that a file that grows or shrinks
+    // meanwhile (or a pipe) is taken as it is; the count actually read is what counts.
+    uint64_t capacity = S_ISREG(info.st_mode) ? static_cast<uint64_t>(info.st_size) : 65536;
+    if (capacity > kMaxFileSize)
+        return HResultFromWin32(platform::ERROR_NOT_ENOUGH_MEMORY_CODE);
+    std::unique_ptr<char[]> buffer(new (std::nothrow) char[capacity + 1]);
+    if (!buffer)
+        return E_OUTOFMEMORY;
+    uint64_t used = 0;
+    for (;;) {
+        char probe[4096];
+        char* target = used < capacity ? buffer.get() + used : probe;
+        const size_t room = used < capacity ? static_cast<size_t>(std::min<uint64_t>(capacity - used, 1u << 30))
+                                            : sizeof probe;
+        const ssize_t count = ::read(handle, target, room);
+        if (count < 0) {
+            if (errno == EINTR)
+                continue;
+            return HResultFromWin32(platform::SetLastErrorFromErrno());
+        }
+        if (count == 0)
+            break;
+        if (target == probe) {
+            // More than expected: grow and keep the probed bytes.
+            const uint64_t grown = std::max<uint64_t>(capacity * 2, capacity + static_cast<uint64_t>(count));
+            if (grown > kMaxFileSize)
+                return HResultFromWin32(platform::ERROR_NOT_ENOUGH_MEMORY_CODE);
+            std::unique_ptr<char[]> larger(new (std::nothrow) char[grown + 1]);
+            if (!larger)
+                return E_OUTOFMEMORY;
+            std::memcpy(larger.get(), buffer.get(), used);
+            std::memcpy(larger.get() + used, probe, static_cast<size_t>(count));
+            buffer = std::move(larger);
+            capacity = grown;
+        }
+        used += static_cast<uint64_t>(count);
+    }
+    buffer[used] = '\0';
+    text = std::move(buffer);
+    textSize = static_cast<uint32_t>(used + 1);
+    cursor = 0;
+    return S_OK;
+}
+
+HRESULT BaseParser::Load(const std::string& newSourceName, const std::string& newOutputName)
+{
+    line = 1;
+    column = 1;
+    errorFlag = false;
+    sourceName = newSourceName;
+    BuildCharClasses();
+
+    HRESULT status = S_OK;
+    const int handle = ::open(sourceName.c_str(), O_RDONLY | O_CLOEXEC);
+    if (handle < 0) {
+        status = HResultFromWin32(platform::SetLastErrorFromErrno());
+        Error(kCouldNotOpen, sourceName.c_str());
+    } else {
+        text.reset();
+        textSize = 0;
+        cursor = 0;
+        status = ReadWholeFile(handle);
+        if (::close(handle) != 0 && Succeeded(status))
+            status = HResultFromWin32(platform::SetLastErrorFromErrno());
+        // A file that opens but cannot be read is an error the user must see, not a silent
+        // success: report it like an unreadable file.
+        if (Failed(status))
+            Error(kCouldNotRead, sourceName.c_str());
+    }
+    outputName = newOutputName;
+    if (Failed(status))
+        AssertHresult(kSource, __LINE__, status);
+    return status;
+}
+
+bool BaseParser::EndOfText()
+{
+    if (cursor < textSize)
+        return false;
+    Error(kCouldNotReadChar);
+    return true;
+}
+
+char BaseParser::ReadChar()
+{
+    if (EndOfText())
+        return 0;
+    const char character = text[cursor++];
+    ++column;
+    if (character == '\n') {
+        column = 1;
+        ++line;
+    }
+    return character;
+}
+
+void BaseParser::UngetChar()
+{
+    if (cursor == 0)
+        return;
+    const int32_t rememberedLine = line;
+    const int32_t rememberedColumn = column;
+    --cursor;
+    ReadChar();
+    line = 2 * rememberedLine - line;
+    column = 2 * rememberedColumn - column;
+    --cursor;
+}
+
+bool BaseParser::SymbolTooLong(size_t length)
+{
+    if (length <= kMaxSymbolLength)
+        return false;
+    Error(kSymbolTooLong, static_cast<int>(kMaxSymbolLength));
+    return true;
+}
+
+bool BaseParser::NextSymbol(std::string& symbol)
+{
+    if (errorFlag)
+        return false;
+    if (!text) {
+        // Nothing loaded: the same as reading past the end.
+        Error(kCouldNotReadChar);
+        return false;
+    }
+
+    // White space. The scanner works on the loaded text directly; line and column follow the
+    // same rules as ReadChar and UngetChar.
+    const char* const data = text.get();
+    char first;
+    for (;;) {
+        if (EndOfText())
+            return false;
+        first = data[cursor++];
+        ++column;
+        if (first == '\n') {
+            column = 1;
+            ++line;
+            continue;
+        }
+        if (charClass[static_cast<uint8_t>(first)] != kWhitespace)
+            break;
+    }
+
+    if (first == '\0') {
+        symbol.assign(kEndOfData);
+        return true;
+    }
+
+    if (first == '"') {
+        const uint32_t start = cursor;
+        for (;;) {
+            if (EndOfText())
+                return false;
+            const char character = data[cursor++];
+            ++column;
+            if (character == '\n') {
+                column = 1;
+                ++line;
+            } else if (character == '"') {
+                break;
+            }
+        }
+        const size_t length = cursor - 1 - start;
+        if (SymbolTooLong(length))
+            return false;
+        // The symbol ends at its first zero byte, like the text it was assembled into.
+        const void* zero = std::memchr(data + start, '\0', length);
+        symbol.assign(data + start, zero ? static_cast<const char*>(zero) - (data + start) : length);
+        return true;
+    }
+
+    if (charClass[static_cast<uint8_t>(first)] == kSingleChar) {
+        symbol.assign(1, first);
+        return true;
+    }
+
+    // A word: up to white space or a single-character symbol, which is given back.
+    const uint32_t start = cursor - 1;
+    for (;;) {
+        if (EndOfText())
+            return false;
+        const char character = data[cursor];
+        if (charClass[static_cast<uint8_t>(character)] != kWordChar)
+            break;
+        ++cursor;
+        ++column;
+    }
+    // The character that ended the word is read and given back; only the line and column
+    // arithmetic of that round trip is visible, and it leaves them unchanged.
+    const size_t length = cursor - start;
+    if (SymbolTooLong(length))
+        return false;
+    const void* zero = std::memchr(data + start, '\0', length);
+    symbol.assign(data + start, zero ? static_cast<const char*>(zero) - (data + start) : length);
+    return true;
+}
+
+void BaseParser::HandleSymbol(std::string& symbol)
+{
+    Warning(kUnknownSymbol, symbol.c_str());
+}
+
+void BaseParser::ParseSymbols()
+{
+    std::string symbol;
+    if (!NextSymbol(symbol))
+        return;
+    while (!errorFlag) {
+        if (symbol == BlockBegin())
+            SkipBlock(symbol);
+        else if (symbol == kEndOfData)
+            return;
+        else
+            HandleSymbol(symbol);
+        if (!NextSymbol(symbol))
+            return;
+    }
+}
+
+void BaseParser::SkipBlock(std::string& symbol)
+{
+    // Iterative: the depth of nesting is only a counter, however deep the input goes.
+    const std::string begin = BlockBegin();
+    const std::string end = BlockEnd();
+    uint64_t depth = 1;
+    while (depth > 0) {
+        if (!NextSymbol(symbol) || errorFlag)
+            return;
+        if (symbol == begin)
+            ++depth;
+        else if (symbol == end)
+            --depth;
+    }
+}
+
+HRESULT BaseParser::ParseFile(const std::string& newSourceName, const std::string& newOutputName)
+{
+    const HRESULT status = Load(newSourceName, newOutputName);
+    if (Failed(status))
+        return AssertHresult(kSource, __LINE__, status);
+    if (errorFlag)
+        return E_FAIL;
+    ParseSymbols();
+    Finish();
+    return errorFlag ? E_FAIL : S_OK;
+}
+
+void BaseParser::Error(uint32_t id, ...)
+{
+    errorFlag = true;
+    errorText = FormatMessageId(kErrorPrefix, sourceName.c_str(), static_cast<int>(line));
+    ResString format;
+    format.Load(id);
+    va_list args;
+    va_start(args, id);
+    errorText += FormatMessage(format.c_str(), args);
+    va_end(args);
+    TracePrintf("%s(%d) : %s", kSource, __LINE__, "Error: BaseParser: (%s)\n", errorText.c_str());
+}
+
+void BaseParser::Warning(uint32_t id, ...)
+{
+    std::string report = FormatMessageId(kWarningPrefix, sourceName.c_str(), static_cast<int>(line));
+    ResString format;
+    format.Load(id);
+    va_list args;
+    va_start(args, id);
+    report += FormatMessage(format.c_str(), args);
+    va_end(args);
+    std::fwrite(report.data(), 1, report.size(), stdout);
+    TracePrintf("%s(%d) : %s", kSource, __LINE__, "Warning: BaseParser: (%s)\n", report.c_str());
+}

@@ -1,0 +1,79 @@
+// A reader for text made of symbols: words, quoted strings and the single characters that open
+// and close blocks. It loads a file whole, hands out symbols with line counting, runs the
+// top-level loop, skips blocks nobody handles and reports errors and warnings with file and line.
+// A derived reader plugs its grammar in through the virtual operations.
+#pragma once
+
+#include "Status.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+class BaseParser {
+public:
+    // The text of the end-of-data symbol.
+    static constexpr const char* kEndOfData = "baseparser file end";
+    // The longest symbol accepted; a longer one is reported as an error.
+    static constexpr size_t kMaxSymbolLength = 4095;
+
+    BaseParser();
+    BaseParser(const BaseParser&) = delete;
+    BaseParser& operator=(const BaseParser&) = delete;
+
+    virtual const char* BlockEnd() const { return "}"; }
+    virtual const char* BlockBegin() const { return "{"; }
+    virtual void Finish();
+    virtual HRESULT Load(const std::string& sourceName, const std::string& outputName);
+    virtual void HandleSymbol(std::string& symbol);
+    virtual bool IsSingleCharSymbol(char character) const;
+    virtual bool NextSymbol(std::string& symbol);
+    virtual void ParseSymbols();
+    virtual HRESULT ParseFile(const std::string& sourceName, const std::string& outputName);
+    virtual ~BaseParser();
+
+    // Next character (0 after reporting an error past the end), and a step back over it.
+    char ReadChar();
+    void UngetChar();
+    static bool IsWhitespace(char character)
+    {
+        return character == '\t' || character == '\n' || character == '\r' || character == ' ';
+    }
+
+    // Consumes everything up to and including the "}" that matches a "{" just read.
+    void SkipBlock(std::string& symbol);
+
+    // Reports message `id` filled with the arguments: an error sets errorFlag and replaces
+    // errorText; a warning is printed at once.
+    void Error(uint32_t id, ...);
+    void Warning(uint32_t id, ...);
+
+    bool HasError() const { return errorFlag; }
+    const std::string& ErrorText() const { return errorText; }
+    const std::string& SourceName() const { return sourceName; }
+    const std::string& OutputName() const { return outputName; }
+    int32_t Line() const { return line; }
+    int32_t Column() const { return column; }
+
+protected:
+    std::string sourceName;
+    int32_t line = 1;
+    int32_t column = 1;
+    std::unique_ptr<char[]> text;  // the whole source followed by one zero byte
+    uint32_t textSize = 0;         // file size + 1
+    uint32_t cursor = 0;           // index of the next character in text
+    std::string outputName;
+    bool errorFlag = false;
+    std::string errorText;
+
+private:
+    enum CharClass : uint8_t { kWordChar = 0, kWhitespace = 1, kSingleChar = 2 };
+
+    // Reads the whole file; on failure returns the status, after reporting when that helps the user.
+    HRESULT ReadWholeFile(int handle);
+    void BuildCharClasses();
+    bool EndOfText();  // reports "Could not read next char." and answers true at the end
+    bool SymbolTooLong(size_t length);
+
+    CharClass charClass[256] = {};
+};
