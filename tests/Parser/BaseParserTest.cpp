@@ -1,0 +1,228 @@
+#include "BaseParser.h"
+#include "TestFiles.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using testfiles::ScratchDirectory;
+
+// Records the symbols that reach the top level instead of warning about them.
+class RecordingParser : public BaseParser {
+public:
+    void HandleSymbol(std::string& symbol) override
+    {
+        handled.push_back(symbol);
+        lines.push_back(Line());
+    }
+    std::vector<std::string> handled;
+    std::vector<int> lines;
+};
+
+// All symbols of a text, up to and including the end-of-data symbol or the first failure.
+struct Scan {
+    std::vector<std::string> symbols;
+    std::vector<int> lines;
+    bool failed = false;
+    std::string errorText;
+};
+
+Scan ScanText(const std::string& contents)
+{
+    ScratchDirectory directory;
+    const std::string file = directory.Write("t.ase", contents);
+    BaseParser parser;
+    Scan scan;
+    if (Failed(parser.Load(file, "out")))
+        return scan;
+    std::string symbol;
+    for (int guard = 0; guard < 1000; ++guard) {
+        if (!parser.NextSymbol(symbol)) {
+            scan.failed = true;
+            scan.errorText = parser.ErrorText();
+            break;
+        }
+        scan.symbols.push_back(symbol);
+        scan.lines.push_back(parser.Line());
+        if (symbol == BaseParser::kEndOfData)
+            break;
+    }
+    return scan;
+}
+
+const std::string kEnd = BaseParser::kEndOfData;
+
+TEST(SymbolScanner, CutsWordsStringsAndBraces)
+{
+    struct Case {
+        std::string text;
+        std::vector<std::string> symbols;
+        bool failed;
+    };
+    const Case cases[] = {
+        {"", {kEnd}, false},
+        {"}", {"}", kEnd}, false},
+        {"abc{d}\n", {"abc", "{", "d", "}", kEnd}, false},
+        {"\"a b\" \"{\" \"\"\n", {"a b", "{", "", kEnd}, false},
+        {"\"two\nlines\" x\n", {"two\nlines", "x", kEnd}, false},
+        {"a(b)c\"d\" ", {"a", "(", "b", ")", "c", "d", kEnd}, false},
+        {"\t\r\n *KEY\r\n", {"*KEY", kEnd}, false},
+        // A zero byte where a symbol starts ends the data.
+        {std::string("a \0 b\n", 6), {"a", kEnd}, false},
+        // Inside a word it is kept, and the symbol ends at it.
+        {std::string("ab\0cd e\n", 8), {"ab", "e", kEnd}, false},
+        // A quoted text that reads "baseparser file end" is the end-of-data symbol to callers.
+        {"\"baseparser file end\" more\n", {kEnd}, false},
+        // Bytes above 127 are word characters.
+        {"\xc3\xa9t\xc3\xa9 x\n", {"\xc3\xa9t\xc3\xa9", "x", kEnd}, false},
+        // A word or quoted string that runs into the end of the text is not returned.
+        {"word", {}, true},
+        {"x \"open", {"x"}, true},
+    };
+    for (const Case& test : cases) {
+        const Scan scan = ScanText(test.text);
+        EXPECT_EQ(scan.symbols, test.symbols) << test.text;
+        EXPECT_EQ(scan.failed, test.failed) << test.text;
+        if (test.failed)
+            EXPECT_NE(scan.errorText.find(") error: Could not read next char.\n"), std::string::npos) << scan.errorText;
+    }
+}
+
+TEST(SymbolScanner, ReadingPastTheEndIsAnErrorThatSticks)
+{
+    ScratchDirectory directory;
+    BaseParser parser;
+    ASSERT_EQ(parser.Load(directory.Write("t.ase", "a\n"), "out"), S_OK);
+    std::string symbol;
+    EXPECT_TRUE(parser.NextSymbol(symbol));
+    EXPECT_TRUE(parser.NextSymbol(symbol));
+    EXPECT_EQ(symbol, kEnd);
+    EXPECT_FALSE(parser.NextSymbol(symbol));
+    EXPECT_EQ(symbol, kEnd);  // the symbol keeps its text
+    EXPECT_EQ(parser.ErrorText(), directory.Path() + "/t.ase(2) error: Could not read next char.\n");
+    EXPECT_FALSE(parser.NextSymbol(symbol));
+}
+
+TEST(SymbolScanner, LinesFollowTheLastCharacterConsumed)
+{
+    const Scan scan = ScanText("a\nb \"c\nd\"\n\n\n\n\ne\n");
+    EXPECT_EQ(scan.symbols, (std::vector<std::string>{"a", "b", "c\nd", "e", kEnd}));
+    // A word at the end of a line still counts on its line; the quoted string ends on line 3.
+    EXPECT_EQ(scan.lines, (std::vector<int>{1, 2, 3, 8, 9}));
+}
+
+TEST(SymbolScanner, ReadCharAndUngetCharCountLines)
+{
+    ScratchDirectory directory;
+    BaseParser parser;
+    ASSERT_EQ(parser.Load(directory.Write("t.ase", "x\ny"), "out"), S_OK);
+    EXPECT_EQ(parser.ReadChar(), 'x');
+    EXPECT_EQ(parser.Column(), 2);
+    EXPECT_EQ(parser.ReadChar(), '\n');
+    EXPECT_EQ(parser.Line(), 2);
+    EXPECT_EQ(parser.Column(), 1);
+    parser.UngetChar();
+    EXPECT_EQ(parser.Line(), 1);
+    EXPECT_EQ(parser.ReadChar(), '\n');
+    EXPECT_EQ(parser.ReadChar(), 'y');
+    EXPECT_EQ(parser.ReadChar(), '\0');  // the terminating zero is a character
+    EXPECT_FALSE(parser.HasError());
+    EXPECT_EQ(parser.ReadChar(), '\0');
+    EXPECT_TRUE(parser.HasError());
+}
+
+TEST(SymbolScanner, OverlongSymbolsAreRefused)
+{
+    const std::string fits(BaseParser::kMaxSymbolLength, 'w');
+    EXPECT_EQ(ScanText(fits + "\n").symbols, (std::vector<std::string>{fits, kEnd}));
+    const Scan word = ScanText("\n" + fits + "w\n");
+    EXPECT_TRUE(word.failed);
+    EXPECT_NE(word.errorText.find("(2) error: Symbol is longer than 4095 characters.\n"), std::string::npos);
+    const Scan quoted = ScanText("\"" + fits + "q\"\n");
+    EXPECT_TRUE(quoted.failed);
+}
+
+TEST(ParseLoop, SkipsBlocksAndHandsOnOtherSymbols)
+{
+    ScratchDirectory directory;
+    RecordingParser parser;
+    EXPECT_EQ(parser.ParseFile(directory.Write("t.ase", "{a{b}d}\nfoo\n12\n}\n"), "out"), S_OK);
+    EXPECT_EQ(parser.handled, (std::vector<std::string>{"foo", "12", "}"}));
+    EXPECT_EQ(parser.lines, (std::vector<int>{2, 3, 4}));
+}
+
+TEST(ParseLoop, UnknownSymbolsDrawWarningsWithTheirLines)
+{
+    ScratchDirectory directory;
+    BaseParser parser;
+    const std::string file = directory.Write("t.ase", "foo\n12\n");
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(parser.ParseFile(file, "out"), S_OK);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              file + "(1) warning: Do not know what symbol 'foo' means.\n" + file +
+                  "(2) warning: Do not know what symbol '12' means.\n");
+}
+
+TEST(ParseLoop, AnOpenBlockAtTheEndFailsTheFile)
+{
+    ScratchDirectory directory;
+    BaseParser parser;
+    EXPECT_EQ(parser.ParseFile(directory.Write("t.ase", "{ a { b }\n"), "out"), E_FAIL);
+    EXPECT_TRUE(parser.HasError());
+    EXPECT_NE(parser.ErrorText().find("(2) error: Could not read next char.\n"), std::string::npos);
+}
+
+TEST(ParseLoop, DeepNestingNeedsNoStack)
+{
+    ScratchDirectory directory;
+    RecordingParser parser;
+    const std::string deep = std::string(1000000, '{') + std::string(1000000, '}') + "\nafter\n";
+    EXPECT_EQ(parser.ParseFile(directory.Write("t.ase", deep), "out"), S_OK);
+    EXPECT_EQ(parser.handled, (std::vector<std::string>{"after"}));
+    RecordingParser unbalanced;
+    EXPECT_EQ(unbalanced.ParseFile(directory.Write("u.ase", std::string(1000000, '{')), "out"), E_FAIL);
+}
+
+TEST(ParseFile, MissingAndUnreadableFiles)
+{
+    ScratchDirectory directory;
+    BaseParser parser;
+    const HRESULT missing = parser.ParseFile("no-such-file.ase", "out");
+    EXPECT_EQ(static_cast<uint32_t>(missing), 0x80070002u);
+    EXPECT_TRUE(parser.HasError());
+    EXPECT_EQ(parser.ErrorText(), "no-such-file.ase(1) error: Could not open file 'no-such-file.ase'.\n");
+
+    const HRESULT folder = parser.ParseFile(directory.Path(), "out");
+    EXPECT_TRUE(Failed(folder));
+    EXPECT_EQ(parser.ErrorText(), directory.Path() + "(1) error: Could not read from file '" + directory.Path() + "'.\n");
+
+    // The same parser reads the next file with a clear state.
+    const std::string good = directory.Write("good.ase", "{ }\n");
+    EXPECT_EQ(parser.ParseFile(good, "out"), S_OK);
+    EXPECT_FALSE(parser.HasError());
+    EXPECT_EQ(parser.Line(), 2);
+}
+
+TEST(Diagnostics, TextsAreNeverUsedAsFormats)
+{
+    ScratchDirectory directory;
+    BaseParser parser;
+    const std::string file = directory.Write("100%s.ase", "%d%n\n");
+    testing::internal::CaptureStdout();
+    parser.ParseFile(file, "out");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), file + "(1) warning: Do not know what symbol '%d%n' means.\n");
+    parser.Error(4104, "%s%s%s");
+    EXPECT_EQ(parser.ErrorText(), file + "(2) error: Symbol '%s%s%s' could not scanned.\n");
+}
+
+TEST(Diagnostics, TheLastErrorIsKept)
+{
+    ScratchDirectory directory;
+    BaseParser parser;
+    ASSERT_EQ(parser.Load(directory.Write("t.ase", "x\n"), "out"), S_OK);
+    parser.Error(4100, "FIRST");
+    parser.Error(4100, "SECOND");
+    EXPECT_EQ(parser.ErrorText(), directory.Path() + "/t.ase(1) error: Missing symbol 'SECOND'.\n");
+}
+
+}  // namespace
