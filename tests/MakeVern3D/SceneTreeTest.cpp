@@ -1,0 +1,431 @@
+#include "AseParser.h"
+#include "BaseNode.h"
+#include "NodeIndex.h"
+#include "TestFiles.h"
+#include "Vern3DDecoder.h"
+#include "VernWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <random>
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+Names ChildNames(const BaseNode& node)
+{
+    Names names;
+    for (const auto& child : node.Children())
+        names.push_back(child->name);
+    return names;
+}
+
+Matrix Translation(float x, float y, float z)
+{
+    Matrix m = Matrix::Identity();
+    m(3, 0) = x;
+    m(3, 1) = y;
+    m(3, 2) = z;
+    return m;
+}
+
+TransformNode* AddHelper(BaseNode& parent, const std::string& name, const Matrix& world = Matrix::Identity())
+{
+    auto node = std::make_unique<TransformNode>(name);
+    node->world = world;
+    TransformNode* raw = node.get();
+    parent.AddChild(std::move(node));
+    return raw;
+}
+
+NodeInfo InfoOf(BaseNode& node)
+{
+    NodeInfo info;
+    info.size = sizeof(NodeInfo);
+    node.GetInfo(info);
+    return info;
+}
+
+TEST(NodeInfo, FlagsMatricesAndSpheres)
+{
+    BaseNode root("root");
+    NodeInfo rootInfo = InfoOf(root);
+    EXPECT_EQ(rootInfo.flags, 1u);
+    for (float value : rootInfo.matrix.m)
+        EXPECT_EQ(value, 0.0f);
+
+    TransformNode* parent = AddHelper(root, "parent", Translation(5, 0, 0));
+    TransformNode* same = AddHelper(*parent, "same", Translation(5, 0, 0));
+    TransformNode* moved = AddHelper(*parent, "moved", Translation(7, 1, 0));
+
+    const NodeInfo parentInfo = InfoOf(*parent);
+    EXPECT_EQ(parentInfo.flags, 3u);
+    EXPECT_EQ(parentInfo.matrix(3, 0), 5.0f);  // directly under the root: local = world
+
+    const NodeInfo sameInfo = InfoOf(*same);
+    for (int i = 0; i < 16; ++i)
+        EXPECT_EQ(sameInfo.matrix.m[static_cast<size_t>(i)], (i % 5 == 0) ? 1.0f : 0.0f) << i;
+    EXPECT_EQ(InfoOf(*moved).matrix(3, 0), 2.0f);
+    EXPECT_EQ(InfoOf(*moved).matrix(3, 1), 1.0f);
+
+    // A sphere under a local matrix whose row 2 has length 2: the radius doubles.
+    Matrix stretched = Translation(0, 0, 3);
+    stretched(2, 2) = 2.0f;
+    stretched(0, 0) = 7.0f;  // rows 0 and 1 do not matter
+    TransformNode* bounded = AddHelper(root, "bounded", stretched);
+    bounded->hasBounds = true;
+    bounded->bounds = {{1, 1, 1}, 1.5f};
+    const NodeInfo boundedInfo = InfoOf(*bounded);
+    EXPECT_EQ(boundedInfo.flags, 31u);
+    EXPECT_EQ(boundedInfo.bounds.radius, 1.5f);
+    EXPECT_EQ(boundedInfo.parentBounds.radius, 3.0f);
+    EXPECT_EQ(boundedInfo.parentBounds.centre.x, 7.0f);
+    EXPECT_EQ(boundedInfo.parentBounds.centre.z, 5.0f);  // 1 * 2 + 3
+    // The sphere has grown the root's, which now reports it.
+    rootInfo = InfoOf(root);
+    EXPECT_EQ(rootInfo.flags, 9u);
+    EXPECT_EQ(rootInfo.bounds.radius, 3.0f);
+}
+
+TEST(SceneTree, FindNodeTakesTheFirstInPreOrder)
+{
+    BaseNode root("root");
+    TransformNode* a = AddHelper(root, "a");
+    TransformNode* deep = AddHelper(*a, "twin");
+    AddHelper(root, "twin");
+    EXPECT_EQ(root.FindNode("twin"), deep);
+    EXPECT_EQ(root.FindNode("root"), &root);
+    EXPECT_EQ(root.FindNode("Twin"), nullptr);
+}
+
+TEST(SceneTree, RemoveLiftsChildrenToTheEnd)
+{
+    BaseNode root("root");
+    TransformNode* a = AddHelper(root, "a");
+    AddHelper(root, "b");
+    AddHelper(*a, "a1");
+    AddHelper(*a, "a2");
+    a->Remove();
+    EXPECT_EQ(ChildNames(root), (Names{"b", "a1", "a2"}));
+    for (const auto& child : root.Children())
+        EXPECT_EQ(child->Parent(), &root);
+}
+
+struct Counted : TransformNode {
+    explicit Counted(int* alive) : alive(alive) { ++*alive; }
+    ~Counted() override { --*alive; }
+    int* alive;
+};
+
+TEST(SceneTree, DestroyingTheRootDestroysEveryNodeOnce)
+{
+    int alive = 0;
+    {
+        BaseNode root("root");
+        BaseNode* level = &root;
+        for (int i = 0; i < 200000; ++i) {  // a chain deep enough to break any recursion
+            auto node = std::make_unique<Counted>(&alive);
+            BaseNode* next = node.get();
+            level->AddChild(std::move(node));
+            if (i % 2 == 0)
+                level->AddChild(std::make_unique<Counted>(&alive));
+            level = next;
+        }
+        EXPECT_EQ(alive, 300000);
+        EXPECT_EQ(root.GetLastKeyTime(), 0u);
+        root.Prepare();
+    }
+    EXPECT_EQ(alive, 0);
+}
+
+// Applies the directives to a root with one child of `name` that has one child "kid".
+Names AfterDirectives(const std::string& name, std::string* renamed)
+{
+    BaseNode root("root");
+    TransformNode* node = AddHelper(root, name);
+    AddHelper(*node, "kid");
+    AddHelper(root, "last");
+    AseParser reporter;
+    root.ApplyNameDirectives(reporter);
+    EXPECT_FALSE(reporter.HasError()) << name;
+    *renamed = root.Children()[0]->name;
+    return ChildNames(root);
+}
+
+TEST(NameDirectives, Table)
+{
+    struct Case {
+        const char* name;
+        Names topLevel;
+        const char* firstName;
+    };
+    const Case cases[] = {
+        {"convert()Box", {"Box", "last"}, "Box"},
+        {"CONVERT(DELETE)Box", {"last", "kid"}, "last"},
+        {"convert()", {"", "last"}, ""},
+        {"convert(delete,createanimfrommesh)Box", {"last", "kid"}, "last"},
+        {"convert(createanimfrommesh,delete)Box", {"last", "kid"}, "last"},  // a helper: no animation to make
+        {"convert( delete)Box", {"Box", "last"}, "Box"},
+        {"convert(unknown,other)Box", {"Box", "last"}, "Box"},
+        {"convert(delete", {"convert(delete", "last"}, "convert(delete"},
+        {"convert(", {"convert(", "last"}, "convert("},
+        {"Convert", {"Convert", "last"}, "Convert"},
+        {"convert()convert(delete)", {"convert(delete)", "last"}, "convert(delete)"},
+    };
+    for (const Case& test : cases) {
+        std::string first;
+        EXPECT_EQ(AfterDirectives(test.name, &first), test.topLevel) << test.name;
+        EXPECT_EQ(first, test.firstName) << test.name;
+    }
+}
+
+TEST(NameDirectives, CreateAnimFromMeshNeedsFrames)
+{
+    BaseNode root("root");
+    root.AddChild(std::make_unique<MeshNode>("convert(createanimfrommesh,delete)Box"));
+    AseParser reporter;
+    root.ApplyNameDirectives(reporter);
+    EXPECT_TRUE(reporter.HasError());
+    EXPECT_NE(reporter.ErrorText().find("This error appears in object 'convert(createanimfrommesh,delete)Box'."),
+              std::string::npos);
+    EXPECT_EQ(root.Children().size(), 0u);  // the delete behind it still runs
+}
+
+TEST(NameDirectives, LiftedChildrenAreWalkedAgainUnlessTheRemovedChildWasLast)
+{
+    // Removing a middle child lifts its children behind the walk's position: their (already
+    // rewritten) names are read once more, so a second prefix is consumed too.
+    BaseNode root("root");
+    TransformNode* middle = AddHelper(root, "convert(delete)m");
+    AddHelper(*middle, "convert()convert()k");
+    AddHelper(root, "z");
+    AseParser reporter;
+    root.ApplyNameDirectives(reporter);
+    EXPECT_EQ(ChildNames(root), (Names{"z", "k"}));
+
+    BaseNode other("root");
+    TransformNode* last = AddHelper(other, "convert(delete)m");
+    AddHelper(*last, "convert()convert()k");
+    other.ApplyNameDirectives(reporter);
+    EXPECT_EQ(ChildNames(other), (Names{"convert()k"}));
+}
+
+TEST(SelectObjects, KeepsExactlyTheNamedObjects)
+{
+    BaseNode root("root");
+    TransformNode* a = AddHelper(root, "a");
+    AddHelper(*a, "a-sub");
+    TransformNode* b = AddHelper(root, "b");
+    AddHelper(*b, "wanted-child");
+    AddHelper(root, "convert()Box");
+    AddHelper(root, "c");
+    root.SelectObjects({"a", "wanted-child", "Box", "c"});
+    EXPECT_EQ(ChildNames(root), (Names{"a", "c", "wanted-child"}));
+    EXPECT_EQ(ChildNames(*root.Children()[0]), (Names{"a-sub"}));
+}
+
+// A node that gets its bounds when its writing begins, as a mesh does.
+struct BoundedNode : TransformNode {
+    using TransformNode::TransformNode;
+    HRESULT BeginWrite(NodeWriteContext& context, bool* write) override
+    {
+        hasBounds = true;
+        bounds = meshSphere;
+        return TransformNode::BeginWrite(context, write);
+    }
+    Sphere meshSphere;
+};
+
+// The record of a node as a literal chain of requests computes it: each node asks its parent,
+// which asks its own parent, and every asked node that has bounds grows its parent's.
+struct Reference {
+    Matrix world = Matrix::Identity();
+    bool isRoot = false;
+    bool mesh = false;
+    Sphere meshSphere;
+    bool hasBounds = false;
+    Sphere bounds;
+    Reference* parent = nullptr;
+    std::vector<std::unique_ptr<Reference>> children;
+    NodeInfo written;
+};
+
+NodeInfo ReferenceInfo(Reference& node)
+{
+    NodeInfo info;
+    info.size = 104;
+    info.flags |= 1;
+    if (node.hasBounds) {
+        info.flags |= 8;
+        info.bounds = node.bounds;
+    }
+    if (node.isRoot)
+        return info;
+    info.flags |= 1 | 2;
+    const NodeInfo parentInfo = ReferenceInfo(*node.parent);
+    info.matrix = (parentInfo.flags & 2) ? Multiply(node.world, Inverse(node.parent->world)) : node.world;
+    if (!node.hasBounds)
+        return info;
+    info.flags |= 2 | 4 | 8 | 16;
+    info.bounds = node.bounds;
+    const Vector3 row2{info.matrix(2, 0), info.matrix(2, 1), info.matrix(2, 2)};
+    info.parentBounds = {TransformPoint(node.bounds.centre, info.matrix), node.bounds.radius * Length(row2)};
+    if (!node.parent->hasBounds) {
+        node.parent->hasBounds = true;
+        node.parent->bounds = info.parentBounds;
+    } else {
+        MergeSphere(node.parent->bounds, info.parentBounds);
+    }
+    return info;
+}
+
+void ReferenceWrite(Reference& node)
+{
+    if (node.mesh) {
+        node.hasBounds = true;
+        node.bounds = node.meshSphere;
+    }
+    for (auto& child : node.children)
+        ReferenceWrite(*child);
+    node.written = ReferenceInfo(node);
+}
+
+void PreOrder(Reference& node, std::vector<Reference*>& out)
+{
+    out.push_back(&node);
+    for (auto& child : node.children)
+        PreOrder(*child, out);
+}
+
+TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
+{
+    std::mt19937 random(20261122);
+    std::uniform_real_distribution<float> coordinate(-10.0f, 10.0f);
+    std::uniform_real_distribution<float> radius(0.1f, 5.0f);
+    testfiles::ScratchDirectory directory;
+    for (int round = 0; round < 150; ++round) {
+        BaseNode root("root");
+        Reference reference;
+        reference.isRoot = true;
+        std::vector<std::pair<BaseNode*, Reference*>> nodes{{&root, &reference}};
+        const int count = 1 + static_cast<int>(random() % 30);
+        for (int i = 0; i < count; ++i) {
+            auto [parent, referenceParent] = nodes[random() % nodes.size()];
+            const bool mesh = random() % 2 == 0;
+            std::unique_ptr<TransformNode> node;
+            Sphere sphere{{coordinate(random), coordinate(random), coordinate(random)}, radius(random)};
+            if (mesh) {
+                auto bounded = std::make_unique<BoundedNode>("n" + std::to_string(i));
+                bounded->meshSphere = sphere;
+                node = std::move(bounded);
+            } else {
+                node = std::make_unique<TransformNode>("n" + std::to_string(i));
+            }
+            Matrix world = Matrix::Identity();
+            const float scale = 0.5f + static_cast<float>(random() % 4);
+            world(0, 0) = scale;
+            world(1, 1) = 1.0f / scale;
+            world(2, 2) = scale;
+            world(0, 1) = coordinate(random) * 0.1f;
+            world(3, 0) = coordinate(random);
+            world(3, 1) = coordinate(random);
+            world(3, 2) = coordinate(random);
+            node->world = world;
+            auto mirror = std::make_unique<Reference>();
+            mirror->world = world;
+            mirror->mesh = mesh;
+            mirror->meshSphere = sphere;
+            mirror->parent = referenceParent;
+            nodes.emplace_back(node.get(), mirror.get());
+            parent->AddChild(std::move(node));
+            referenceParent->children.push_back(std::move(mirror));
+        }
+        ReferenceWrite(reference);
+
+        const std::string path = directory.Path() + "/tree.vern3D";
+        {
+            VernWriter writer;
+            writer.SetFileType(FileTypeVern3D);
+            ASSERT_EQ(writer.Open(path.c_str(), true), S_OK);
+            ASSERT_EQ(writer.BeginFile(), S_OK);
+            AseParser reader;
+            ASSERT_EQ(root.Write(writer, reader, writer.Root()), S_OK);
+            VernChunk* table = nullptr;
+            ASSERT_EQ(writer.CreateChunk(&table, 0x10003, writer.Root()), S_OK);
+            const uint8_t none[12] = {12, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+            ASSERT_EQ(writer.WriteData(none, 12, table), S_OK);
+            ASSERT_EQ(writer.Close(), S_OK);
+        }
+        vern3d::Scene scene;
+        std::string error;
+        ASSERT_TRUE(vern3d::DecodeFile(path, &scene, &error)) << error;
+        std::vector<Reference*> order;
+        PreOrder(reference, order);
+        ASSERT_EQ(scene.nodes.size(), order.size());
+        for (size_t i = 0; i < order.size(); ++i) {
+            const NodeInfo& expected = order[i]->written;
+            const vern3d::NodeInfoRecord& actual = scene.nodes[i].info;
+            EXPECT_EQ(actual.flags, expected.flags) << "round " << round << " node " << i;
+            EXPECT_EQ(std::memcmp(actual.matrix.data(), expected.matrix.m.data(), 64), 0) << round << "/" << i;
+            EXPECT_EQ(std::memcmp(actual.bounds.data(), &expected.bounds, 16), 0) << round << "/" << i;
+            EXPECT_EQ(std::memcmp(actual.parentBounds.data(), &expected.parentBounds, 16), 0) << round << "/" << i;
+        }
+    }
+}
+
+TEST(NodeIndex, FindsWhatTheDepthFirstSearchFinds)
+{
+    std::mt19937 random(7);
+    for (int round = 0; round < 200; ++round) {
+        BaseNode root("root");
+        NodeIndex index;
+        index.Add(&root);
+        std::vector<BaseNode*> nodes{&root};
+        for (int i = 0; i < 60; ++i) {
+            auto node = std::make_unique<TransformNode>("name" + std::to_string(random() % 8));
+            BaseNode* raw = node.get();
+            nodes[random() % nodes.size()]->AddChild(std::move(node));
+            index.Add(raw);
+            nodes.push_back(raw);
+            if (random() % 5 == 0) {  // renamed after linking
+                BaseNode* renamed = nodes[1 + random() % (nodes.size() - 1)];
+                const std::string name = "name" + std::to_string(random() % 8);
+                index.Rename(renamed, name);
+                renamed->name = name;
+            }
+            for (int probe = 0; probe < 9; ++probe) {
+                const std::string name = probe == 8 ? "root" : "name" + std::to_string(probe);
+                ASSERT_EQ(index.Find(name), root.FindNode(name)) << round << " " << name;
+            }
+        }
+    }
+}
+
+TEST(SceneTree, LongChainsConvertInLinearTime)
+{
+    // 100,000 helpers, each the parent of the next: reading, directives, preparation and
+    // writing must neither recurse nor walk the chain per node.
+    std::string text = "*HELPEROBJECT {\n*NODE_NAME \"n0\"\n*HELPER_CLASS \"Dummy\"\n}\n";
+    for (int i = 1; i < 100000; ++i) {
+        text += "*HELPEROBJECT {\n*NODE_NAME \"convert()n" + std::to_string(i) + "\"\n*NODE_PARENT \"";
+        text += (i == 1 ? "n0" : "convert()n" + std::to_string(i - 1));
+        text += "\"\n*NODE_TM {\n*TM_ROW3 " + std::to_string(i) + " 0 0\n}\n}\n";
+    }
+    testfiles::ScratchDirectory directory;
+    const std::string source = directory.Write("chain.ase", text);
+    AseParser reader;
+    reader.ParseFile(source, directory.Path() + "/chain.vern3D");
+    ASSERT_FALSE(reader.HasError()) << reader.ErrorText();
+    vern3d::Scene scene;
+    std::string error;
+    ASSERT_TRUE(vern3d::DecodeFile(directory.Path() + "/chain.vern3D", &scene, &error)) << error;
+    ASSERT_EQ(scene.nodes.size(), 100001u);
+    EXPECT_EQ(scene.nodes[100000].name, "n99999");
+    EXPECT_EQ(scene.nodes[100000].info.matrix[12], 1.0f);  // one step along x from its parent
+}
+
+}  // namespace
