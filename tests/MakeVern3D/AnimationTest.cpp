@@ -74,7 +74,7 @@ TEST(AnimationKeys, BlocksReplaceAndOnlyTheirKindIsSet)
 TEST(AnimationKeys, ForeignNodeNamesAndOtherControllers)
 {
     auto parsed = ParseAse(kScene + AnimatedHelper("*NODE_NAME \"Other\"\n*CONTROL_SCALE_BEZIER {\n*X 1\n}\n"));
-    EXPECT_EQ(parsed.printed, parsed.At(8) + "Found node name 'Other' but expected 'H'.\n" + parsed.At(9) +
+    EXPECT_EQ(parsed.printed, parsed.At(9) + "Found node name 'Other' but expected 'H'.\n" + parsed.At(10) +
                                   "Do not know what symbol '*CONTROL_SCALE_BEZIER' means.\n");
     EXPECT_EQ(FirstNode(parsed).name, "H");
 
@@ -83,7 +83,7 @@ TEST(AnimationKeys, ForeignNodeNamesAndOtherControllers)
     EXPECT_EQ(FirstNode(unnamed).name, "");
 
     auto noBrace = ParseAse(kScene + AnimatedHelper("*CONTROL_POS_BEZIER\n"));
-    EXPECT_EQ(noBrace.ErrorText(), noBrace.At(9, "error") + "Aspected symbol '{' but found symbol '}'.\n");
+    EXPECT_EQ(noBrace.ErrorText(), noBrace.At(10, "error") + "Aspected symbol '{' but found symbol '}'.\n");
 }
 
 TEST(AnimationKeys, ZeroTimeBaseGivesTimeZeroAndOneWarning)
