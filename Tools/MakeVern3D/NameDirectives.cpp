@@ -63,8 +63,9 @@ void BaseNode::ApplyNameDirectives(BaseParser& reporter)
     };
     std::vector<Frame> stack;
 
-    // Runs the directive of `node` (its children are done). Answers whether it was removed.
-    auto runDirective = [&reporter](BaseNode* node, std::unique_ptr<BaseNode>& slot) {
+    // Runs the directive of `node` (its children are done), which sits at `index` in its parent's
+    // list. Answers whether it was removed.
+    auto runDirective = [&reporter](BaseNode* node, size_t index) {
         if (!HasDirectivePrefix(node->name))
             return false;
         std::string rest = node->name.substr(kPrefixLength);
@@ -83,7 +84,7 @@ void BaseNode::ApplyNameDirectives(BaseParser& reporter)
             if (command == "delete" && node->parent) {
                 BaseNode* owner = node->parent;
                 LiftChildren(*node, *owner, node->children);
-                slot.reset();
+                owner->children[index].reset();  // after the lift, which may move the list
                 return true;
             }
             if (command == "createanimfrommesh")
@@ -113,20 +114,18 @@ void BaseNode::ApplyNameDirectives(BaseParser& reporter)
         stack.pop_back();
         if (stack.empty()) {
             // The node the walk started from: its slot belongs to its parent (if any).
-            if (node->parent) {
-                auto& siblings = node->parent->children;
-                auto slot = std::find_if(siblings.begin(), siblings.end(),
-                                         [node](const auto& entry) { return entry.get() == node; });
-                if (runDirective(node, *slot))
-                    std::erase(siblings, nullptr);
-            } else {
-                std::unique_ptr<BaseNode> none;
-                runDirective(node, none);
+            BaseNode* const owner = node->parent;
+            size_t index = 0;
+            if (owner) {
+                while (owner->children[index].get() != node)
+                    ++index;
             }
+            if (runDirective(node, index))
+                std::erase(owner->children, nullptr);
             break;
         }
         Frame& owner = stack.back();
-        runDirective(node, owner.node->children[owner.index]);
+        runDirective(node, owner.index);
         if (owner.hasNext)
             ++owner.index;
         else

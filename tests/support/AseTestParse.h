@@ -4,6 +4,8 @@
 #include "AseParser.h"
 #include "TestFiles.h"
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 
