@@ -4,6 +4,8 @@
 // Leading white space is skipped, a sign is taken, and the longest prefix that the C library
 // would take is converted: "30.5" gives 30, "1.5abc" gives 1.5, "-1.#IND0" gives -1, "x" fails.
 // The text ends at its first zero byte or at the end of the view. On failure `value` is untouched.
+// Both are thread-safe and allocate nothing for decimal numbers; only the rare hexadecimal "%f"
+// form goes through strtof, which reads '.' as the decimal point in the C locale the tool runs in.
 #pragma once
 
 #include <cstdint>

@@ -1,0 +1,323 @@
+// ScanInt and ScanFloat must give exactly what the C library's sscanf gives for "%d", "%d:" and
+// "%f": the same success and the same bits, including the sign of zero and NaN patterns, and an
+// untouched value on failure. The C library on this machine is the oracle throughout.
+#include "NumberScan.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+constexpr uint32_t kFloatSentinel = 0x12345678u;
+constexpr int32_t kIntSentinel = 0x5a5a5a5a;
+
+struct Outcome {
+  bool ok;
+  uint32_t bits;  // the value's bits, or the untouched sentinel's
+  bool operator==(const Outcome&) const = default;
+};
+
+std::string Show(std::string_view text) {
+  std::string shown;
+  for (const unsigned char c : text) {
+    if (c >= 0x20 && c < 0x7f && c != '\\') {
+      shown += static_cast<char>(c);
+    } else {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\x%02x", c);
+      shown += escaped;
+    }
+  }
+  return '"' + shown + '"';
+}
+
+// sscanf reads up to the terminator, which std::string supplies after the copied view; a zero
+// byte inside the view ends the text for sscanf as it must for the scanners.
+Outcome CLibraryFloat(std::string_view text) {
+  const std::string terminated(text);
+  float value = std::bit_cast<float>(kFloatSentinel);
+  const bool ok = std::sscanf(terminated.c_str(), "%f", &value) == 1;
+  return {ok, std::bit_cast<uint32_t>(value)};
+}
+
+Outcome CLibraryInt(std::string_view text, const char* format) {
+  const std::string terminated(text);
+  int value = kIntSentinel;
+  const bool ok = std::sscanf(terminated.c_str(), format, &value) == 1;
+  return {ok, static_cast<uint32_t>(value)};
+}
+
+// The scanners see a buffer of exactly the text's size, so that the sanitizer build catches any
+// read past the end of the view.
+Outcome OursFloat(std::string_view text) {
+  const std::vector<char> exact(text.begin(), text.end());
+  float value = std::bit_cast<float>(kFloatSentinel);
+  const bool ok = ScanFloat(std::string_view(exact.data(), exact.size()), &value);
+  return {ok, std::bit_cast<uint32_t>(value)};
+}
+
+Outcome OursInt(std::string_view text) {
+  const std::vector<char> exact(text.begin(), text.end());
+  int32_t value = kIntSentinel;
+  const bool ok = ScanInt(std::string_view(exact.data(), exact.size()), &value);
+  return {ok, static_cast<uint32_t>(value)};
+}
+
+// Returns a description of the first disagreement with the C library, or "" when all agree.
+std::string Disagreement(std::string_view text) {
+  char line[160];
+  const Outcome ourFloat = OursFloat(text);
+  const Outcome theirFloat = CLibraryFloat(text);
+  if (ourFloat != theirFloat) {
+    std::snprintf(line, sizeof line, " %%f: ours ok=%d bits=%08x, sscanf ok=%d bits=%08x",
+                  ourFloat.ok, ourFloat.bits, theirFloat.ok, theirFloat.bits);
+    return Show(text) + line;
+  }
+  const Outcome ourInt = OursInt(text);
+  for (const char* format : {"%d", "%d:"}) {
+    const Outcome theirInt = CLibraryInt(text, format);
+    if (ourInt != theirInt) {
+      std::snprintf(line, sizeof line, " %s: ours ok=%d value=%d, sscanf ok=%d value=%d", format,
+                    ourInt.ok, static_cast<int32_t>(ourInt.bits), theirInt.ok,
+                    static_cast<int32_t>(theirInt.bits));
+      return Show(text) + line;
+    }
+  }
+  return "";
+}
+
+// Inputs where the collection rules of scanf, strto* and fast_float part ways.
+const char* const kAwkward[] = {
+    // partial reads
+    "30.5", "1.5abc", "-1.#IND0", "1.#QNAN", "1e", "1E", "1e+", "1e-", "1e+x", ".5", "-.5",
+    "5.", "1.e5", "1.5.3", "1e5.3", "1e5e3", "1e+-5", "0e", "0ex", "00x1p3", "12:3", "7,5",
+    // nothing to read
+    "x", "", "-", "+", ".", "-.", "+.", ".e5", "e5", "E5", "- 5", "+-5", "-+5", "#", "--1",
+    // white space, and bytes that the C locale does not count as space
+    " 7", "\t\n\v\f\r7", "  -3.25", " \xa0 7", "\x85 7", "\xa0", "   ",
+    // inf and nan fragments
+    "inf", "INF", "Inf", "-inf", "+inf", "infx", "infi", "infin", "infinit", "infinity",
+    "Infinity", "INFINITY", "-infinity", "infinityx", "infinitx", "in", "i", "-i", "na", "n",
+    "nan", "NaN", "-nan", "+nan", "nanx", "nan(12)", "nan()", "-nan(0x1)", "nAn", "nana",
+    // hexadecimal
+    "0x", "0X", "-0x", "+0x", "0x1p3", "0X1P-2", "0x10", "-0x10", "0x1.8p1", "0x.8p1", "0x.",
+    "0x.p1", "0xp3", "0x1p", "0x1p+", "0x1p-", "0x1e3", "0x1e+3", "0xg", "0x1p3p4", "0x1.8.1",
+    "0x1p1a", "0xffffffffffffffffffffp0", "0x1p128", "0x1p-149", "0x1p-150", "0x1.000001p0",
+    "0x1.0000011p0", "0x1.fffffffp127", "0x0.000002p-126",
+    // range of float: largest, overflow, denormals, underflow to zero
+    "3.4028235e38", "3.40282346e38", "3.4028236e38", "3.40282357e38", "-3.4028236e38", "1e39",
+    "1e99", "1e99999999999", "-1e99999999999", "1e-38", "1.17549435e-38", "1e-45", "1.4e-45",
+    "7e-46", "7.0064923e-46", "7.0064924e-46", "1e-50", "1e-99999999999", "-1e-50",
+    // signed zeros
+    "0", "-0", "+0", "-0.0", "-.0", "-0e5", "0.0000", "-0.0000",
+    // many digits, and exact ties between adjacent floats
+    "16777217", "16777217.000000000000000000000000000001", "16777216.999999999999999999999",
+    "33554433", "33554435", "0.100000001490116119384765625",
+    "0.1000000052154064178466796875", "0.10000000521540641784667968750000000000001",
+    "00000000000000000000000000000000000000000000000001.5",
+    "0.00000000000000000000000000000000000000000000000000000000000001e60",
+    "123456789012345678901234567890123456789012345678901234567890",
+    // typical scene values
+    "-12.3456", "160", "1.0000", "-0.5000", "0.0001", "1e+02", "-1.234567e-05",
+    // integers at the edges of int and long
+    "2147483647", "2147483648", "-2147483648", "-2147483649", "4294967295", "4294967296",
+    "4294967297", "-4294967297", "9223372036854775807", "9223372036854775808",
+    "-9223372036854775808", "-9223372036854775809", "18446744073709551615",
+    "18446744073709551616", "99999999999999999999999", "-99999999999999999999999",
+    "0000000000000000000000000000002147483647", "+7", "-0x10", "12:", "12 :",
+};
+
+TEST(NumberScanTest, AwkwardInputsMatchTheCLibrary) {
+  for (const char* awkward : kAwkward) {
+    const std::string_view text(awkward);
+    EXPECT_EQ(Disagreement(text), "") << "input " << Show(text);
+  }
+}
+
+// Every prefix of an input is a view that ends early: the scanners must stop at the view's end
+// exactly as sscanf stops at a terminator there ("inf" out of "infinity", "1e" out of "1e5").
+TEST(NumberScanTest, ViewsEndingEarlyMatchTheCLibrary) {
+  for (const char* awkward : kAwkward) {
+    const std::string_view text(awkward);
+    for (size_t length = 0; length < text.size(); ++length) {
+      EXPECT_EQ(Disagreement(text.substr(0, length)), "");
+    }
+  }
+}
+
+// A zero byte inside the view ends the text.
+TEST(NumberScanTest, ZeroByteEndsTheText) {
+  using namespace std::string_literals;
+  const std::string cases[] = {"12\0" "34"s, "\0" "5"s, "1e\0" "5"s, "inf\0" "inity"s,
+                               "infi\0" "nity"s, "0x\0" "1p3"s, " \0" "7"s, "-\0" "1"s};
+  for (const std::string& text : cases) {
+    EXPECT_EQ(Disagreement(text), "");
+  }
+  int32_t number = 0;
+  ASSERT_TRUE(ScanInt("12\0" "34"s, &number));
+  EXPECT_EQ(number, 12);
+}
+
+// A few results worked out by hand from the C rules, kept as documentation of what the readers
+// rely on; the comparisons above are what prove agreement with the C library.
+TEST(NumberScanTest, WorkedExamples) {
+  struct IntCase {
+    const char* text;
+    int32_t value;
+  };
+  const IntCase ints[] = {
+      {"30.5", 30},           {"-1.#IND0", -1},
+      {"0x10", 0},            {"  +42", 42},
+      {"7:", 7},              {"2147483648", -2147483647 - 1},  // 2^31 cut to 32 bits
+      {"4294967297", 1},      {"-2147483649", 2147483647},
+      {"9223372036854775808", -1},  // strtol saturates at 2^63 - 1, whose low bits are all ones
+  };
+  for (const IntCase& c : ints) {
+    int32_t value = kIntSentinel;
+    EXPECT_TRUE(ScanInt(c.text, &value)) << c.text;
+    EXPECT_EQ(value, c.value) << c.text;
+  }
+
+  struct FloatCase {
+    const char* text;
+    float value;
+  };
+  const FloatCase floats[] = {
+      {"1.5abc", 1.5f}, {"-1.#IND0", -1.0f}, {"1e", 1.0f},   {"1e+", 1.0f},
+      {".5", 0.5f},     {"0x1p3", 8.0f},     {"0x10", 16.0f}, {"0x1e+3", 30.0f},
+      {"-12.3456", -12.3456f}, {"1e99", std::numeric_limits<float>::infinity()},
+      {"1e-45", std::numeric_limits<float>::denorm_min()},
+  };
+  for (const FloatCase& c : floats) {
+    float value = 0.0f;
+    EXPECT_TRUE(ScanFloat(c.text, &value)) << c.text;
+    EXPECT_EQ(std::bit_cast<uint32_t>(value), std::bit_cast<uint32_t>(c.value)) << c.text;
+  }
+
+  float value = 0.0f;
+  ASSERT_TRUE(ScanFloat("-0", &value));
+  EXPECT_TRUE(std::signbit(value));
+  ASSERT_TRUE(ScanFloat("-nan", &value));
+  EXPECT_TRUE(std::isnan(value) && std::signbit(value));
+
+  for (const char* failing : {"x", "", "-", "+", ".", "e5", "in", "infin", "na", "0x", " "}) {
+    float untouchedFloat = 3.0f;
+    int32_t untouchedInt = 3;
+    EXPECT_FALSE(ScanFloat(failing, &untouchedFloat)) << failing;
+    EXPECT_EQ(untouchedFloat, 3.0f) << failing;
+    if (std::strcmp(failing, "0x") != 0) {
+      EXPECT_FALSE(ScanInt(failing, &untouchedInt)) << failing;
+      EXPECT_EQ(untouchedInt, 3) << failing;
+    }
+  }
+}
+
+// Random strings assembled from the pieces that steer the collection rules.
+class Generator {
+ public:
+  explicit Generator(uint64_t seed) : random_(seed) {}
+
+  std::string Next() {
+    switch (Below(6)) {
+      case 0: return WellFormedFloat();
+      case 1: return Tie();
+      default: return Fragments();
+    }
+  }
+
+ private:
+  uint32_t Below(uint32_t n) { return static_cast<uint32_t>(random_() % n); }
+
+  std::string Digits(size_t count) {
+    std::string digits;
+    for (size_t i = 0; i < count; ++i) digits += static_cast<char>('0' + Below(10));
+    return digits;
+  }
+
+  // A float, printed in a random style and precision.
+  std::string WellFormedFloat() {
+    float value;
+    switch (Below(3)) {
+      case 0: value = std::bit_cast<float>(static_cast<uint32_t>(random_())); break;
+      case 1: value = static_cast<float>(static_cast<int32_t>(random_()) % 100000) / 10000.0f; break;
+      default: value = std::ldexp(static_cast<float>(Below(1u << 24)), static_cast<int>(Below(300)) - 170);
+    }
+    static const char* const styles[] = {"%.*e", "%.*g", "%.*f", "%.*E", "%#.*g"};
+    char text[512];
+    std::snprintf(text, sizeof text, styles[Below(5)], static_cast<int>(Below(14)),
+                  static_cast<double>(value));
+    return text;
+  }
+
+  // The exact decimal value halfway between two adjacent floats, or nudged by one unit in its
+  // last digit: the cases where rounding has to look at every digit.
+  std::string Tie() {
+    const uint32_t bits = Below(0x7f800000u);
+    const double low = std::bit_cast<float>(bits);
+    // Past the largest float the next step would be 2^128: that tie is the overflow threshold.
+    const double high = bits == 0x7f7fffffu ? std::ldexp(1.0, 128) : std::bit_cast<float>(bits + 1);
+    char text[1200];
+    std::snprintf(text, sizeof text, "%.*e", 120 + static_cast<int>(Below(40)), (low + high) / 2);
+    std::string tie = text;
+    const size_t exponent = tie.find('e');
+    size_t last = exponent - 1;
+    while (tie[last] == '0') --last;  // the last significant digit
+    switch (Below(3)) {
+      case 0: if (tie[last] != '9') ++tie[last]; break;
+      case 1: if (tie[last] != '0') --tie[last]; break;
+      default: break;
+    }
+    return (Below(2) ? "-" : "") + tie;
+  }
+
+  std::string Fragments() {
+    static const char* const pieces[] = {
+        "-", "+", "0", "1", "9", ".", "e", "E", "e-", "e+", "p", "P", "p-", "x", "X", "0x", "0X",
+        "inf", "INF", "infinity", "inity", "in", "i", "nan", "NaN", "n", "na", "(", ")", "a", "f",
+        "z", "#", "#IND", ":", ",", " ", "\t", "\n", "\v", "\f", "\r", "\xa0", "\x80", "2147483647",
+        "2147483648", "-2147483649", "4294967296", "9223372036854775807",
+        "9223372036854775808", "-9223372036854775809", "18446744073709551616", "340282346",
+        "1e38", "1e39", "1e-45", "1e-46", "1.17549435e-38", "16777217",
+    };
+    constexpr size_t kPieceCount = sizeof pieces / sizeof pieces[0];
+    std::string text;
+    const uint32_t count = 1 + Below(7);
+    for (uint32_t i = 0; i < count; ++i) {
+      switch (Below(10)) {
+        case 0: text += Digits(1 + Below(4)); break;
+        case 1: text += Digits(15 + Below(Below(8) == 0 ? 400 : 30)); break;  // long runs
+        case 2: if (Below(8) == 0) text += '\0'; break;
+        default: text += pieces[Below(kPieceCount)];
+      }
+    }
+    return text;
+  }
+
+  std::mt19937_64 random_;
+};
+
+TEST(NumberScanTest, RandomInputsMatchTheCLibrary) {
+  Generator generator(20240611);
+  constexpr int kInputs = 200000;
+  int disagreements = 0;
+  for (int i = 0; i < kInputs && disagreements < 20; ++i) {
+    const std::string text = generator.Next();
+    const std::string problem = Disagreement(text);
+    if (!problem.empty()) {
+      ++disagreements;
+      ADD_FAILURE() << problem;
+    }
+  }
+  EXPECT_EQ(disagreements, 0);
+}
+
+}  // namespace
