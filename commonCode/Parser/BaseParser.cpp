@@ -62,6 +62,59 @@ std::string FormatMessageId(uint32_t id, ...)
     return result;
 }
 
+// Text with a byte-order mark is taken as what the mark says: UTF-16 (either byte order) becomes
+// UTF-8 and a UTF-8 mark is dropped, so that such files read like the 8-bit text they hold.
+// Answers the new length; `buffer` has room for one byte more (the terminating zero).
+uint64_t NormalizeEncoding(std::unique_ptr<char[]>& buffer, uint64_t length)
+{
+    const auto* bytes = reinterpret_cast<const unsigned char*>(buffer.get());
+    if (length >= 3 && bytes[0] == 0xEF && bytes[1] == 0xBB && bytes[2] == 0xBF) {
+        std::memmove(buffer.get(), buffer.get() + 3, length - 3);
+        return length - 3;
+    }
+    if (length < 2 || !((bytes[0] == 0xFF && bytes[1] == 0xFE) || (bytes[0] == 0xFE && bytes[1] == 0xFF)))
+        return length;
+    const bool little = bytes[0] == 0xFF;
+    const uint64_t units = (length - 2) / 2;
+    // At most 3 UTF-8 bytes per 16-bit unit (a surrogate pair: 4 bytes for 2 units).
+    std::unique_ptr<char[]> converted(new (std::nothrow) char[units * 3 + 1]);
+    if (!converted)
+        return length;
+    uint64_t out = 0;
+    auto unit = [&](uint64_t index) -> uint32_t {
+        const unsigned char a = bytes[2 + 2 * index];
+        const unsigned char b = bytes[3 + 2 * index];
+        return little ? static_cast<uint32_t>(a | (b << 8)) : static_cast<uint32_t>(b | (a << 8));
+    };
+    auto put = [&](uint32_t byte) { converted[out++] = static_cast<char>(byte); };
+    for (uint64_t i = 0; i < units; ++i) {
+        uint32_t code = unit(i);
+        if (code >= 0xD800 && code < 0xDC00 && i + 1 < units && unit(i + 1) >= 0xDC00 && unit(i + 1) < 0xE000) {
+            code = 0x10000 + ((code - 0xD800) << 10) + (unit(i + 1) - 0xDC00);
+            ++i;
+        } else if (code >= 0xD800 && code < 0xE000) {
+            code = 0xFFFD;  // a lone surrogate
+        }
+        if (code < 0x80) {
+            put(code);
+        } else if (code < 0x800) {
+            put(0xC0 | (code >> 6));
+            put(0x80 | (code & 0x3F));
+        } else if (code < 0x10000) {
+            put(0xE0 | (code >> 12));
+            put(0x80 | ((code >> 6) & 0x3F));
+            put(0x80 | (code & 0x3F));
+        } else {
+            put(0xF0 | (code >> 18));
+            put(0x80 | ((code >> 12) & 0x3F));
+            put(0x80 | ((code >> 6) & 0x3F));
+            put(0x80 | (code & 0x3F));
+        }
+    }
+    buffer = std::move(converted);
+    return out;
+}
+
 }  // namespace
 
 BaseParser::BaseParser() = default;
@@ -138,6 +191,7 @@ HRESULT BaseParser::ReadWholeFile(int handle)
         }
         used += static_cast<uint64_t>(count);
     }
+    used = NormalizeEncoding(buffer, used);
     buffer[used] = '\0';
     text = std::move(buffer);
     textSize = static_cast<uint32_t>(used + 1);

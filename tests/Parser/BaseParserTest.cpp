@@ -226,3 +226,32 @@ TEST(Diagnostics, TheLastErrorIsKept)
 }
 
 }  // namespace
+
+namespace {
+
+std::string Utf16(const std::string& ascii, bool little)
+{
+    std::string out = little ? std::string("\xFF\xFE", 2) : std::string("\xFE\xFF", 2);
+    for (char character : ascii) {
+        const char units[2] = {little ? character : '\0', little ? '\0' : character};
+        out.append(units, 2);
+    }
+    return out;
+}
+
+TEST(SymbolScanner, ByteOrderMarksAreHonoured)
+{
+    const std::string text = "*KEY \"a b\" {\nx }\n";
+    const Scan plain = ScanText(text);
+    for (bool little : {true, false}) {
+        const Scan wide = ScanText(Utf16(text, little));
+        EXPECT_EQ(wide.symbols, plain.symbols);
+        EXPECT_EQ(wide.lines, plain.lines);
+    }
+    EXPECT_EQ(ScanText("\xEF\xBB\xBF" + text).symbols, plain.symbols);
+    // A character beyond ASCII arrives as UTF-8; a lone surrogate as U+FFFD.
+    EXPECT_EQ(ScanText(std::string("\xFF\xFE\xE9\x00\x20\x00\x00\xD8\x0A\x00", 10)).symbols,
+              (std::vector<std::string>{"\xC3\xA9", "\xEF\xBF\xBD", kEnd}));
+}
+
+}  // namespace
