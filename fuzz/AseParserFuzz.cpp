@@ -1,0 +1,29 @@
+// Any bytes as an ASE file: the reader must end in an error or a valid vern3D file.
+#include "AseParser.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <unistd.h>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static const std::string directory = [] {
+        char pattern[] = "/tmp/makevern3d-fuzz-XXXXXX";
+        const char* made = ::mkdtemp(pattern);
+        return std::string(made ? made : "/tmp");
+    }();
+    const std::string input = directory + "/input.ase";
+    const std::string output = directory + "/input.vern3D";
+    if (FILE* file = std::fopen(input.c_str(), "wb")) {
+        std::fwrite(data, 1, size, file);
+        std::fclose(file);
+    }
+    // Warnings go to standard output; keep the fuzzer's console readable.
+    std::FILE* quiet = std::freopen("/dev/null", "w", stdout);
+    (void)quiet;
+    AseParser reader;
+    reader.ParseFile(input, output);
+    return 0;
+}
