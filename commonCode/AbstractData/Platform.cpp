@@ -1,6 +1,8 @@
 #include "Platform.h"
 
 #include <cerrno>
+#include <string>
+#include <sys/stat.h>
 
 namespace platform {
 
@@ -34,6 +36,7 @@ uint32_t Win32ErrorFromErrno(int error)
     case EFBIG: return ERROR_HANDLE_DISK_FULL_CODE;
     case ENAMETOOLONG: return ERROR_FILENAME_EXCED_RANGE_CODE;
     case EIO: return ERROR_IO_DEVICE_CODE;
+    case ESPIPE: return ERROR_SEEK_ON_DEVICE_CODE;
     default: return ERROR_GEN_FAILURE_CODE;
     }
 }
@@ -41,6 +44,33 @@ uint32_t Win32ErrorFromErrno(int error)
 uint32_t SetLastErrorFromErrno()
 {
     lastError = Win32ErrorFromErrno(errno);
+    return lastError;
+}
+
+namespace {
+
+bool DirectoryPartExists(const char* path)
+{
+    std::string directory(path);
+    while (directory.size() > 1 && directory.back() == '/')
+        directory.pop_back();
+    const size_t slash = directory.rfind('/');
+    if (slash == std::string::npos)
+        return true;  // a bare name lives in the current directory
+    directory.resize(slash == 0 ? 1 : slash);
+    struct stat info {};
+    return ::stat(directory.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+}  // namespace
+
+uint32_t SetLastErrorFromOpenErrno(const char* path)
+{
+    const int error = errno;
+    if (error == ENOENT && (path == nullptr || *path == '\0' || !DirectoryPartExists(path)))
+        lastError = ERROR_PATH_NOT_FOUND_CODE;
+    else
+        lastError = Win32ErrorFromErrno(error);
     return lastError;
 }
 

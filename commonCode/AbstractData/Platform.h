@@ -23,7 +23,9 @@ enum : uint32_t {
     ERROR_INVALID_PARAMETER_CODE = 87,
     ERROR_DISK_FULL_CODE = 112,
     ERROR_NEGATIVE_SEEK_CODE = 131,
+    ERROR_SEEK_ON_DEVICE_CODE = 132,
     ERROR_FILENAME_EXCED_RANGE_CODE = 206,
+    ERROR_FILE_TOO_LARGE_CODE = 223,
     ERROR_RESOURCE_NAME_NOT_FOUND_CODE = 1814,
     ERROR_IO_DEVICE_CODE = 1117,
 };
@@ -36,5 +38,10 @@ uint32_t Win32ErrorFromErrno(int error);
 
 // Sets the last error from errno and returns it.
 uint32_t SetLastErrorFromErrno();
+
+// Sets the last error for a failed open of `path` and returns it. POSIX says ENOENT both for a
+// missing file and for a missing directory on the way to it; Windows tells the two apart
+// (ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND), so the directory part is looked at.
+uint32_t SetLastErrorFromOpenErrno(const char* path);
 
 }  // namespace platform

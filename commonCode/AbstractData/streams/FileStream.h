@@ -32,4 +32,7 @@ public:
 private:
     int handle = -1;  // -1 stands for the null handle
     uint32_t desiredAccess = 0;
+    // Identity of the open file (device, inode) for the in-process sharing rules.
+    uint64_t fileDevice = 0;
+    uint64_t fileInode = 0;
 };

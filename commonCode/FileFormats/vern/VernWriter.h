@@ -26,6 +26,9 @@ constexpr HRESULT VERN_E_CHUNK_CLOSED = static_cast<HRESULT>(0x80044010u);
 constexpr uint32_t kVernNoOffset = 0xFFFFFFFFu;
 
 struct VernChunk {
+    // Takes the subtree apart without recursion: chunk trees can be very deep.
+    ~VernChunk();
+
     uint32_t id = 0;
     uint32_t offset = kVernNoOffset;
     uint32_t size = 0;
@@ -56,8 +59,30 @@ public:
     static HRESULT WriteCountedString(std::string_view text, OutputStream* stream);
 
 private:
+    // The header fields in file order; turned into bytes only when written.
+    struct Header {
+        uint32_t headerSize = 0;
+        uint32_t reserved0 = 0;
+        Guid fileType{};
+        uint32_t directoryOffset = 0;
+        uint32_t directorySize = 0;
+        uint32_t reserved1 = 0;
+        uint32_t dataOffset = 0;
+        uint32_t entrySize = 0;
+    };
     class BufferedOutput;
-    // (members chosen by the implementation)
+
+    HRESULT SeekToEnd();
+    HRESULT SelectTarget(VernChunk* chunk);
+    HRESULT WriteDirectory();
+
+    // Declaration order is destruction order: the buffered view refers to the stream.
+    std::unique_ptr<FileStream> stream;
+    std::unique_ptr<BufferedOutput> output;  // from BeginFile to Release; all data goes through it
+    uint32_t headerPosition = 0;
+    uint32_t dataStart = 0;
+    uint32_t end = kVernNoOffset;
+    Header header;
     VernChunk root;
-    std::unique_ptr<BufferedOutput> output;
+    VernChunk* current = &root;
 };

@@ -1,0 +1,259 @@
+#include "VernReader.h"
+
+#include "FileStream.h"
+
+#include <algorithm>
+#include <bit>
+#include <new>
+#include <utility>
+
+namespace {
+
+constexpr uint32_t kHeaderSize = 44;
+constexpr uint32_t kEntrySize = 16;
+
+uint32_t LoadU32(const uint8_t* at)
+{
+    return static_cast<uint32_t>(at[0]) | static_cast<uint32_t>(at[1]) << 8 | static_cast<uint32_t>(at[2]) << 16 |
+           static_cast<uint32_t>(at[3]) << 24;
+}
+
+HRESULT Reject(std::string* error, std::string reason)
+{
+    if (error != nullptr)
+        *error = std::move(reason);
+    return VERN_E_MALFORMED;
+}
+
+HRESULT Decode(std::span<const uint8_t> bytes, VernContainer* container, std::string* error)
+{
+    if (bytes.size() < kHeaderSize)
+        return Reject(error, "file shorter than the header");
+    VernFileHeader& header = container->header;
+    header.headerSize = LoadU32(&bytes[0]);
+    header.reserved0 = LoadU32(&bytes[4]);
+    std::copy_n(&bytes[8], header.fileType.size(), header.fileType.begin());
+    header.directoryOffset = LoadU32(&bytes[24]);
+    header.directorySize = LoadU32(&bytes[28]);
+    header.reserved1 = LoadU32(&bytes[32]);
+    header.dataOffset = LoadU32(&bytes[36]);
+    header.entrySize = LoadU32(&bytes[40]);
+
+    if (header.headerSize != kHeaderSize)
+        return Reject(error, "header size is not 44");
+    if (header.entrySize != kEntrySize)
+        return Reject(error, "directory entry size is not 16");
+    if (header.dataOffset < kHeaderSize || header.dataOffset > header.directoryOffset)
+        return Reject(error, "data area does not lie between header and directory");
+    if (uint64_t{header.directoryOffset} + header.directorySize > bytes.size())
+        return Reject(error, "directory reaches past the end of the file");
+    if (header.directorySize % kEntrySize != 0)
+        return Reject(error, "directory size is not a multiple of 16");
+    if (header.directorySize == 0)
+        return Reject(error, "directory has no root entry");
+
+    const uint32_t count = header.directorySize / kEntrySize;
+    std::vector<VernDecodedChunk>& chunks = container->chunks;
+    chunks.resize(count);
+    std::vector<uint32_t> childCounts(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint8_t* entry = &bytes[header.directoryOffset + size_t{i} * kEntrySize];
+        chunks[i].id = LoadU32(entry);
+        childCounts[i] = LoadU32(entry + 4);
+        chunks[i].offset = LoadU32(entry + 8);
+        chunks[i].size = LoadU32(entry + 12);
+    }
+    if (chunks[0].id != 0 || chunks[0].offset != kVernNoOffset || chunks[0].size != 0)
+        return Reject(error, "root entry is not {0, n, 0xFFFFFFFF, 0}");
+
+    // Pre-order with child counts: the next entry is always the next child of the innermost
+    // chunk that still expects one.
+    struct Open {
+        uint32_t index;
+        uint32_t remaining;
+    };
+    std::vector<Open> open{{0, childCounts[0]}};
+    uint32_t next = 1;
+    while (!open.empty()) {
+        Open& top = open.back();
+        if (top.remaining == 0) {
+            open.pop_back();
+            continue;
+        }
+        if (next == count)
+            return Reject(error, "child counts ask for more entries than the directory holds");
+        --top.remaining;
+        chunks[next].parent = top.index;
+        chunks[top.index].children.push_back(next);
+        open.push_back({next, childCounts[next]});
+        ++next;
+    }
+    if (next != count)
+        return Reject(error, "directory holds entries that belong to no chunk");
+
+    // Each written chunk owns one run inside the data area, and no two runs share a byte.
+    struct Run {
+        uint64_t begin;
+        uint64_t end;
+    };
+    std::vector<Run> runs;
+    for (VernDecodedChunk& chunk : chunks) {
+        if (chunk.offset == kVernNoOffset) {
+            if (chunk.size != 0)
+                return Reject(error, "chunk without an offset has a size");
+            continue;
+        }
+        const uint64_t begin = uint64_t{header.dataOffset} + chunk.offset;
+        const uint64_t end = begin + chunk.size;
+        if (end > header.directoryOffset)
+            return Reject(error, "chunk bytes reach past the data area");
+        runs.push_back({begin, end});
+        chunk.payload = bytes.subspan(static_cast<size_t>(begin), chunk.size);
+    }
+    std::sort(runs.begin(), runs.end(),
+              [](const Run& a, const Run& b) { return a.begin != b.begin ? a.begin < b.begin : a.end < b.end; });
+    for (size_t i = 1; i < runs.size(); ++i) {
+        if (runs[i].begin < runs[i - 1].end)
+            return Reject(error, "chunk runs overlap");
+    }
+    return S_OK;
+}
+
+}  // namespace
+
+GuidBytes EncodeGuid(const Guid& guid)
+{
+    GuidBytes bytes{};
+    for (int i = 0; i < 4; ++i)
+        bytes[i] = static_cast<uint8_t>(guid.data1 >> (8 * i));
+    bytes[4] = static_cast<uint8_t>(guid.data2);
+    bytes[5] = static_cast<uint8_t>(guid.data2 >> 8);
+    bytes[6] = static_cast<uint8_t>(guid.data3);
+    bytes[7] = static_cast<uint8_t>(guid.data3 >> 8);
+    std::copy(std::begin(guid.data4), std::end(guid.data4), bytes.begin() + 8);
+    return bytes;
+}
+
+HRESULT DecodeVern(std::span<const uint8_t> bytes, VernContainer* container, std::string* error)
+{
+    if (container == nullptr)
+        return E_INVALIDARG;
+    *container = VernContainer{};
+    HRESULT status = S_OK;
+    try {
+        status = Decode(bytes, container, error);
+    } catch (const std::bad_alloc&) {
+        status = E_OUTOFMEMORY;
+        if (error != nullptr)
+            *error = "out of memory";
+    }
+    if (Failed(status))
+        *container = VernContainer{};
+    return status;
+}
+
+HRESULT ReadFileBytes(const char* path, std::vector<uint8_t>* bytes)
+{
+    if (bytes == nullptr)
+        return E_INVALIDARG;
+    bytes->clear();
+    FileStream file;
+    HRESULT status = file.Open(path, 0);
+    uint32_t size = 0;
+    if (Succeeded(status))
+        status = file.SetPosition(2, 0);
+    if (Succeeded(status))
+        status = file.GetPosition(&size);
+    if (Succeeded(status))
+        status = file.SetPosition(0, 0);
+    if (Succeeded(status)) {
+        try {
+            bytes->resize(size);
+        } catch (const std::bad_alloc&) {
+            status = E_OUTOFMEMORY;
+        }
+    }
+    if (Succeeded(status))
+        status = file.Read(bytes->data(), size);
+    if (Failed(status))
+        bytes->clear();
+    return status;
+}
+
+bool VernCursor::Take(size_t count, const uint8_t** at)
+{
+    if (!ok || count > Remaining()) {
+        ok = false;
+        return false;
+    }
+    *at = bytes.data() + position;
+    position += count;
+    return true;
+}
+
+bool VernCursor::ReadU8(uint8_t* value)
+{
+    const uint8_t* at = nullptr;
+    *value = Take(1, &at) ? at[0] : 0;
+    return ok;
+}
+
+bool VernCursor::ReadU16(uint16_t* value)
+{
+    const uint8_t* at = nullptr;
+    *value = Take(2, &at) ? static_cast<uint16_t>(at[0] | at[1] << 8) : 0;
+    return ok;
+}
+
+bool VernCursor::ReadU32(uint32_t* value)
+{
+    const uint8_t* at = nullptr;
+    *value = Take(4, &at) ? LoadU32(at) : 0;
+    return ok;
+}
+
+bool VernCursor::ReadF32(float* value)
+{
+    uint32_t bits = 0;
+    ReadU32(&bits);
+    *value = std::bit_cast<float>(bits);
+    return ok;
+}
+
+bool VernCursor::ReadBytes(size_t count, std::span<const uint8_t>* value)
+{
+    const uint8_t* at = nullptr;
+    *value = Take(count, &at) ? std::span<const uint8_t>(at, count) : std::span<const uint8_t>();
+    return ok;
+}
+
+bool VernCursor::Skip(size_t count)
+{
+    const uint8_t* at = nullptr;
+    return Take(count, &at);
+}
+
+bool VernCursor::ReadCountedString(std::string* value)
+{
+    value->clear();
+    uint8_t shortLength = 0;
+    uint16_t mediumLength = 0;
+    uint32_t length = 0;
+    if (!ReadU8(&shortLength))
+        return false;
+    if (shortLength < 255) {
+        length = shortLength;
+    } else if (!ReadU16(&mediumLength)) {
+        return false;
+    } else if (mediumLength != 0xFFFFu) {
+        length = mediumLength;
+        if (length < 255 || length == 0xFFFEu)
+            ok = false;  // the writer uses the short form below 255 and the long form from 65534
+    } else if (!ReadU32(&length) || length < 0xFFFEu) {
+        ok = false;
+    }
+    std::span<const uint8_t> text;
+    if (ok && ReadBytes(length, &text))
+        value->assign(text.begin(), text.end());
+    return ok;
+}

@@ -1,0 +1,477 @@
+// VernReader: little-endian cursor, decoding what VernWriter wrote, and refusing damaged files.
+#include "Trace.h"
+#include "VernReader.h"
+#include "VernWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+class ScratchDirectory {
+public:
+    ScratchDirectory()
+    {
+        std::string pattern = ::testing::TempDir() + "vernreader_XXXXXX";
+        if (::mkdtemp(pattern.data()) != nullptr)
+            path = pattern;
+    }
+    ~ScratchDirectory()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+    std::string File(const std::string& name) const { return path + "/" + name; }
+    std::string path;
+};
+
+void PutU32(Bytes& bytes, size_t at, uint32_t value)
+{
+    for (int i = 0; i < 4; ++i)
+        bytes[at + i] = static_cast<uint8_t>(value >> (8 * i));
+}
+
+const Bytes kVern3DGuid = {0x34, 0xF9, 0xB3, 0x0A, 0x62, 0x93, 0xD1, 0x11,
+                           0x9A, 0x2B, 0x08, 0x00, 0x00, 0x30, 0x05, 0x12};
+
+TEST(VernCursor, ReadsLittleEndianValuesWithinBounds)
+{
+    const Bytes bytes = {0x01, 0x34, 0x12, 0x78, 0x56, 0x34, 0x12, 0x00, 0x00, 0x80, 0x3F, 0xAA};
+    VernCursor cursor(bytes);
+    uint8_t u8 = 0;
+    uint16_t u16 = 0;
+    uint32_t u32 = 0;
+    float f32 = 0;
+    EXPECT_TRUE(cursor.ReadU8(&u8));
+    EXPECT_EQ(u8, 0x01);
+    EXPECT_TRUE(cursor.ReadU16(&u16));
+    EXPECT_EQ(u16, 0x1234);
+    EXPECT_TRUE(cursor.ReadU32(&u32));
+    EXPECT_EQ(u32, 0x12345678u);
+    EXPECT_TRUE(cursor.ReadF32(&f32));
+    EXPECT_EQ(f32, 1.0f);
+    EXPECT_EQ(cursor.Remaining(), 1u);
+
+    u16 = 7;
+    EXPECT_FALSE(cursor.ReadU16(&u16));  // one byte short
+    EXPECT_EQ(u16, 0);
+    EXPECT_FALSE(cursor.ReadU8(&u8));  // would fit, but the cursor has failed
+    EXPECT_FALSE(cursor.Ok());
+    EXPECT_EQ(cursor.Position(), 11u);
+
+    VernCursor skipping(bytes);
+    std::span<const uint8_t> view;
+    EXPECT_TRUE(skipping.Skip(11));
+    EXPECT_TRUE(skipping.ReadBytes(1, &view));
+    ASSERT_EQ(view.size(), 1u);
+    EXPECT_EQ(view[0], 0xAA);
+    EXPECT_TRUE(skipping.AtEnd());
+    EXPECT_FALSE(skipping.Skip(1));
+}
+
+TEST(VernCursor, CountedStringsAcceptOnlyTheWrittenForms)
+{
+    struct Case {
+        const char* name;
+        Bytes prefix;
+        size_t textLength;  // characters following the prefix
+        bool ok;
+    };
+    const std::vector<Case> cases = {
+        {"empty", {0x00}, 0, true},
+        {"short", {0x05}, 5, true},
+        {"254", {0xFE}, 254, true},
+        {"255", {0xFF, 0xFF, 0x00}, 255, true},
+        {"65533", {0xFF, 0xFD, 0xFF}, 65533, true},
+        {"65534", {0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0x00, 0x00}, 65534, true},
+        {"short length in the middle form", {0xFF, 0x05, 0x00}, 5, false},
+        {"65534 in the middle form", {0xFF, 0xFE, 0xFF}, 65534, false},
+        {"short length in the long form", {0xFF, 0xFF, 0xFF, 0x05, 0x00, 0x00, 0x00}, 5, false},
+        {"characters missing", {0x05}, 3, false},
+        {"prefix cut", {0xFF, 0xFF}, 0, false},
+        {"4 GiB announced", {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 10, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Bytes bytes = c.prefix;
+        std::string text;
+        for (size_t i = 0; i < c.textLength; ++i)
+            text.push_back(static_cast<char>('A' + i % 23));
+        bytes.insert(bytes.end(), text.begin(), text.end());
+        VernCursor cursor(bytes);
+        std::string decoded = "stale";
+        EXPECT_EQ(cursor.ReadCountedString(&decoded), c.ok);
+        EXPECT_EQ(decoded, c.ok ? text : std::string());
+        if (c.ok) {
+            EXPECT_TRUE(cursor.AtEnd());
+        }
+    }
+}
+
+TEST(VernGuid, UsesTheWindowsLayout)
+{
+    const GuidBytes vern3D = EncodeGuid(FileTypeVern3D);
+    EXPECT_EQ(Bytes(vern3D.begin(), vern3D.end()), kVern3DGuid);
+    const GuidBytes fallback = EncodeGuid(FileTypeVernDefault);
+    EXPECT_EQ(Bytes(fallback.begin(), fallback.end()),
+              (Bytes{0x33, 0xF9, 0xB3, 0x0A, 0x62, 0x93, 0xD1, 0x11, 0x9A, 0x2B, 0x08, 0x00, 0x00, 0x30, 0x05, 0x12}));
+}
+
+// A container built from a random plan, together with what a reader must find in it, worked out
+// from the plan alone: offsets are the running total of bytes in the order of first writes.
+struct ModelChunk {
+    uint32_t id = 0;
+    int parent = -1;  // -1: the root
+    std::vector<int> children;
+    bool written = false;
+    uint32_t offset = 0;
+    Bytes payload;
+    std::string text;  // the counted string written directly, if any
+    bool direct = false;
+    VernChunk* handle = nullptr;
+};
+
+struct Model {
+    std::vector<ModelChunk> chunks;
+    std::vector<int> topLevel;
+    uint32_t dataBytes = 0;
+
+    // Indices in directory order; -1 stands for the root.
+    std::vector<int> PreOrder() const
+    {
+        std::vector<int> order;
+        std::vector<int> pending = {-1};
+        while (!pending.empty()) {
+            const int next = pending.back();
+            pending.pop_back();
+            order.push_back(next);
+            const std::vector<int>& children = next < 0 ? topLevel : chunks[next].children;
+            for (auto it = children.rbegin(); it != children.rend(); ++it)
+                pending.push_back(*it);
+        }
+        return order;
+    }
+};
+
+Model WriteRandomContainer(const std::string& path, std::mt19937& rng, int maxChunks)
+{
+    Model model;
+    VernWriter writer;
+    EXPECT_EQ(writer.SetFileType(FileTypeVern3D), S_OK);
+    EXPECT_EQ(writer.Open(path.c_str(), true), S_OK);
+    EXPECT_EQ(writer.BeginFile(), S_OK);
+
+    const int count = std::uniform_int_distribution<int>(0, maxChunks)(rng);
+    model.chunks.resize(count);
+    for (int i = 0; i < count; ++i) {
+        ModelChunk& chunk = model.chunks[i];
+        chunk.id = static_cast<uint32_t>(rng());
+        chunk.parent = std::uniform_int_distribution<int>(-1, i - 1)(rng);
+        VernChunk* parent = chunk.parent < 0 ? writer.Root() : model.chunks[chunk.parent].handle;
+        EXPECT_EQ(writer.CreateChunk(&chunk.handle, chunk.id, parent), S_OK);
+        (chunk.parent < 0 ? model.topLevel : model.chunks[chunk.parent].children).push_back(i);
+    }
+
+    std::vector<int> order(count);
+    for (int i = 0; i < count; ++i)
+        order[i] = i;
+    std::shuffle(order.begin(), order.end(), rng);
+    for (int index : order) {
+        ModelChunk& chunk = model.chunks[index];
+        const int kind = std::uniform_int_distribution<int>(0, 4)(rng);
+        if (kind == 0)
+            continue;  // never written
+        chunk.written = true;
+        chunk.offset = model.dataBytes;
+        if (kind == 1) {
+            EXPECT_EQ(writer.WriteData(nullptr, 0, chunk.handle), S_OK);
+        } else if (kind == 2) {
+            chunk.direct = true;
+            chunk.text.resize(std::uniform_int_distribution<size_t>(0, 300)(rng));
+            for (char& c : chunk.text)
+                c = static_cast<char>(rng());
+            OutputStream* view = nullptr;
+            EXPECT_EQ(writer.BeginDirectWrite(&view, chunk.handle), S_OK);
+            EXPECT_EQ(VernWriter::WriteCountedString(chunk.text, view), S_OK);
+            EXPECT_EQ(writer.EndDirectWrite(view, chunk.handle), S_OK);
+            // The length prefix: 1 byte below 255, else 3 bytes below 65534.
+            chunk.payload.push_back(static_cast<uint8_t>(chunk.text.size() < 255 ? chunk.text.size() : 0xFF));
+            if (chunk.text.size() >= 255) {
+                chunk.payload.push_back(static_cast<uint8_t>(chunk.text.size()));
+                chunk.payload.push_back(static_cast<uint8_t>(chunk.text.size() >> 8));
+            }
+            chunk.payload.insert(chunk.payload.end(), chunk.text.begin(), chunk.text.end());
+        } else {
+            const int pieces = std::uniform_int_distribution<int>(1, 3)(rng);
+            for (int p = 0; p < pieces; ++p) {
+                Bytes piece(std::uniform_int_distribution<size_t>(0, 120)(rng));
+                for (uint8_t& b : piece)
+                    b = static_cast<uint8_t>(rng());
+                EXPECT_EQ(writer.WriteData(piece.data(), static_cast<uint32_t>(piece.size()), chunk.handle), S_OK);
+                chunk.payload.insert(chunk.payload.end(), piece.begin(), piece.end());
+            }
+        }
+        model.dataBytes += static_cast<uint32_t>(chunk.payload.size());
+    }
+    EXPECT_EQ(writer.Close(), S_OK);
+    return model;
+}
+
+Bytes ReadAll(const std::string& path)
+{
+    Bytes bytes;
+    EXPECT_EQ(ReadFileBytes(path.c_str(), &bytes), S_OK);
+    return bytes;
+}
+
+class VernReaderTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_FALSE(scratch.path.empty()); }
+    ScratchDirectory scratch;
+};
+
+TEST_F(VernReaderTest, DecodesWhatTheWriterWrote)
+{
+    std::mt19937 rng(20240611u);
+    for (int round = 0; round < 60; ++round) {
+        SCOPED_TRACE(round);
+        const std::string path = scratch.File("random" + std::to_string(round) + ".vern3D");
+        const Model model = WriteRandomContainer(path, rng, 60);
+        const Bytes file = ReadAll(path);
+        const uint32_t entries = static_cast<uint32_t>(model.chunks.size()) + 1;
+        ASSERT_EQ(file.size(), 44 + model.dataBytes + 16 * entries);
+
+        VernContainer container;
+        std::string error;
+        ASSERT_EQ(DecodeVern(file, &container, &error), S_OK) << error;
+        const VernFileHeader& header = container.header;
+        EXPECT_EQ(header.headerSize, 44u);
+        EXPECT_EQ(header.reserved0, 0u);
+        EXPECT_EQ(Bytes(header.fileType.begin(), header.fileType.end()), kVern3DGuid);
+        EXPECT_EQ(header.directoryOffset, 44 + model.dataBytes);
+        EXPECT_EQ(header.directorySize, 16 * entries);
+        EXPECT_EQ(header.reserved1, 0u);
+        EXPECT_EQ(header.dataOffset, 44u);
+        EXPECT_EQ(header.entrySize, 16u);
+
+        const std::vector<int> order = model.PreOrder();
+        ASSERT_EQ(container.chunks.size(), order.size());
+        std::vector<uint32_t> positionOf(model.chunks.size());
+        for (size_t k = 1; k < order.size(); ++k)
+            positionOf[order[k]] = static_cast<uint32_t>(k);
+        EXPECT_EQ(container.chunks[0].children.size(), model.topLevel.size());
+        for (size_t k = 1; k < order.size(); ++k) {
+            const ModelChunk& expected = model.chunks[order[k]];
+            const VernDecodedChunk& chunk = container.chunks[k];
+            SCOPED_TRACE(k);
+            EXPECT_EQ(chunk.id, expected.id);
+            EXPECT_EQ(chunk.parent, expected.parent < 0 ? 0u : positionOf[expected.parent]);
+            ASSERT_EQ(chunk.children.size(), expected.children.size());
+            for (size_t c = 0; c < expected.children.size(); ++c)
+                EXPECT_EQ(chunk.children[c], positionOf[expected.children[c]]);
+            EXPECT_EQ(chunk.offset, expected.written ? expected.offset : 0xFFFFFFFFu);
+            EXPECT_EQ(chunk.size, expected.payload.size());
+            EXPECT_EQ(Bytes(chunk.payload.begin(), chunk.payload.end()), expected.payload);
+            if (expected.direct) {
+                VernCursor cursor(chunk.payload);
+                std::string text;
+                EXPECT_TRUE(cursor.ReadCountedString(&text));
+                EXPECT_EQ(text, expected.text);
+                EXPECT_TRUE(cursor.AtEnd());
+            }
+        }
+    }
+}
+
+// Root {A {B}, C}: A holds 5 bytes, B 3 bytes, C none.
+// Layout: data 44..51, directory at 52: root 52, A 68, B 84, C 100; 116 bytes in all.
+Bytes SmallContainer(const std::string& path)
+{
+    VernWriter writer;
+    EXPECT_EQ(writer.Open(path.c_str(), true), S_OK);
+    EXPECT_EQ(writer.BeginFile(), S_OK);
+    VernChunk *a = nullptr, *b = nullptr, *c = nullptr;
+    EXPECT_EQ(writer.CreateChunk(&a, 1, writer.Root()), S_OK);
+    EXPECT_EQ(writer.CreateChunk(&b, 2, a), S_OK);
+    EXPECT_EQ(writer.CreateChunk(&c, 3, writer.Root()), S_OK);
+    EXPECT_EQ(writer.WriteData("AAAAA", 5, a), S_OK);
+    EXPECT_EQ(writer.WriteData("BBB", 3, b), S_OK);
+    EXPECT_EQ(writer.Close(), S_OK);
+    return ReadAll(path);
+}
+
+TEST_F(VernReaderTest, RefusesInconsistentLayouts)
+{
+    const Bytes valid = SmallContainer(scratch.File("small.vern"));
+    ASSERT_EQ(valid.size(), 116u);
+    {
+        VernContainer container;
+        ASSERT_EQ(DecodeVern(valid, &container, nullptr), S_OK);
+        ASSERT_EQ(container.chunks.size(), 4u);
+        EXPECT_EQ(container.header.directoryOffset, 52u);
+        EXPECT_EQ(container.chunks[0].children, (std::vector<uint32_t>{1, 3}));
+        EXPECT_EQ(container.chunks[1].children, (std::vector<uint32_t>{2}));
+        EXPECT_EQ(std::string(container.chunks[2].payload.begin(), container.chunks[2].payload.end()), "BBB");
+    }
+    struct Case {
+        const char* name;
+        size_t at;
+        uint32_t value;
+        bool accepted;
+    };
+    const std::vector<Case> cases = {
+        {"header size 45", 0, 45, false},
+        {"entry size 8", 40, 8, false},
+        {"directory past the end", 24, 53, false},
+        {"directory size not a multiple of 16", 28, 63, false},
+        {"no directory entries", 28, 0, false},
+        {"data offset inside the header", 36, 43, false},
+        {"data offset behind the directory", 36, 53, false},
+        {"root with an id", 52, 9, false},
+        {"root with bytes", 52 + 8, 0, false},
+        {"root asks for a child too many", 52 + 4, 3, false},
+        {"root asks for a child too few", 52 + 4, 1, false},
+        {"a leaf asks for a child", 84 + 4, 1, false},
+        {"child count beyond all entries", 68 + 4, 0xFFFFFFFF, false},
+        {"chunk reaches into the directory", 68 + 12, 9, false},
+        {"chunk offset far outside", 84 + 8, 0xFFFFFFF0, false},
+        {"runs overlap", 84 + 8, 4, false},
+        {"never written, yet sized", 100 + 12, 1, false},
+        {"empty run inside another run", 100 + 8, 2, false},
+        {"empty run at the end of the data", 100 + 8, 8, true},
+        {"chunk id is free", 84, 0xDEADBEEF, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Bytes damaged = valid;
+        PutU32(damaged, c.at, c.value);
+        VernContainer container;
+        std::string error;
+        const HRESULT status = DecodeVern(damaged, &container, &error);
+        if (c.accepted) {
+            EXPECT_EQ(status, S_OK) << error;
+        } else {
+            EXPECT_EQ(status, VERN_E_MALFORMED);
+            EXPECT_FALSE(error.empty());
+            EXPECT_TRUE(container.chunks.empty());
+        }
+    }
+}
+
+TEST_F(VernReaderTest, RefusesEveryTruncation)
+{
+    const Bytes valid = SmallContainer(scratch.File("small.vern"));
+    for (size_t length = 0; length < valid.size(); ++length) {
+        VernContainer container;
+        std::string error;
+        ASSERT_EQ(DecodeVern(std::span<const uint8_t>(valid.data(), length), &container, &error), VERN_E_MALFORMED)
+            << "length " << length;
+        EXPECT_FALSE(error.empty());
+    }
+}
+
+// The decoder's promises on anything it accepts.
+void ExpectConsistent(const Bytes& bytes, const VernContainer& container)
+{
+    ASSERT_FALSE(container.chunks.empty());
+    ASSERT_EQ(container.chunks.size(), container.header.directorySize / 16);
+    size_t links = 0;
+    for (size_t i = 0; i < container.chunks.size(); ++i) {
+        const VernDecodedChunk& chunk = container.chunks[i];
+        if (!chunk.payload.empty()) {
+            ASSERT_GE(chunk.payload.data(), bytes.data());
+            ASSERT_LE(chunk.payload.data() + chunk.payload.size(), bytes.data() + container.header.directoryOffset);
+        }
+        ASSERT_EQ(chunk.payload.size(), chunk.size);
+        for (uint32_t child : chunk.children) {
+            ASSERT_LT(child, container.chunks.size());
+            ASSERT_EQ(container.chunks[child].parent, i);
+        }
+        links += chunk.children.size();
+    }
+    ASSERT_EQ(links, container.chunks.size() - 1);
+}
+
+TEST_F(VernReaderTest, SurvivesRandomDamage)
+{
+    std::mt19937 rng(7u);
+    Model model;
+    do
+        model = WriteRandomContainer(scratch.File("victim.vern3D"), rng, 12);
+    while (model.chunks.size() < 6);
+    const Bytes valid = ReadAll(scratch.File("victim.vern3D"));
+
+    // Half of the flips go to the header and the directory, where most of the checks look.
+    const size_t directory = 44 + model.dataBytes;
+    int refused = 0;
+    for (int round = 0; round < 4000; ++round) {
+        Bytes damaged = valid;
+        const int flips = std::uniform_int_distribution<int>(1, 4)(rng);
+        for (int f = 0; f < flips; ++f) {
+            size_t at = std::uniform_int_distribution<size_t>(0, damaged.size() - 1)(rng);
+            if (rng() % 2 == 0) {
+                const size_t pick = at % (44 + damaged.size() - directory);
+                at = pick < 44 ? pick : directory + (pick - 44);
+            }
+            damaged[at] ^= static_cast<uint8_t>(std::uniform_int_distribution<int>(1, 255)(rng));
+        }
+        VernContainer container;
+        if (Failed(DecodeVern(damaged, &container, nullptr)))
+            ++refused;
+        else
+            ExpectConsistent(damaged, container);
+    }
+    EXPECT_GT(refused, 0);
+
+    // Noise; every other buffer carries a plausible header and directory, so that the tree and
+    // run checks see small random trees rather than stopping at the header.
+    int acceptedNoise = 0;
+    for (int round = 0; round < 4000; ++round) {
+        Bytes noise(std::uniform_int_distribution<size_t>(0, 200)(rng));
+        for (uint8_t& b : noise)
+            b = static_cast<uint8_t>(rng());
+        if (round % 2 == 0 && noise.size() >= 60) {
+            const uint32_t size = static_cast<uint32_t>(noise.size());
+            const uint32_t directory = std::uniform_int_distribution<uint32_t>(44, size - 16)(rng);
+            const uint32_t entries = std::uniform_int_distribution<uint32_t>(1, (size - directory) / 16)(rng);
+            PutU32(noise, 0, 44);
+            PutU32(noise, 24, directory);
+            PutU32(noise, 28, 16 * entries);
+            PutU32(noise, 36, 44);
+            PutU32(noise, 40, 16);
+            for (uint32_t e = 0; e < entries; ++e) {
+                const size_t at = directory + 16 * e;
+                const bool placed = e > 0 && rng() % 2 == 0;
+                PutU32(noise, at, e == 0 ? 0 : static_cast<uint32_t>(rng()));
+                PutU32(noise, at + 4, std::uniform_int_distribution<uint32_t>(0, 2)(rng));
+                const uint32_t offset = std::uniform_int_distribution<uint32_t>(0, directory - 44 + 1)(rng);
+                PutU32(noise, at + 8, placed ? offset : 0xFFFFFFFF);
+                PutU32(noise, at + 12, placed ? std::uniform_int_distribution<uint32_t>(0, 8)(rng) : 0);
+            }
+        }
+        VernContainer container;
+        if (Succeeded(DecodeVern(noise, &container, nullptr))) {
+            ExpectConsistent(noise, container);
+            ++acceptedNoise;
+        }
+    }
+    EXPECT_GT(acceptedNoise, 0);  // the generator does reach the deeper checks
+}
+
+TEST_F(VernReaderTest, ReadingAMissingFileFails)
+{
+    Bytes bytes = {1, 2, 3};
+    EXPECT_EQ(ReadFileBytes(scratch.File("absent.vern3D").c_str(), &bytes), static_cast<HRESULT>(0x80070002u));
+    EXPECT_TRUE(bytes.empty());
+}
+
+}  // namespace
