@@ -17,7 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::string input = directory + "/input.ase";
     const std::string output = directory + "/input.vern3D";
     if (FILE* file = std::fopen(input.c_str(), "wb")) {
-        std::fwrite(data, 1, size, file);
+        if (size > 0)
+            std::fwrite(data, 1, size, file);
         std::fclose(file);
     }
     // Warnings go to standard output; keep the fuzzer's console readable.
