@@ -3,6 +3,25 @@
 #include "AseParser.h"
 #include "Messages.h"
 
+AseParser::Keyword AseParser::ReadObjectKeyword(std::string& keyword, TransformNode& node,
+                                                std::unique_ptr<BaseNode>& holder, bool& parentRecord)
+{
+    if (keyword == "*NODE_NAME") {
+        NextSymbol(keyword);
+        RenameNode(node, keyword);
+    } else if (keyword == "*NODE_TM") {
+        ReadNodeTM(keyword, node);
+    } else if (keyword == "*NODE_PARENT") {
+        ReadNodeParent(keyword, node, holder);
+        parentRecord = true;
+    } else if (keyword == "*TM_ANIMATION") {
+        ReadTmAnimation(keyword, node);
+    } else {
+        return Keyword::NotMine;
+    }
+    return Keyword::Handled;
+}
+
 void AseParser::ReadGeomObject(std::string& symbol)
 {
     auto owner = std::make_unique<MeshNode>();
@@ -11,21 +30,13 @@ void AseParser::ReadGeomObject(std::string& symbol)
     bool parentRecord = false;
 
     const Block result = ReadBlock(symbol, [&](std::string& keyword) {
-        if (keyword == "*NODE_NAME") {
-            NextSymbol(keyword);
-            RenameNode(node, keyword);
-        } else if (keyword == "*NODE_TM") {
-            ReadNodeTM(keyword, node);
-        } else if (keyword == "*NODE_PARENT") {
-            ReadNodeParent(keyword, node, holder);
-            parentRecord = true;
-        } else if (keyword == "*PROP_MOTIONBLUR" || keyword == "*PROP_CASTSHADOW" || keyword == "*PROP_RECVSHADOW") {
+        if (ReadObjectKeyword(keyword, node, holder, parentRecord) == Keyword::Handled)
+            return Keyword::Handled;
+        if (keyword == "*PROP_MOTIONBLUR" || keyword == "*PROP_CASTSHADOW" || keyword == "*PROP_RECVSHADOW") {
             SkipValues(keyword, 1);
         } else if (keyword == "*MATERIAL_REF") {
             if (!ReadInt(keyword, &node.materialRef))
                 return Keyword::ReturnNow;
-        } else if (keyword == "*TM_ANIMATION") {
-            ReadTmAnimation(keyword, node);
         } else if (keyword == "*WIREFRAME_COLOR") {
             SkipValues(keyword, 3);
         } else {
@@ -47,15 +58,9 @@ void AseParser::ReadHelperObject(std::string& symbol)
     bool parentRecord = false;
 
     const Block result = ReadBlock(symbol, [&](std::string& keyword) {
-        if (keyword == "*NODE_NAME") {
-            NextSymbol(keyword);
-            RenameNode(node, keyword);
-        } else if (keyword == "*NODE_TM") {
-            ReadNodeTM(keyword, node);
-        } else if (keyword == "*NODE_PARENT") {
-            ReadNodeParent(keyword, node, holder);
-            parentRecord = true;
-        } else if (keyword == "*HELPER_CLASS") {
+        if (ReadObjectKeyword(keyword, node, holder, parentRecord) == Keyword::Handled)
+            return Keyword::Handled;
+        if (keyword == "*HELPER_CLASS") {
             NextSymbol(keyword);
             if (keyword != "Dummy" && keyword != "Band") {
                 Error(kMessageUnknownHelperClass, keyword.c_str());
@@ -63,8 +68,6 @@ void AseParser::ReadHelperObject(std::string& symbol)
             }
         } else if (keyword == "*BOUNDINGBOX_MIN" || keyword == "*BOUNDINGBOX_MAX") {
             SkipValues(keyword, 3);
-        } else if (keyword == "*TM_ANIMATION") {
-            ReadTmAnimation(keyword, node);
         } else {
             return Keyword::NotMine;
         }

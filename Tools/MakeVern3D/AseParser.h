@@ -64,6 +64,10 @@ protected:
     bool ReadFloat(std::string& symbol, float* value);
     void SkipValues(std::string& symbol, int count);
 
+    // The keywords that geometry and helper objects share: name, transform, parent, animation.
+    Keyword ReadObjectKeyword(std::string& keyword, TransformNode& node, std::unique_ptr<BaseNode>& holder,
+                              bool& parentRecord);
+
     void LinkNode(BaseNode* parent, std::unique_ptr<BaseNode> node);
     void RenameNode(BaseNode& node, const std::string& name);
 

@@ -137,7 +137,9 @@ void BaseParser::BuildCharClasses()
 {
     for (int value = 0; value < 256; ++value) {
         const char character = static_cast<char>(value);
-        if (IsWhitespace(character))
+        if (value == 0)
+            charClass[value] = kZero;
+        else if (IsWhitespace(character))
             charClass[value] = kWhitespace;
         else if (IsSingleCharSymbol(character))
             charClass[value] = kSingleChar;
@@ -276,29 +278,29 @@ bool BaseParser::NextSymbol(std::string& symbol)
 {
     if (errorFlag)
         return false;
-    if (!text) {
-        // Nothing loaded: the same as reading past the end.
-        Error(kCouldNotReadChar);
+    if (!text || EndOfText()) {
+        if (!text)
+            Error(kCouldNotReadChar);  // nothing loaded: the same as reading past the end
         return false;
     }
 
-    // White space. The scanner works on the loaded text directly; line and column follow the
-    // same rules as ReadChar and UngetChar.
+    // The scanner works on the loaded text in place; line and column follow the rules of ReadChar
+    // and UngetChar. The zero byte that ends the text has a class of its own, so the loops below
+    // need no bounds checks: they stop at it at the latest.
     const char* const data = text.get();
-    char first;
-    for (;;) {
-        if (EndOfText())
-            return false;
-        first = data[cursor++];
-        ++column;
-        if (first == '\n') {
-            column = 1;
+    const char* const last = data + textSize - 1;  // the terminating zero
+    const char* p = data + cursor;
+    while (charClass[static_cast<uint8_t>(*p)] == kWhitespace) {
+        if (*p == '\n') {
             ++line;
-            continue;
+            column = 0;
         }
-        if (charClass[static_cast<uint8_t>(first)] != kWhitespace)
-            break;
+        ++column;
+        ++p;
     }
+    const char first = *p++;
+    ++column;
+    cursor = static_cast<uint32_t>(p - data);
 
     if (first == '\0') {
         symbol.assign(kEndOfData);
@@ -306,25 +308,29 @@ bool BaseParser::NextSymbol(std::string& symbol)
     }
 
     if (first == '"') {
-        const uint32_t start = cursor;
-        for (;;) {
-            if (EndOfText())
-                return false;
-            const char character = data[cursor++];
+        // Up to the next double quote; there is no escape character.
+        const char* close = static_cast<const char*>(std::memchr(p, '"', static_cast<size_t>(last - p + 1)));
+        const char* end = close ? close : last + 1;
+        for (const char* q = p; q < end; ++q) {
             ++column;
-            if (character == '\n') {
-                column = 1;
+            if (*q == '\n') {
                 ++line;
-            } else if (character == '"') {
-                break;
+                column = 1;
             }
         }
-        const size_t length = cursor - 1 - start;
+        if (!close) {
+            cursor = textSize;
+            Error(kCouldNotReadChar);
+            return false;
+        }
+        ++column;  // the closing quote
+        cursor = static_cast<uint32_t>(close + 1 - data);
+        const size_t length = static_cast<size_t>(close - p);
         if (SymbolTooLong(length))
             return false;
-        // The symbol ends at its first zero byte, like the text it was assembled into.
-        const void* zero = std::memchr(data + start, '\0', length);
-        symbol.assign(data + start, zero ? static_cast<const char*>(zero) - (data + start) : length);
+        // The symbol ends at its first zero byte, like the buffer it was always assembled in.
+        const void* zero = std::memchr(p, '\0', length);
+        symbol.assign(p, zero ? static_cast<size_t>(static_cast<const char*>(zero) - p) : length);
         return true;
     }
 
@@ -333,24 +339,31 @@ bool BaseParser::NextSymbol(std::string& symbol)
         return true;
     }
 
-    // A word: up to white space or a single-character symbol, which is given back.
-    const uint32_t start = cursor - 1;
+    // A word: up to white space or a single-character symbol, which is left for the next call.
+    // A zero byte inside it belongs to it (and cuts the symbol); the final zero does not end it.
+    const char* start = p - 1;
+    const char* zero = nullptr;
     for (;;) {
-        if (EndOfText())
-            return false;
-        const char character = data[cursor];
-        if (charClass[static_cast<uint8_t>(character)] != kWordChar)
+        while (charClass[static_cast<uint8_t>(*p)] == kWordChar)
+            ++p;
+        if (*p != '\0')
             break;
-        ++cursor;
-        ++column;
+        if (!zero)
+            zero = p;
+        if (p == last) {
+            column += static_cast<int32_t>(p + 1 - start) - 1;
+            cursor = textSize;
+            Error(kCouldNotReadChar);
+            return false;
+        }
+        ++p;
     }
-    // The character that ended the word is read and given back; only the line and column
-    // arithmetic of that round trip is visible, and it leaves them unchanged.
-    const size_t length = cursor - start;
+    column += static_cast<int32_t>(p - start) - 1;
+    cursor = static_cast<uint32_t>(p - data);
+    const size_t length = static_cast<size_t>(p - start);
     if (SymbolTooLong(length))
         return false;
-    const void* zero = std::memchr(data + start, '\0', length);
-    symbol.assign(data + start, zero ? static_cast<const char*>(zero) - (data + start) : length);
+    symbol.assign(start, zero ? static_cast<size_t>(zero - start) : length);
     return true;
 }
 
@@ -361,13 +374,15 @@ void BaseParser::HandleSymbol(std::string& symbol)
 
 void BaseParser::ParseSymbols()
 {
+    const std::string begin = BlockBegin();
+    const std::string endOfData = kEndOfData;
     std::string symbol;
     if (!NextSymbol(symbol))
         return;
     while (!errorFlag) {
-        if (symbol == BlockBegin())
+        if (symbol == begin)
             SkipBlock(symbol);
-        else if (symbol == kEndOfData)
+        else if (symbol == endOfData)
             return;
         else
             HandleSymbol(symbol);

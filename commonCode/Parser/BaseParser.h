@@ -67,7 +67,7 @@ protected:
     std::string errorText;
 
 private:
-    enum CharClass : uint8_t { kWordChar = 0, kWhitespace = 1, kSingleChar = 2 };
+    enum CharClass : uint8_t { kWordChar = 0, kWhitespace = 1, kSingleChar = 2, kZero = 3 };
 
     // Reads the whole file; on failure returns the status, after reporting when that helps the user.
     HRESULT ReadWholeFile(int handle);
