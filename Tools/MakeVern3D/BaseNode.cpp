@@ -180,8 +180,12 @@ Sphere ToParentSpace(const Sphere& sphere, const Matrix& local)
 
 bool MergeIntoParent(TransformNode& node)
 {
+    return MergeIntoParent(node, ToParentSpace(node.bounds, LocalMatrix(node)));
+}
+
+bool MergeIntoParent(TransformNode& node, const Sphere& seen)
+{
     BaseNode* parent = node.Parent();
-    const Sphere seen = ToParentSpace(node.bounds, LocalMatrix(node));
     if (!parent->hasBounds) {
         parent->hasBounds = true;
         parent->bounds = seen;
@@ -204,7 +208,7 @@ void TransformNode::FillInfo(NodeInfo& info)
     info.bounds = bounds;
     info.parentBounds = ToParentSpace(bounds, info.matrix);
     if (parent)
-        MergeIntoParent(*this);
+        MergeIntoParent(*this, info.parentBounds);
 }
 
 void TransformNode::GetInfo(NodeInfo& info)

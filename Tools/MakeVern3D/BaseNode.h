@@ -166,5 +166,7 @@ private:
 // Grows node's parent's bounds by node's bounds seen in the parent's space; true when the
 // parent had no bounds before.
 bool MergeIntoParent(TransformNode& node);
+// The same with the sphere already seen in the parent's space.
+bool MergeIntoParent(TransformNode& node, const Sphere& seen);
 // world * Inverse(parent world) when the parent is a transform node, else world.
 Matrix LocalMatrix(const TransformNode& node);
