@@ -183,24 +183,26 @@ HRESULT FileStream::Close()
     return S_OK;
 }
 
-HRESULT FileStream::Read(void* buffer, uint32_t size)
+// One logical transfer of `size` bytes. POSIX may move them in pieces, so keep going until the
+// end of the file or an error; moving a different number of bytes than asked is a failure
+// whatever the platform said.
+template <typename Transfer>
+HRESULT FileStream::TransferAll(uint32_t access, const void* buffer, uint32_t size, int reportLine, Transfer transfer)
 {
     if (handle < 0)
-        return AssertHresult(kSource, kLineRead, E_UNEXPECTED);
+        return AssertHresult(kSource, reportLine, E_UNEXPECTED);
 
     HRESULT status = S_OK;
     uint32_t done = 0;
-    if ((desiredAccess & kAccessRead) == 0) {
+    if ((desiredAccess & access) == 0) {
         status = FailWith(platform::ERROR_ACCESS_DENIED_CODE);
     } else if (size > 0 && buffer == nullptr) {
         status = FailWith(platform::ERROR_INVALID_PARAMETER_CODE);
     } else if (!TransferFits(handle, size)) {
         status = FailWith(platform::ERROR_FILE_TOO_LARGE_CODE);
     } else {
-        // One logical read; POSIX may hand it out in pieces, so keep going until the end of the file.
-        auto* bytes = static_cast<uint8_t*>(buffer);
         while (done < size) {
-            const ssize_t count = ::read(handle, bytes + done, size - done);
+            const ssize_t count = transfer(done);
             if (count < 0 && errno == EINTR)
                 continue;
             if (count < 0)
@@ -213,43 +215,23 @@ HRESULT FileStream::Read(void* buffer, uint32_t size)
     if (done != size)
         status = E_FAIL;
     if (Failed(status))
-        AssertHresult(kSource, kLineRead, status);
+        AssertHresult(kSource, reportLine, status);
     return status;
+}
+
+HRESULT FileStream::Read(void* buffer, uint32_t size)
+{
+    auto* bytes = static_cast<uint8_t*>(buffer);
+    return TransferAll(kAccessRead, buffer, size, kLineRead,
+                       [&](uint32_t done) { return ::read(handle, bytes + done, size - done); });
 }
 
 HRESULT FileStream::Write(const void* buffer, uint32_t size)
 {
-    if (handle < 0)
-        return AssertHresult(kSource, kLineWrite, E_UNEXPECTED);
-
-    HRESULT status = S_OK;
-    uint32_t done = 0;
-    if ((desiredAccess & kAccessWrite) == 0) {
-        status = FailWith(platform::ERROR_ACCESS_DENIED_CODE);
-    } else if (size > 0 && buffer == nullptr) {
-        status = FailWith(platform::ERROR_INVALID_PARAMETER_CODE);
-    } else if (!TransferFits(handle, size)) {
-        status = FailWith(platform::ERROR_FILE_TOO_LARGE_CODE);
-    } else {
-        // A short write (a full disk, a file size limit) is followed by one that names the error.
-        const auto* bytes = static_cast<const uint8_t*>(buffer);
-        while (done < size) {
-            const ssize_t count = ::write(handle, bytes + done, size - done);
-            if (count < 0 && errno == EINTR)
-                continue;
-            if (count < 0)
-                status = FailFromErrno();
-            if (count <= 0)
-                break;
-            done += static_cast<uint32_t>(count);
-        }
-    }
-    // Whatever the platform said, moving a different number of bytes than asked is a failure.
-    if (done != size)
-        status = E_FAIL;
-    if (Failed(status))
-        AssertHresult(kSource, kLineWrite, status);
-    return status;
+    // A short write (a full disk, a file size limit) is followed by one that names the error.
+    const auto* bytes = static_cast<const uint8_t*>(buffer);
+    return TransferAll(kAccessWrite, buffer, size, kLineWrite,
+                       [&](uint32_t done) { return ::write(handle, bytes + done, size - done); });
 }
 
 HRESULT FileStream::GetPosition(uint32_t* position)

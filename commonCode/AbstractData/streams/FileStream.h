@@ -30,6 +30,9 @@ public:
     bool IsOpen() const { return handle >= 0; }
 
 private:
+    template <typename Transfer>
+    HRESULT TransferAll(uint32_t access, const void* buffer, uint32_t size, int reportLine, Transfer transfer);
+
     int handle = -1;  // -1 stands for the null handle
     uint32_t desiredAccess = 0;
     // Identity of the open file (device, inode) for the in-process sharing rules.
