@@ -1,0 +1,63 @@
+// The wait after a failed file, on a real terminal: it holds the run until a key is pressed, and
+// a key pressed once ends every later wait.
+#include "TestFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+// Reads what the terminal shows until `wanted` appears or `milliseconds` pass.
+bool ReadUntil(int terminal, std::string& seen, const std::string& wanted, int milliseconds)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    while (seen.find(wanted) == std::string::npos) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0)
+            return false;
+        pollfd ready{terminal, POLLIN, 0};
+        if (::poll(&ready, 1, static_cast<int>(left.count())) <= 0)
+            continue;
+        char buffer[4096];
+        const ssize_t count = ::read(terminal, buffer, sizeof buffer);
+        if (count <= 0)
+            return seen.find(wanted) != std::string::npos;
+        seen.append(buffer, static_cast<size_t>(count));
+    }
+    return true;
+}
+
+TEST(KeyWait, WaitsOnATerminalUntilOneKeyIsPending)
+{
+    testfiles::ScratchDirectory directory;
+    directory.Write("good.ase", "*HELPEROBJECT {\n*HELPER_CLASS \"Dummy\"\n}\n");
+    int terminal = -1;
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (::chdir(directory.Path().c_str()) != 0)
+            ::_exit(127);
+        ::execl(MAKEVERN3D_EXE, MAKEVERN3D_EXE, "first.ase", "second.ase", "good.ase", static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    std::string seen;
+    ASSERT_TRUE(ReadUntil(terminal, seen, "Could not open file 'first.ase'", 10000)) << seen;
+    // Held: the second file is not started while no key is pending.
+    EXPECT_FALSE(ReadUntil(terminal, seen, "second.ase:", 700)) << seen;
+    ASSERT_EQ(::write(terminal, "x", 1), 1);
+    // One key ends this wait and the next one; the good file is converted after them.
+    EXPECT_TRUE(ReadUntil(terminal, seen, "File successful compiled.", 10000)) << seen;
+    EXPECT_NE(seen.find("Could not open file 'second.ase'"), std::string::npos);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    ::close(terminal);
+}
+
+}  // namespace
