@@ -3,6 +3,9 @@
 #include "Platform.h"
 #include "Trace.h"
 
+#include "TestFiles.h"
+#include "TraceCapture.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -16,34 +19,9 @@
 
 namespace {
 
+using testfiles::ScratchDirectory;
+
 // Collects everything the trace channel receives while it lives.
-class TraceCapture {
-public:
-    TraceCapture()
-    {
-        SetTraceSink([this](std::string_view text) { lines.emplace_back(text); });
-    }
-    ~TraceCapture() { SetTraceSink({}); }
-    std::vector<std::string> lines;
-};
-
-class ScratchDirectory {
-public:
-    ScratchDirectory()
-    {
-        std::string pattern = ::testing::TempDir() + "filestream_XXXXXX";
-        if (::mkdtemp(pattern.data()) != nullptr)
-            path = pattern;
-    }
-    ~ScratchDirectory()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    std::string File(const std::string& name) const { return path + "/" + name; }
-    std::string path;
-};
-
 void WriteText(const std::string& path, const std::string& text)
 {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
@@ -61,7 +39,7 @@ constexpr HRESULT kFail = static_cast<HRESULT>(0x80004005u);
 
 class FileStreamTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_FALSE(scratch.path.empty()); }
+    void SetUp() override { ASSERT_FALSE(scratch.Path().empty()); }
     ScratchDirectory scratch;
 };
 
@@ -126,8 +104,8 @@ TEST_F(FileStreamTest, FailedOpensReportTheNameAndLeaveNoFile)
          static_cast<HRESULT>(0x80070003u)},
         {"missing file, read", scratch.File("absent.bin"), 0, static_cast<HRESULT>(0x80070002u)},
         {"path through a file", scratch.File("plain.bin/inner.bin"), 0, static_cast<HRESULT>(0x80070003u)},
-        {"directory opened for reading", scratch.path, 0, static_cast<HRESULT>(0x80070005u)},
-        {"directory opened for writing", scratch.path, create, static_cast<HRESULT>(0x80070005u)},
+        {"directory opened for reading", scratch.Path(), 0, static_cast<HRESULT>(0x80070005u)},
+        {"directory opened for writing", scratch.Path(), create, static_cast<HRESULT>(0x80070005u)},
         {"name with format characters", scratch.File("100%s%d/x.bin"), create, static_cast<HRESULT>(0x80070003u)},
     };
     for (const Case& c : cases) {

@@ -1,20 +1,11 @@
 #include "ResString.h"
 #include "TestFiles.h"
 #include "Trace.h"
+#include "TraceCapture.h"
 
 #include <gtest/gtest.h>
 
 namespace {
-
-class TraceCapture {
-public:
-    TraceCapture()
-    {
-        SetTraceSink([this](std::string_view text) { captured += text; });
-    }
-    ~TraceCapture() { SetTraceSink({}); }
-    std::string captured;
-};
 
 TEST(ResString, HelpTextIsExact)
 {
@@ -47,21 +38,21 @@ TEST(ResString, UnknownIdGivesEmptyTextAndAReportedFailure)
     EXPECT_TRUE(Failed(status));
     EXPECT_EQ(static_cast<uint32_t>(status), 0x80070716u);
     EXPECT_EQ(text, "");
-    EXPECT_NE(trace.captured.find("Error: ASSERT_HRESULT(0x80070716)\n"), std::string::npos) << trace.captured;
+    EXPECT_NE(trace.Text().find("Error: ASSERT_HRESULT(0x80070716)\n"), std::string::npos) << trace.Text();
 }
 
 TEST(Trace, ReportShowsPlaceAndUpperCaseStatus)
 {
     TraceCapture trace;
     EXPECT_EQ(AssertHresult("some/Source", 42, E_OUTOFMEMORY), E_OUTOFMEMORY);
-    EXPECT_EQ(trace.captured, "some/Source(42) : Error: ASSERT_HRESULT(0x8007000E)\n");
+    EXPECT_EQ(trace.Text(), "some/Source(42) : Error: ASSERT_HRESULT(0x8007000E)\n");
 }
 
 TEST(Trace, MessageArgumentsAreFilledAfterThePlace)
 {
     TraceCapture trace;
     TracePrintf("%s(%d) : %s", "src", 7, "Error: Open file '%s' failed.\n", "100%d.ase");
-    EXPECT_EQ(trace.captured, "src(7) : Error: Open file '100%d.ase' failed.\n");
+    EXPECT_EQ(trace.Text(), "src(7) : Error: Open file '100%d.ase' failed.\n");
 }
 
 TEST(Trace, LongTextIsCutAtTheBuffer)
@@ -69,7 +60,7 @@ TEST(Trace, LongTextIsCutAtTheBuffer)
     TraceCapture trace;
     const std::string longName(3000, 'n');
     TracePrintf("%s(%d) : %s", "src", 1, "%s\n", longName.c_str());
-    EXPECT_EQ(trace.captured.size(), 1023u);
+    EXPECT_EQ(trace.Text().size(), 1023u);
 }
 
 }  // namespace

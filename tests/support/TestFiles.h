@@ -15,6 +15,7 @@ public:
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
     const std::string& Path() const { return path; }
+    std::string File(const std::string& name) const { return path + "/" + name; }
     // Writes `contents` to Path()/name and returns that path.
     std::string Write(const std::string& name, const std::string& contents) const;
 

@@ -3,6 +3,9 @@
 #include "VernReader.h"
 #include "VernWriter.h"
 
+#include "TestFiles.h"
+#include "TraceCapture.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -15,24 +18,9 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using testfiles::ScratchDirectory;
 
-class ScratchDirectory {
-public:
-    ScratchDirectory()
-    {
-        std::string pattern = ::testing::TempDir() + "vernreader_XXXXXX";
-        if (::mkdtemp(pattern.data()) != nullptr)
-            path = pattern;
-    }
-    ~ScratchDirectory()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    std::string File(const std::string& name) const { return path + "/" + name; }
-    std::string path;
-};
+using Bytes = std::vector<uint8_t>;
 
 void PutU32(Bytes& bytes, size_t at, uint32_t value)
 {
@@ -235,7 +223,7 @@ Bytes ReadAll(const std::string& path)
 
 class VernReaderTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_FALSE(scratch.path.empty()); }
+    void SetUp() override { ASSERT_FALSE(scratch.Path().empty()); }
     ScratchDirectory scratch;
 };
 

@@ -5,6 +5,9 @@
 #include "VernReader.h"
 #include "VernWriter.h"
 
+#include "TestFiles.h"
+#include "TraceCapture.h"
+
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -18,34 +21,9 @@
 
 namespace {
 
+using testfiles::ScratchDirectory;
+
 using Bytes = std::vector<uint8_t>;
-
-class TraceCapture {
-public:
-    TraceCapture()
-    {
-        SetTraceSink([this](std::string_view text) { lines.emplace_back(text); });
-    }
-    ~TraceCapture() { SetTraceSink({}); }
-    std::vector<std::string> lines;
-};
-
-class ScratchDirectory {
-public:
-    ScratchDirectory()
-    {
-        std::string pattern = ::testing::TempDir() + "vernwriter_XXXXXX";
-        if (::mkdtemp(pattern.data()) != nullptr)
-            path = pattern;
-    }
-    ~ScratchDirectory()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    std::string File(const std::string& name) const { return path + "/" + name; }
-    std::string path;
-};
 
 uint32_t U32At(const Bytes& bytes, size_t at)
 {
@@ -112,7 +90,7 @@ public:
 
 class VernWriterTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_FALSE(scratch.path.empty()); }
+    void SetUp() override { ASSERT_FALSE(scratch.Path().empty()); }
 
     // Opens a new container file and writes its placeholder header.
     void Begin(VernWriter& writer, const std::string& path)
