@@ -226,3 +226,28 @@ TEST(Evaluate, KeyTimesCompareUnsigned)
 }
 
 }  // namespace
+
+namespace {
+
+TEST(LastKeyTime, LatestOverTheSubtreeFromTheLastEntries)
+{
+    BaseNode root("root");
+    EXPECT_EQ(root.GetLastKeyTime(), 0u);
+    auto helper = std::make_unique<TransformNode>("h");
+    helper->positionKeys = {At(900, {}, {}, {}), At(300, {}, {}, {})};  // the last entry counts
+    helper->rotationKeys = {Turn(200, {0, 0, 1}, 0.1f)};
+    auto mesh = std::make_unique<MeshNode>("m");
+    auto frame = std::make_unique<Mesh>();
+    frame->time = 450;
+    mesh->frames.push_back(std::move(frame));
+    TransformNode* helperNode = helper.get();
+    helper->AddChild(std::move(mesh));
+    root.AddChild(std::move(helper));
+    EXPECT_EQ(root.GetLastKeyTime(), 450u);  // keys count only once prepared
+    root.Prepare();
+    EXPECT_EQ(helperNode->GetLastKeyTime(), 450u);
+    helperNode->track.rotationKeys.back().time = -5;  // compared unsigned
+    EXPECT_EQ(root.GetLastKeyTime(), 0xFFFFFFFBu);
+}
+
+}  // namespace
