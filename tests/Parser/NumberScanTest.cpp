@@ -1,6 +1,5 @@
-// ScanInt and ScanFloat must give exactly what the C library's sscanf gives for "%d", "%d:" and
-// "%f": the same success and the same bits, including the sign of zero and NaN patterns, and an
-// untouched value on failure. The C library on this machine is the oracle throughout.
+// ScanInt and ScanFloat must agree with the C library's sscanf for "%d", "%d:" and "%f": same
+// success and same bits (sign of zero, NaN patterns), and an untouched value on failure.
 #include "NumberScan.h"
 
 #include <gtest/gtest.h>
@@ -8,8 +7,6 @@
 #include <bit>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
-#include <limits>
 #include <random>
 #include <string>
 #include <string_view>
@@ -17,78 +14,47 @@
 
 namespace {
 
-constexpr uint32_t kFloatSentinel = 0x12345678u;
-constexpr int32_t kIntSentinel = 0x5a5a5a5a;
+constexpr uint32_t kSentinel = 0x12345678u;
 
 struct Outcome {
   bool ok;
-  uint32_t bits;  // the value's bits, or the untouched sentinel's
+  uint32_t bits;
   bool operator==(const Outcome&) const = default;
 };
 
 std::string Show(std::string_view text) {
-  std::string shown;
+  std::string shown = "\"";
   for (const unsigned char c : text) {
-    if (c >= 0x20 && c < 0x7f && c != '\\') {
-      shown += static_cast<char>(c);
-    } else {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\x%02x", c);
-      shown += escaped;
-    }
+    char escaped[8] = {static_cast<char>(c)};
+    if (c < 0x20 || c >= 0x7f || c == '\\') std::snprintf(escaped, sizeof escaped, "\\x%02x", c);
+    shown += escaped;
   }
-  return '"' + shown + '"';
+  return shown + '"';
 }
 
-// sscanf reads up to the terminator, which std::string supplies after the copied view; a zero
-// byte inside the view ends the text for sscanf as it must for the scanners.
-Outcome CLibraryFloat(std::string_view text) {
-  const std::string terminated(text);
-  float value = std::bit_cast<float>(kFloatSentinel);
-  const bool ok = std::sscanf(terminated.c_str(), "%f", &value) == 1;
-  return {ok, std::bit_cast<uint32_t>(value)};
-}
-
-Outcome CLibraryInt(std::string_view text, const char* format) {
-  const std::string terminated(text);
-  int value = kIntSentinel;
-  const bool ok = std::sscanf(terminated.c_str(), format, &value) == 1;
-  return {ok, static_cast<uint32_t>(value)};
-}
-
-// The scanners see a buffer of exactly the text's size, so that the sanitizer build catches any
-// read past the end of the view.
-Outcome OursFloat(std::string_view text) {
-  const std::vector<char> exact(text.begin(), text.end());
-  float value = std::bit_cast<float>(kFloatSentinel);
-  const bool ok = ScanFloat(std::string_view(exact.data(), exact.size()), &value);
-  return {ok, std::bit_cast<uint32_t>(value)};
-}
-
-Outcome OursInt(std::string_view text) {
-  const std::vector<char> exact(text.begin(), text.end());
-  int32_t value = kIntSentinel;
-  const bool ok = ScanInt(std::string_view(exact.data(), exact.size()), &value);
-  return {ok, static_cast<uint32_t>(value)};
-}
-
-// Returns a description of the first disagreement with the C library, or "" when all agree.
+// sscanf stops at the terminator std::string supplies; the scanners get a buffer of exactly the
+// text's size, so that the sanitizer build catches reads past the view.
 std::string Disagreement(std::string_view text) {
+  const std::string terminated(text);
+  const std::vector<char> exact(text.begin(), text.end());
+  const std::string_view view(exact.data(), exact.size());
+  float ourFloat = std::bit_cast<float>(kSentinel), theirFloat = ourFloat;
+  const Outcome ours{ScanFloat(view, &ourFloat), std::bit_cast<uint32_t>(ourFloat)};
+  const Outcome theirs{std::sscanf(terminated.c_str(), "%f", &theirFloat) == 1,
+                       std::bit_cast<uint32_t>(theirFloat)};
   char line[160];
-  const Outcome ourFloat = OursFloat(text);
-  const Outcome theirFloat = CLibraryFloat(text);
-  if (ourFloat != theirFloat) {
-    std::snprintf(line, sizeof line, " %%f: ours ok=%d bits=%08x, sscanf ok=%d bits=%08x",
-                  ourFloat.ok, ourFloat.bits, theirFloat.ok, theirFloat.bits);
+  if (ours != theirs) {
+    std::snprintf(line, sizeof line, " %%f: ours %d/%08x, sscanf %d/%08x", ours.ok, ours.bits, theirs.ok,
+                  theirs.bits);
     return Show(text) + line;
   }
-  const Outcome ourInt = OursInt(text);
+  int32_t ourInt = static_cast<int32_t>(kSentinel);
+  const bool ourOk = ScanInt(view, &ourInt);
   for (const char* format : {"%d", "%d:"}) {
-    const Outcome theirInt = CLibraryInt(text, format);
-    if (ourInt != theirInt) {
-      std::snprintf(line, sizeof line, " %s: ours ok=%d value=%d, sscanf ok=%d value=%d", format,
-                    ourInt.ok, static_cast<int32_t>(ourInt.bits), theirInt.ok,
-                    static_cast<int32_t>(theirInt.bits));
+    int theirInt = static_cast<int32_t>(kSentinel);
+    const bool theirOk = std::sscanf(terminated.c_str(), format, &theirInt) == 1;
+    if (ourOk != theirOk || ourInt != theirInt) {
+      std::snprintf(line, sizeof line, " %s: ours %d/%d, sscanf %d/%d", format, ourOk, ourInt, theirOk, theirInt);
       return Show(text) + line;
     }
   }
@@ -136,89 +102,24 @@ const char* const kAwkward[] = {
     "0000000000000000000000000000002147483647", "+7", "-0x10", "12:", "12 :",
 };
 
-TEST(NumberScanTest, AwkwardInputsMatchTheCLibrary) {
+// Every prefix is a view that ends early: the scanners must stop there as sscanf stops at a
+// terminator ("inf" out of "infinity", "1e" out of "1e5").
+TEST(NumberScanTest, AwkwardInputsAndTheirPrefixesMatchTheCLibrary) {
   for (const char* awkward : kAwkward) {
     const std::string_view text(awkward);
-    EXPECT_EQ(Disagreement(text), "") << "input " << Show(text);
-  }
-}
-
-// Every prefix of an input is a view that ends early: the scanners must stop at the view's end
-// exactly as sscanf stops at a terminator there ("inf" out of "infinity", "1e" out of "1e5").
-TEST(NumberScanTest, ViewsEndingEarlyMatchTheCLibrary) {
-  for (const char* awkward : kAwkward) {
-    const std::string_view text(awkward);
-    for (size_t length = 0; length < text.size(); ++length) {
+    for (size_t length = 0; length <= text.size(); ++length)
       EXPECT_EQ(Disagreement(text.substr(0, length)), "");
-    }
   }
 }
 
-// A zero byte inside the view ends the text.
 TEST(NumberScanTest, ZeroByteEndsTheText) {
   using namespace std::string_literals;
-  const std::string cases[] = {"12\0" "34"s, "\0" "5"s, "1e\0" "5"s, "inf\0" "inity"s,
-                               "infi\0" "nity"s, "0x\0" "1p3"s, " \0" "7"s, "-\0" "1"s};
-  for (const std::string& text : cases) {
+  for (const std::string& text : {"12\0" "34"s, "\0" "5"s, "1e\0" "5"s, "inf\0" "inity"s, "infi\0" "nity"s,
+                                  "0x\0" "1p3"s, " \0" "7"s, "-\0" "1"s})
     EXPECT_EQ(Disagreement(text), "");
-  }
   int32_t number = 0;
   ASSERT_TRUE(ScanInt("12\0" "34"s, &number));
   EXPECT_EQ(number, 12);
-}
-
-// A few results worked out by hand from the C rules, kept as documentation of what the readers
-// rely on; the comparisons above are what prove agreement with the C library.
-TEST(NumberScanTest, WorkedExamples) {
-  struct IntCase {
-    const char* text;
-    int32_t value;
-  };
-  const IntCase ints[] = {
-      {"30.5", 30},           {"-1.#IND0", -1},
-      {"0x10", 0},            {"  +42", 42},
-      {"7:", 7},              {"2147483648", -2147483647 - 1},  // 2^31 cut to 32 bits
-      {"4294967297", 1},      {"-2147483649", 2147483647},
-      {"9223372036854775808", -1},  // strtol saturates at 2^63 - 1, whose low bits are all ones
-  };
-  for (const IntCase& c : ints) {
-    int32_t value = kIntSentinel;
-    EXPECT_TRUE(ScanInt(c.text, &value)) << c.text;
-    EXPECT_EQ(value, c.value) << c.text;
-  }
-
-  struct FloatCase {
-    const char* text;
-    float value;
-  };
-  const FloatCase floats[] = {
-      {"1.5abc", 1.5f}, {"-1.#IND0", -1.0f}, {"1e", 1.0f},   {"1e+", 1.0f},
-      {".5", 0.5f},     {"0x1p3", 8.0f},     {"0x10", 16.0f}, {"0x1e+3", 30.0f},
-      {"-12.3456", -12.3456f}, {"1e99", std::numeric_limits<float>::infinity()},
-      {"1e-45", std::numeric_limits<float>::denorm_min()},
-  };
-  for (const FloatCase& c : floats) {
-    float value = 0.0f;
-    EXPECT_TRUE(ScanFloat(c.text, &value)) << c.text;
-    EXPECT_EQ(std::bit_cast<uint32_t>(value), std::bit_cast<uint32_t>(c.value)) << c.text;
-  }
-
-  float value = 0.0f;
-  ASSERT_TRUE(ScanFloat("-0", &value));
-  EXPECT_TRUE(std::signbit(value));
-  ASSERT_TRUE(ScanFloat("-nan", &value));
-  EXPECT_TRUE(std::isnan(value) && std::signbit(value));
-
-  for (const char* failing : {"x", "", "-", "+", ".", "e5", "in", "infin", "na", "0x", " "}) {
-    float untouchedFloat = 3.0f;
-    int32_t untouchedInt = 3;
-    EXPECT_FALSE(ScanFloat(failing, &untouchedFloat)) << failing;
-    EXPECT_EQ(untouchedFloat, 3.0f) << failing;
-    if (std::strcmp(failing, "0x") != 0) {
-      EXPECT_FALSE(ScanInt(failing, &untouchedInt)) << failing;
-      EXPECT_EQ(untouchedInt, 3) << failing;
-    }
-  }
 }
 
 // Random strings assembled from the pieces that steer the collection rules.
@@ -243,7 +144,6 @@ class Generator {
     return digits;
   }
 
-  // A float, printed in a random style and precision.
   std::string WellFormedFloat() {
     float value;
     switch (Below(3)) {
@@ -253,13 +153,11 @@ class Generator {
     }
     static const char* const styles[] = {"%.*e", "%.*g", "%.*f", "%.*E", "%#.*g"};
     char text[512];
-    std::snprintf(text, sizeof text, styles[Below(5)], static_cast<int>(Below(14)),
-                  static_cast<double>(value));
+    std::snprintf(text, sizeof text, styles[Below(5)], static_cast<int>(Below(14)), static_cast<double>(value));
     return text;
   }
 
-  // The exact decimal value halfway between two adjacent floats, or nudged by one unit in its
-  // last digit: the cases where rounding has to look at every digit.
+  // The exact decimal halfway between two adjacent floats, or nudged by one in its last digit.
   std::string Tie() {
     const uint32_t bits = Below(0x7f800000u);
     const double low = std::bit_cast<float>(bits);
@@ -268,9 +166,8 @@ class Generator {
     char text[1200];
     std::snprintf(text, sizeof text, "%.*e", 120 + static_cast<int>(Below(40)), (low + high) / 2);
     std::string tie = text;
-    const size_t exponent = tie.find('e');
-    size_t last = exponent - 1;
-    while (tie[last] == '0') --last;  // the last significant digit
+    size_t last = tie.find('e') - 1;
+    while (tie[last] == '0') --last;
     switch (Below(3)) {
       case 0: if (tie[last] != '9') ++tie[last]; break;
       case 1: if (tie[last] != '0') --tie[last]; break;
@@ -288,15 +185,13 @@ class Generator {
         "9223372036854775808", "-9223372036854775809", "18446744073709551616", "340282346",
         "1e38", "1e39", "1e-45", "1e-46", "1.17549435e-38", "16777217",
     };
-    constexpr size_t kPieceCount = sizeof pieces / sizeof pieces[0];
     std::string text;
-    const uint32_t count = 1 + Below(7);
-    for (uint32_t i = 0; i < count; ++i) {
+    for (uint32_t i = 0, count = 1 + Below(7); i < count; ++i) {
       switch (Below(10)) {
         case 0: text += Digits(1 + Below(4)); break;
-        case 1: text += Digits(15 + Below(Below(8) == 0 ? 400 : 30)); break;  // long runs
+        case 1: text += Digits(15 + Below(Below(8) == 0 ? 400 : 30)); break;
         case 2: if (Below(8) == 0) text += '\0'; break;
-        default: text += pieces[Below(kPieceCount)];
+        default: text += pieces[Below(std::size(pieces))];
       }
     }
     return text;
@@ -307,17 +202,14 @@ class Generator {
 
 TEST(NumberScanTest, RandomInputsMatchTheCLibrary) {
   Generator generator(20240611);
-  constexpr int kInputs = 200000;
   int disagreements = 0;
-  for (int i = 0; i < kInputs && disagreements < 20; ++i) {
-    const std::string text = generator.Next();
-    const std::string problem = Disagreement(text);
+  for (int i = 0; i < 120000 && disagreements < 20; ++i) {
+    const std::string problem = Disagreement(generator.Next());
     if (!problem.empty()) {
       ++disagreements;
       ADD_FAILURE() << problem;
     }
   }
-  EXPECT_EQ(disagreements, 0);
 }
 
 }  // namespace
