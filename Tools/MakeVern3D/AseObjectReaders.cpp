@@ -22,16 +22,28 @@ AseParser::Keyword AseParser::ReadObjectKeyword(std::string& keyword, TransformN
     return Keyword::Handled;
 }
 
-void AseParser::ReadGeomObject(std::string& symbol)
+template <typename Node, typename Keywords>
+void AseParser::ReadObject(std::string& symbol, Keywords&& keywords)
 {
-    auto owner = std::make_unique<MeshNode>();
-    MeshNode& node = *owner;
+    auto owner = std::make_unique<Node>();
+    Node& node = *owner;
     std::unique_ptr<BaseNode> holder = std::move(owner);
     bool parentRecord = false;
 
     const Block result = ReadBlock(symbol, [&](std::string& keyword) {
         if (ReadObjectKeyword(keyword, node, holder, parentRecord) == Keyword::Handled)
             return Keyword::Handled;
+        return keywords(keyword, node);
+    });
+    // Without a parent record the object hangs under the root once its block has ended; an
+    // object left unlinked (no "{", a bad value, a missing parent) is discarded with `holder`.
+    if (result == Block::Ended && !parentRecord)
+        LinkNode(root.get(), std::move(holder));
+}
+
+void AseParser::ReadGeomObject(std::string& symbol)
+{
+    ReadObject<MeshNode>(symbol, [&](std::string& keyword, MeshNode& node) {
         if (keyword == "*PROP_MOTIONBLUR" || keyword == "*PROP_CASTSHADOW" || keyword == "*PROP_RECVSHADOW") {
             SkipValues(keyword, 1);
         } else if (keyword == "*MATERIAL_REF") {
@@ -44,22 +56,11 @@ void AseParser::ReadGeomObject(std::string& symbol)
         }
         return Keyword::Handled;
     });
-    // Without a parent record the object hangs under the root once its block has ended; an
-    // object left unlinked (no "{", a bad value, a missing parent) is discarded with `holder`.
-    if (result == Block::Ended && !parentRecord)
-        LinkNode(root.get(), std::move(holder));
 }
 
 void AseParser::ReadHelperObject(std::string& symbol)
 {
-    auto owner = std::make_unique<TransformNode>();
-    TransformNode& node = *owner;
-    std::unique_ptr<BaseNode> holder = std::move(owner);
-    bool parentRecord = false;
-
-    const Block result = ReadBlock(symbol, [&](std::string& keyword) {
-        if (ReadObjectKeyword(keyword, node, holder, parentRecord) == Keyword::Handled)
-            return Keyword::Handled;
+    ReadObject<TransformNode>(symbol, [&](std::string& keyword, TransformNode&) {
         if (keyword == "*HELPER_CLASS") {
             NextSymbol(keyword);
             if (keyword != "Dummy" && keyword != "Band") {
@@ -73,8 +74,6 @@ void AseParser::ReadHelperObject(std::string& symbol)
         }
         return Keyword::Handled;
     });
-    if (result == Block::Ended && !parentRecord)
-        LinkNode(root.get(), std::move(holder));
 }
 
 void AseParser::ReadNodeTM(std::string& symbol, TransformNode& node)

@@ -64,6 +64,10 @@ protected:
     bool ReadFloat(std::string& symbol, float* value);
     void SkipValues(std::string& symbol, int count);
 
+    // An object block: a new node of type Node, the shared object keywords, then `keywords`;
+    // linked under the root at the end unless a parent record linked it.
+    template <typename Node, typename Keywords>
+    void ReadObject(std::string& symbol, Keywords&& keywords);
     // The keywords that geometry and helper objects share: name, transform, parent, animation.
     Keyword ReadObjectKeyword(std::string& keyword, TransformNode& node, std::unique_ptr<BaseNode>& holder,
                               bool& parentRecord);
