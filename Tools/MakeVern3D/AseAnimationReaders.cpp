@@ -4,6 +4,8 @@
 #include "Messages.h"
 #include "NumberScan.h"
 
+#include <array>
+
 namespace {
 
 // Scans that fail leave the field as it was (zero): these readers do not report bad values.
@@ -60,44 +62,51 @@ void AseParser::ReadTmAnimation(std::string& symbol, TransformNode& node)
     node.rotationKeys = std::move(rotations);
 }
 
-void AseParser::ReadBezierPositionKeys(std::string& symbol, std::vector<PositionKey>& keys)
+namespace {
+
+// The values of a key line after its time, in file order.
+std::array<float*, 9> KeyValues(PositionKey& key)
+{
+    return {&key.position.x, &key.position.y, &key.position.z, &key.inTangent.x, &key.inTangent.y,
+            &key.inTangent.z, &key.outTangent.x, &key.outTangent.y, &key.outTangent.z};
+}
+
+std::array<float*, 4> KeyValues(RotationKey& key)
+{
+    return {&key.axis.x, &key.axis.y, &key.axis.z, &key.angle};
+}
+
+}  // namespace
+
+template <typename Key>
+void AseParser::ReadKeyList(std::string& symbol, const char* keyName, int skipped, std::vector<Key>& keys)
 {
     ReadBlock(symbol, [&](std::string& keyword) {
-        if (keyword != "*CONTROL_BEZIER_POS_KEY")
+        if (keyword != keyName)
             return Keyword::NotMine;
-        PositionKey key;
+        Key key;
         int32_t ticks = 0;
         NextSymbol(keyword);
         ScanIntQuietly(keyword, &ticks);
         key.time = TicksToMilliseconds(ticks);
-        for (Vector3* vector : {&key.position, &key.inTangent, &key.outTangent}) {
-            for (float* component : {&vector->x, &vector->y, &vector->z}) {
-                NextSymbol(keyword);
-                ScanFloatQuietly(keyword, component);
-            }
+        for (float* value : KeyValues(key)) {
+            NextSymbol(keyword);
+            ScanFloatQuietly(keyword, value);
         }
-        SkipValues(keyword, 1);
+        SkipValues(keyword, skipped);
         keys.push_back(key);
         return Keyword::Handled;
     });
 }
 
+// Time, position, in-tangent, out-tangent, and one value not used.
+void AseParser::ReadBezierPositionKeys(std::string& symbol, std::vector<PositionKey>& keys)
+{
+    ReadKeyList(symbol, "*CONTROL_BEZIER_POS_KEY", 1, keys);
+}
+
+// Time, axis, angle, and five values not used (tension, continuity, bias, ease in and out).
 void AseParser::ReadTcbRotationKeys(std::string& symbol, std::vector<RotationKey>& keys)
 {
-    ReadBlock(symbol, [&](std::string& keyword) {
-        if (keyword != "*CONTROL_TCB_ROT_KEY")
-            return Keyword::NotMine;
-        RotationKey key;
-        int32_t ticks = 0;
-        NextSymbol(keyword);
-        ScanIntQuietly(keyword, &ticks);
-        key.time = TicksToMilliseconds(ticks);
-        for (float* value : {&key.axis.x, &key.axis.y, &key.axis.z, &key.angle}) {
-            NextSymbol(keyword);
-            ScanFloatQuietly(keyword, value);
-        }
-        SkipValues(keyword, 5);
-        keys.push_back(key);
-        return Keyword::Handled;
-    });
+    ReadKeyList(symbol, "*CONTROL_TCB_ROT_KEY", 5, keys);
 }

@@ -68,6 +68,9 @@ protected:
     // linked under the root at the end unless a parent record linked it.
     template <typename Node, typename Keywords>
     void ReadObject(std::string& symbol, Keywords&& keywords);
+    // A block of key lines: the time in ticks, the key's values, then `skipped` values.
+    template <typename Key>
+    void ReadKeyList(std::string& symbol, const char* keyName, int skipped, std::vector<Key>& keys);
     // The keywords that geometry and helper objects share: name, transform, parent, animation.
     Keyword ReadObjectKeyword(std::string& keyword, TransformNode& node, std::unique_ptr<BaseNode>& holder,
                               bool& parentRecord);
