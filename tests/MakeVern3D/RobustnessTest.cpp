@@ -1,0 +1,67 @@
+// Damaged real files: whatever the bytes, the reader ends in a reported error or in a file that
+// decodes and passes every structural check.
+#include "AseParser.h"
+#include "TestFiles.h"
+#include "Vern3DDecoder.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace {
+
+std::string Damage(std::string text, std::mt19937& random)
+{
+    static const std::string pieces[] = {"{", "}", "\"", "*GEOMOBJECT", "*HELPEROBJECT", "*NODE_PARENT",
+                                         "*TM_ANIMATION", "*SCENE", "*GROUP", "convert(delete)", "-1", "1e99",
+                                         std::string(1, '\0'), "\n"};
+    const int edits = 1 + static_cast<int>(random() % 8);
+    for (int i = 0; i < edits && !text.empty(); ++i) {
+        const size_t at = random() % text.size();
+        switch (random() % 4) {
+        case 0: text[at] = static_cast<char>(random()); break;
+        case 1: text.insert(at, pieces[random() % std::size(pieces)]); break;
+        case 2: text.erase(at, random() % 64); break;
+        default: text.resize(at); break;
+        }
+    }
+    return text;
+}
+
+TEST(Robustness, DamagedCorpusFilesFailCleanlyOrConvert)
+{
+    const char* sources[] = {"RotatingCube.ASE", "anim.ASE", "CameraRollAnimWithChildObject.ase", "ThreeCubesGreen.ASE",
+                             "xreal-blender241-weapon_marker.ase"};
+    testfiles::ScratchDirectory directory;
+    std::mt19937 random(99);
+    int converted = 0;
+    int failed = 0;
+    for (const char* source : sources) {
+        const std::string original = testfiles::ReadText(std::string(MAKEVERN3D_SHARED_CORPUS "/") + source);
+        ASSERT_FALSE(original.empty()) << source;
+        for (int round = 0; round < 60; ++round) {
+            const std::string input = directory.Write("damaged.ase", Damage(original, random));
+            const std::string output = directory.File("damaged.vern3D");
+            std::remove(output.c_str());
+            AseParser reader;
+            testing::internal::CaptureStdout();
+            reader.ParseFile(input, output);
+            testing::internal::GetCapturedStdout();
+            if (reader.HasError()) {
+                ++failed;
+                EXPECT_EQ(reader.ErrorText().rfind(input + "(", 0), 0u) << reader.ErrorText();
+                EXPECT_FALSE(testfiles::Exists(output));
+                continue;
+            }
+            ++converted;
+            vern3d::Scene scene;
+            std::string error;
+            EXPECT_TRUE(vern3d::DecodeFile(output, &scene, &error)) << source << " round " << round << ": " << error;
+        }
+    }
+    // Both outcomes occur, so both checks above were exercised.
+    EXPECT_GT(converted, 10);
+    EXPECT_GT(failed, 10);
+}
+
+}  // namespace
