@@ -4,7 +4,10 @@
 
 void NodeIndex::Add(BaseNode* node)
 {
-    byName[node->name].push_back(node);
+    Named& named = byName[node->name];
+    named.all.push_back(node);
+    if (!named.first || PrecedesInPreOrder(node, named.first))
+        named.first = node;
 }
 
 void NodeIndex::Rename(BaseNode* node, const std::string& newName)
@@ -13,24 +16,27 @@ void NodeIndex::Rename(BaseNode* node, const std::string& newName)
         return;
     auto entry = byName.find(node->name);
     if (entry != byName.end()) {
-        auto& nodes = entry->second;
-        nodes.erase(std::remove(nodes.begin(), nodes.end(), node), nodes.end());
-        if (nodes.empty())
+        Named& named = entry->second;
+        named.all.erase(std::remove(named.all.begin(), named.all.end(), node), named.all.end());
+        if (named.all.empty()) {
             byName.erase(entry);
+        } else if (named.first == node) {
+            named.first = named.all.front();
+            for (BaseNode* candidate : named.all)
+                if (PrecedesInPreOrder(candidate, named.first))
+                    named.first = candidate;
+        }
     }
-    byName[newName].push_back(node);
+    Named& renamed = byName[newName];
+    renamed.all.push_back(node);
+    if (!renamed.first || PrecedesInPreOrder(node, renamed.first))
+        renamed.first = node;
 }
 
 BaseNode* NodeIndex::Find(const std::string& name) const
 {
     const auto entry = byName.find(name);
-    if (entry == byName.end() || entry->second.empty())
-        return nullptr;
-    BaseNode* first = entry->second.front();
-    for (BaseNode* candidate : entry->second)
-        if (PrecedesInPreOrder(candidate, first))
-            first = candidate;
-    return first;
+    return entry == byName.end() ? nullptr : entry->second.first;
 }
 
 namespace {

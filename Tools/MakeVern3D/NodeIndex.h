@@ -1,6 +1,8 @@
 // Finds the node that a depth-first pre-order search from the root would find first, without
 // the search: nodes are indexed by name as they are linked, and among several of one name the
-// first in pre-order is picked by comparing their places in the tree.
+// first in pre-order is kept. While a file is read the tree only grows by appending children, and
+// appending never changes the pre-order of the nodes already there, so the first of a name only
+// has to be compared with each newcomer of that name.
 #pragma once
 
 #include "BaseNode.h"
@@ -19,7 +21,11 @@ public:
     BaseNode* Find(const std::string& name) const;
 
 private:
-    std::unordered_map<std::string, std::vector<BaseNode*>> byName;
+    struct Named {
+        BaseNode* first = nullptr;  // the first in pre-order
+        std::vector<BaseNode*> all;
+    };
+    std::unordered_map<std::string, Named> byName;
 };
 
 // True when `a` comes before `b` in a depth-first pre-order walk (both in the same tree, siblings
