@@ -230,6 +230,9 @@ const Expectation kCorpus[] = {
     {"InvalidUVIndex.ase", "(5) error: Missing symbol 'SCENE_TICKSPERFRAME'.\n"},
     {"xreal-axtool_maya_test.ase", "(2) error: Symbol '*COMMENT' could not scanned.\n"},
     {"xreal-dmc_vent1.ase", "(100) error: Can not found parent object 'Group01' of object 'Object01'.\n"},
+    // Face normals without the normals of their corners.
+    {"trenchbroom-wedge_45.ase", "(44) error: Aspected symbol '*MESH_VERTEXNORMAL' but found symbol '*MESH_FACENORMAL'.\n"},
+    {"unv-station15-shrub01a.ase", "(121) error: Aspected symbol '*MESH_VERTEXNORMAL' but found symbol '*MESH_FACENORMAL'.\n"},
 };
 
 std::string FailureFor(const std::string& file)

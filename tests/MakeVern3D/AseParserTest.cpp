@@ -97,11 +97,11 @@ TEST(GeometryObjects, NamesTransformsAndDefaults)
 
 TEST(GeometryObjects, UnknownKeywordsWarnAndReadingGoesOn)
 {
-    auto parsed = ParseAse("*GEOMOBJECT {\n*NODE_NAME \"a\"\n*SOMETHING 12\n*MESH {\n*MESH_NUMVERTEX 3\n}\n}\n");
+    auto parsed = ParseAse("*GEOMOBJECT {\n*NODE_NAME \"a\"\n*SOMETHING 12\n*MESH_CVERTLIST {\n*MESH_VERTCOL 0 1 1 1\n}\n}\n");
     EXPECT_FALSE(parsed.Failed());
     EXPECT_EQ(parsed.printed, parsed.At(3) + "Do not know what symbol '*SOMETHING' means.\n" + parsed.At(3) +
                                   "Do not know what symbol '12' means.\n" + parsed.At(4) +
-                                  "Do not know what symbol '*MESH' means.\n");
+                                  "Do not know what symbol '*MESH_CVERTLIST' means.\n");
     EXPECT_EQ(ChildNames(parsed.Root()), (Names{"a"}));
 }
 

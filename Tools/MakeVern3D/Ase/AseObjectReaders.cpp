@@ -49,6 +49,10 @@ void AseParser::ReadGeomObject(std::string& symbol)
         } else if (keyword == "*MATERIAL_REF") {
             if (!ReadInt(keyword, &node.materialRef))
                 return Keyword::ReturnNow;
+        } else if (keyword == "*MESH") {
+            ReadMesh(keyword, node.mesh);
+        } else if (keyword == "*MESH_ANIMATION") {
+            ReadMeshAnimation(keyword, node);
         } else if (keyword == "*WIREFRAME_COLOR") {
             SkipValues(keyword, 3);
         } else {

@@ -13,6 +13,8 @@ HRESULT AseParser::ParseFile(const std::string& sourceName, const std::string& o
     textureSets.clear();
     materialProperties.clear();
     materialTable.clear();
+    textureSetIndex.clear();
+    createdListEntries = 0;
     nodeIndex.Clear();
     root.reset();
     root = std::make_unique<BaseNode>("root node - " + sourceName);
@@ -28,6 +30,8 @@ void AseParser::HandleSymbol(std::string& symbol)
         ReadVersion(symbol);
     else if (symbol == "*COMMENT")
         NextSymbol(symbol);
+    else if (symbol == "*MATERIAL_LIST")
+        ReadMaterialList(symbol);
     else if (symbol == "*SCENE")
         ReadScene(symbol);
     else if (symbol == "*GEOMOBJECT")

@@ -9,6 +9,7 @@
 #include "SceneRecords.h"
 
 #include <memory>
+#include <unordered_map>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,33 @@ public:
     void ReadTmAnimation(std::string& symbol, TransformNode& node);
     void ReadBezierPositionKeys(std::string& symbol, std::vector<PositionKey>& keys);
     void ReadTcbRotationKeys(std::string& symbol, std::vector<RotationKey>& keys);
+
+    // Materials: texture sets are shared between equal materials, property records are not.
+    void ReadMaterialList(std::string& symbol);
+    void ReadMaterial(std::string& symbol, TextureSet& textureSet, MaterialProperties& properties,
+                      int32_t materialNumber);
+    void ReadMap(std::string& symbol, TextureSet& textureSet, int32_t& xpType);
+    void RegisterProperties(std::unique_ptr<MaterialProperties> properties, int32_t materialNumber,
+                            int32_t subNumber);
+    void RegisterTextureSet(std::unique_ptr<TextureSet> textureSet, int32_t materialNumber, int32_t subNumber);
+
+    // Mesh geometry and mesh animation.
+    void ReadMesh(std::string& symbol, Mesh& mesh);
+    void ReadVertexList(std::string& symbol, Mesh& mesh);
+    void ReadFaceList(std::string& symbol, Mesh& mesh);
+    void ReadTexVertexList(std::string& symbol, Mesh& mesh);
+    void ReadTexFaceList(std::string& symbol, Mesh& mesh);
+    void ReadNormals(std::string& symbol, Mesh& mesh);
+    void ReadMeshAnimation(std::string& symbol, MeshNode& node);
+
+    // Bounds of ours on numbers that size tables and lists: a material or sub-material number
+    // above kMaxMaterialNumber, and a vertex or face number or vertex count above kMaxListEntries,
+    // is refused. The entries that counts and numbers create (not those read), summed over the
+    // file's meshes and frames, may not exceed the file's size in bytes plus kListEntrySlack:
+    // every real entry has a line of its own, so only a hostile file reaches that bound.
+    static constexpr int32_t kMaxMaterialNumber = 65535;
+    static constexpr int32_t kMaxListEntries = 1 << 26;
+    static constexpr uint64_t kListEntrySlack = 1 << 20;
 
     // Milliseconds of a tick time with the scene's current settings (unsigned 32-bit arithmetic).
     int32_t TicksToMilliseconds(int32_t ticks);
@@ -82,8 +110,19 @@ private:
     bool EnterBlock();  // false (after reporting) when nesting is too deep
     void LeaveBlock() { --blockDepth; }
     HRESULT WriteSceneFile();
+    // Reads a material or sub-material number and checks it against kMaxMaterialNumber.
+    bool ReadMaterialNumber(std::string& symbol, int32_t* number);
+    // Resizes a vertex or face list to `size` entries when our bounds allow it (else reports).
+    template <typename List>
+    bool ResizeList(List& list, int64_t size);
+    // Makes entry `number` exist (growing to number + 1 entries); negative numbers are refused.
+    template <typename List>
+    bool GrowForNumber(List& list, int32_t number);
 
     NodeIndex nodeIndex;
+    // First index in textureSets of each distinct list of entries.
+    std::unordered_map<std::string, int32_t> textureSetIndex;
+    uint64_t createdListEntries = 0;
     int blockDepth = 0;
     bool zeroTimeBaseWarned = false;
 };

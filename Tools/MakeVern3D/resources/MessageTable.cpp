@@ -37,7 +37,7 @@ constexpr std::string_view kHelpText =
     "MakeVern3D.exe \"file with spaces.ase\"\n"
     "\t";
 
-constexpr std::array<std::pair<uint32_t, std::string_view>, 31> kMessages{{
+constexpr std::array<std::pair<uint32_t, std::string_view>, 35> kMessages{{
     {1, "MakeVern3D Version 2.0\n"
         "Copyright (C) The MakeVern3D developers. All rights reserved.\n"
         "\n"},
@@ -60,6 +60,11 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 31> kMessages{{
     {17, "Object '%s' already has a parent; the parent record '%s' is ignored.\n"},
     {18, "Unknown option '-%s' is ignored.\n"},
     {19, "The scene's frame speed times its ticks per frame is 0; key and frame times are set to 0.\n"},
+    {20, "For creating a matrix animation from a mesh animation every frame needs three vertices. "
+         "Object: %s Frame: %d\n"},
+    {21, "Material number %d is out of range (0 to %d).\n"},
+    {22, "Vertex or face number or count %d is out of range (0 to %d).\n"},
+    {23, "The vertex and face lists of this file would hold more than %u entries, more than its size can describe.\n"},
     {4096, "Could not open file '%s'.\n"},
     {4097, "%s(%d) error: "},
     {4098, "Could not read next char.\n"},

@@ -1,0 +1,205 @@
+// Mesh geometry and mesh animation. The lists are stored as read: vertices and faces by their
+// numbers (grown straight to number + 1), texture vertices, texture faces and normals appended.
+// Nothing is checked against the counts; the output checks what it uses.
+#include "AseParser.h"
+#include "Messages.h"
+#include "NumberScan.h"
+
+template <typename List>
+bool AseParser::ResizeList(List& list, int64_t size)
+{
+    if (size < 0 || size > kMaxListEntries) {
+        Error(kMessageListNumberRange, static_cast<int32_t>(size), kMaxListEntries);
+        return false;
+    }
+    const auto newSize = static_cast<uint64_t>(size);
+    if (newSize > list.size()) {
+        createdListEntries += newSize - list.size();
+        const uint64_t budget = static_cast<uint64_t>(textSize) + kListEntrySlack;
+        if (createdListEntries > budget) {
+            Error(kMessageListsTooLarge, static_cast<unsigned>(std::min<uint64_t>(budget, 0xFFFFFFFFu)));
+            return false;
+        }
+    }
+    list.resize(static_cast<size_t>(newSize));
+    return true;
+}
+
+template <typename List>
+bool AseParser::GrowForNumber(List& list, int32_t number)
+{
+    if (number < 0 || number >= kMaxListEntries) {
+        Error(kMessageListNumberRange, number, kMaxListEntries - 1);
+        return false;
+    }
+    return static_cast<size_t>(number) < list.size() || ResizeList(list, static_cast<int64_t>(number) + 1);
+}
+
+void AseParser::ReadMesh(std::string& symbol, Mesh& mesh)
+{
+    ReadBlock(symbol, [&](std::string& keyword) {
+        int32_t value = 0;
+        if (keyword == "*TIMEVALUE") {
+            if (!ReadInt(keyword, &value))
+                return Keyword::ReturnNow;
+            mesh.time = TicksToMilliseconds(value);
+        } else if (keyword == "*MESH_NUMVERTEX") {
+            if (!ReadInt(keyword, &value))
+                return Keyword::ReturnNow;
+            if (!ResizeList(mesh.vertices, value))
+                return Keyword::ReturnNow;
+        } else if (keyword == "*MESH_NUMFACES" || keyword == "*MESH_NUMTVERTEX" || keyword == "*MESH_NUMTVFACES") {
+            if (!ReadInt(keyword, &value))
+                return Keyword::ReturnNow;
+        } else if (keyword == "*MESH_VERTEX_LIST") {
+            ReadVertexList(keyword, mesh);
+        } else if (keyword == "*MESH_FACE_LIST") {
+            ReadFaceList(keyword, mesh);
+        } else if (keyword == "*MESH_TVERTLIST") {
+            ReadTexVertexList(keyword, mesh);
+        } else if (keyword == "*MESH_TFACELIST") {
+            ReadTexFaceList(keyword, mesh);
+        } else if (keyword == "*MESH_NUMCVERTEX") {
+            if (!ReadInt(keyword, &value))
+                return Keyword::ReturnNow;
+            if (value != 0)
+                Warning(kMessageColorVertices);
+        } else if (keyword == "*MESH_NORMALS") {
+            ReadNormals(keyword, mesh);
+        } else {
+            return Keyword::NotMine;
+        }
+        return Keyword::Handled;
+    });
+}
+
+void AseParser::ReadVertexList(std::string& symbol, Mesh& mesh)
+{
+    ReadBlock(symbol, [&](std::string& keyword) {
+        if (keyword != "*MESH_VERTEX")
+            return Keyword::NotMine;
+        int32_t number = 0;
+        Vector3 position;
+        if (!ReadInt(keyword, &number) || !ReadFloat(keyword, &position.x) || !ReadFloat(keyword, &position.y) ||
+            !ReadFloat(keyword, &position.z))
+            return Keyword::ReturnNow;
+        if (!GrowForNumber(mesh.vertices, number))
+            return Keyword::ReturnNow;
+        mesh.vertices[static_cast<size_t>(number)] = position;
+        return Keyword::Handled;
+    });
+}
+
+void AseParser::ReadFaceList(std::string& symbol, Mesh& mesh)
+{
+    ReadBlock(symbol, [&](std::string& keyword) {
+        if (keyword != "*MESH_FACE")
+            return Keyword::NotMine;
+        // "0:" — the number's trailing colon is optional.
+        int32_t number = 0;
+        if (!ReadInt(keyword, &number))
+            return Keyword::ReturnNow;
+        MeshFace face;
+        // Each corner and edge flag follows a label (A:, B:, C:, AB:, BC:, CA:) that is not checked.
+        for (int32_t* field : {&face.a, &face.b, &face.c, &face.ab, &face.bc, &face.ca}) {
+            NextSymbol(keyword);
+            if (!ReadInt(keyword, field))
+                return Keyword::ReturnNow;
+        }
+        NextSymbol(keyword);
+        if (keyword != "*MESH_SMOOTHING") {
+            Error(kMessageExpectedSymbol, "*MESH_SMOOTHING", keyword.c_str());
+            return Keyword::ReturnNow;
+        }
+        // The smoothing list may be empty; "1,2,3" is one symbol that gives its first number.
+        NextSymbol(keyword);
+        if (keyword == "*MESH_MTLID") {
+            face.smoothingGroup = -1;
+        } else {
+            if (!ScanInt(keyword, &face.smoothingGroup)) {
+                Error(kMessageCouldNotScan, keyword.c_str());
+                return Keyword::ReturnNow;
+            }
+            NextSymbol(keyword);
+        }
+        if (keyword != "*MESH_MTLID") {
+            Error(kMessageExpectedSymbol, "*MESH_MTLID", keyword.c_str());
+            return Keyword::ReturnNow;
+        }
+        if (!ReadInt(keyword, &face.materialId))
+            return Keyword::ReturnNow;
+        if (!GrowForNumber(mesh.faces, number))
+            return Keyword::ReturnNow;
+        mesh.faces[static_cast<size_t>(number)] = face;
+        return Keyword::Handled;
+    });
+}
+
+void AseParser::ReadTexVertexList(std::string& symbol, Mesh& mesh)
+{
+    ReadBlock(symbol, [&](std::string& keyword) {
+        if (keyword != "*MESH_TVERT")
+            return Keyword::NotMine;
+        MeshTexVertex vertex;
+        if (!ReadInt(keyword, &vertex.index) || !ReadFloat(keyword, &vertex.u) || !ReadFloat(keyword, &vertex.v) ||
+            !ReadFloat(keyword, &vertex.w))
+            return Keyword::ReturnNow;
+        mesh.texVertices.push_back(vertex);
+        return Keyword::Handled;
+    });
+}
+
+void AseParser::ReadTexFaceList(std::string& symbol, Mesh& mesh)
+{
+    ReadBlock(symbol, [&](std::string& keyword) {
+        if (keyword != "*MESH_TFACE")
+            return Keyword::NotMine;
+        MeshTexFace face;
+        if (!ReadInt(keyword, &face.index) || !ReadInt(keyword, &face.a) || !ReadInt(keyword, &face.b) ||
+            !ReadInt(keyword, &face.c))
+            return Keyword::ReturnNow;
+        mesh.texFaces.push_back(face);
+        return Keyword::Handled;
+    });
+}
+
+void AseParser::ReadNormals(std::string& symbol, Mesh& mesh)
+{
+    ReadBlock(symbol, [&](std::string& keyword) {
+        if (keyword != "*MESH_FACENORMAL")
+            return Keyword::NotMine;
+        MeshFaceNormals record;
+        auto readVector = [&](Vector3& v) {
+            return ReadFloat(keyword, &v.x) && ReadFloat(keyword, &v.y) && ReadFloat(keyword, &v.z);
+        };
+        if (!ReadInt(keyword, &record.faceIndex) || !readVector(record.faceNormal))
+            return Keyword::ReturnNow;
+        for (Vector3& corner : record.vertexNormals) {
+            NextSymbol(keyword);
+            if (keyword != "*MESH_VERTEXNORMAL") {
+                Error(kMessageExpectedSymbol, "*MESH_VERTEXNORMAL", keyword.c_str());
+                return Keyword::ReturnNow;
+            }
+            NextSymbol(keyword);  // the vertex number is not kept
+            if (!readVector(corner))
+                return Keyword::ReturnNow;
+        }
+        mesh.normals.push_back(record);
+        return Keyword::Handled;
+    });
+}
+
+void AseParser::ReadMeshAnimation(std::string& symbol, MeshNode& node)
+{
+    ReadBlock(symbol, [&](std::string& keyword) {
+        if (keyword != "*MESH")
+            return Keyword::NotMine;
+        // The frame belongs to the node before it is read, so a frame that fails stays as far as read.
+        node.frames.push_back(std::make_unique<Mesh>());
+        Mesh& frame = *node.frames.back();
+        ReadMesh(keyword, frame);
+        if (frame.vertices.size() != node.mesh.vertices.size())
+            Warning(kMessageVertexCountDiffers, node.name.c_str(), static_cast<int>(node.frames.size() - 1));
+        return Keyword::Handled;
+    });
+}

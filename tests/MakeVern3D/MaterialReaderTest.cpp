@@ -1,0 +1,247 @@
+// Materials and maps: what the reader's tables hold and what the written texture table says.
+#include "AseTestParse.h"
+#include "Vern3DDecoder.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace {
+
+using asetest::ParseAse;
+
+std::string Map(const char* kind, const std::string& bitmap)
+{
+    return std::string("*") + kind + " {\n*MAP_NAME \"m\"\n*MAP_CLASS \"Bitmap\"\n*MAP_SUBNO 1\n*MAP_AMOUNT 1.0\n*BITMAP \"" +
+           bitmap + "\"\n*MAP_TYPE Screen\n*UVW_U_OFFSET 0.0\n*UVW_V_OFFSET 0.0\n*UVW_U_TILING 1.0\n*UVW_V_TILING 1.0\n"
+           "*UVW_ANGLE 0.0\n*UVW_BLUR 1.0\n*UVW_BLUR_OFFSET 0.0\n*UVW_NOUSE_AMT 1.0\n*UVW_NOISE_SIZE 1.0\n"
+           "*UVW_NOISE_LEVEL 1\n*UVW_NOISE_PHASE 0.0\n*BITMAP_FILTER Pyramidal\n}\n";
+}
+
+std::string Material(int number, const std::string& body)
+{
+    return "*MATERIAL " + std::to_string(number) + " {\n*MATERIAL_NAME \"mat" + std::to_string(number) +
+           "\"\n*MATERIAL_CLASS \"Standard\"\n" + body + "}\n";
+}
+
+std::string MaterialList(const std::string& materials)
+{
+    return "*MATERIAL_LIST {\n*MATERIAL_COUNT 1\n" + materials + "}\n";
+}
+
+vern3d::Scene Decoded(const asetest::Parsed& parsed)
+{
+    vern3d::Scene scene;
+    std::string error;
+    EXPECT_TRUE(vern3d::DecodeFile(parsed.output, &scene, &error)) << error;
+    return scene;
+}
+
+using Entries = std::vector<std::pair<uint32_t, std::string>>;
+
+std::vector<Entries> TextureTable(const asetest::Parsed& parsed)
+{
+    std::vector<Entries> table;
+    for (const auto& set : Decoded(parsed).textureSets) {
+        table.emplace_back();
+        for (const auto& entry : set)
+            table.back().emplace_back(entry.flags, entry.fileName);
+    }
+    return table;
+}
+
+TEST(Materials, TextureTableOfTheWrittenFile)
+{
+    struct Case {
+        const char* what;
+        std::string materials;
+        std::vector<Entries> table;
+    };
+    const Case cases[] = {
+        {"equal diffuse maps share one set",
+         Material(0, Map("MAP_DIFFUSE", "C:\\maps\\wood.tga")) + Material(1, Map("MAP_DIFFUSE", "D:\\other\\wood.tga")),
+         {{{0, "wood.tga"}}}},
+        {"diffuse and opacity of one file give one entry with flags 1",
+         Material(0, Map("MAP_DIFFUSE", "leaf.tga") + Map("MAP_OPACITY", "dir\\leaf.tga")), {{{1, "leaf.tga"}}}},
+        {"forward slashes do not separate", Material(0, Map("MAP_DIFFUSE", "textures/stone/wall.jpg")),
+         {{{0, "textures/stone/wall.jpg"}}}},
+        {"after an opacity map every later map carries bit 0",
+         Material(0, Map("MAP_OPACITY", "a.tga") + Map("MAP_DIFFUSE", "b.tga")), {{{1, "a.tga"}, {1, "b.tga"}}}},
+        {"additive rewrites the entries before it, later maps take 3",
+         Material(0, Map("MAP_DIFFUSE", "a.tga") + "*MATERIAL_XP_TYPE Additive\n" + Map("MAP_DIFFUSE", "b.tga")),
+         {{{3, "a.tga"}, {3, "b.tga"}}}},
+        {"a map without bitmap adds an empty entry", Material(0, "*MAP_DIFFUSE {\n*MAP_NAME \"x\"\n}\n"), {{{0, ""}}}},
+        {"sets without entries match, whatever their sides",
+         Material(0, "*MATERIAL_TWOSIDED\n") + Material(1, ""), {{}}},
+        {"entries in another order are another set",
+         Material(0, Map("MAP_DIFFUSE", "a") + Map("MAP_OPACITY", "b")) +
+             Material(1, Map("MAP_OPACITY", "b") + Map("MAP_DIFFUSE", "a")),
+         {{{0, "a"}, {1, "b"}}, {{1, "b"}, {1, "a"}}}},
+    };
+    for (const Case& c : cases) {
+        const auto parsed = ParseAse(MaterialList(c.materials));
+        ASSERT_FALSE(parsed.Failed()) << c.what << ": " << parsed.ErrorText();
+        EXPECT_EQ(TextureTable(parsed), c.table) << c.what;
+    }
+}
+
+TEST(Materials, SharedSetsKeepTheirOwnPropertiesAndSides)
+{
+    const auto parsed = ParseAse(MaterialList(Material(0, Map("MAP_DIFFUSE", "w.tga")) +
+                                              Material(1, "*MATERIAL_TWOSIDED\n" + Map("MAP_DIFFUSE", "w.tga"))));
+    const AseParser& reader = *parsed.reader;
+    EXPECT_EQ(reader.textureSets.size(), 1u);
+    EXPECT_EQ(reader.materialProperties.size(), 2u);
+    ASSERT_EQ(reader.materialTable.size(), 2u);
+    EXPECT_EQ(reader.materialTable[0].slot.propertiesIndex, 0);
+    EXPECT_EQ(reader.materialTable[1].slot.propertiesIndex, 1);
+    EXPECT_EQ(reader.materialTable[1].slot.textureSetIndex, 0);
+    EXPECT_FALSE(reader.materialTable[0].slot.twoSided);
+    EXPECT_TRUE(reader.materialTable[1].slot.twoSided);
+}
+
+TEST(Materials, ColoursTransparencyAndSelfIllumination)
+{
+    struct Case {
+        std::string body;
+        std::array<float, 4> diffuse, ambient, specular, emissive;
+    };
+    const Case cases[] = {
+        {"", {1, 1, 1, 1}, {1, 1, 1, 1}, {0, 0, 0, 0}, {0, 0, 0, 0}},
+        {"*MATERIAL_TRANSPARENCY 0.25\n", {1, 1, 1, 0.75f}, {1, 1, 1, 0.75f}, {0, 0, 0, 0.75f}, {0, 0, 0, 0.75f}},
+        {"*MATERIAL_SELFILLUM 0.5\n*MATERIAL_DIFFUSE 0.2 0.4 0.6\n", {0.2f, 0.4f, 0.6f, 1},
+         {1, 1, 1, 1}, {0, 0, 0, 0}, {0.5f * 0.2f, 0.5f * 0.4f, 0.5f * 0.6f, 0}},
+        {"*MATERIAL_DIFFUSE 0.2 0.4 0.6\n*MATERIAL_SELFILLUM 0.5\n*MATERIAL_AMBIENT 0.1 0.2 0.3\n"
+         "*MATERIAL_SPECULAR 0.9 0.8 0.7\n*MATERIAL_SHINE 0.1\n",
+         {0.2f, 0.4f, 0.6f, 1}, {0.1f, 0.2f, 0.3f, 1}, {0.9f, 0.8f, 0.7f, 0}, {0.5f * 0.2f, 0.5f * 0.4f, 0.5f * 0.6f, 0}},
+    };
+    for (const Case& c : cases) {
+        const auto parsed = ParseAse(MaterialList(Material(0, c.body + "*MATERIAL_SHINESTRENGTH 0.3\n")));
+        ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
+        const MaterialProperties& p = *parsed.reader->materialProperties.at(0);
+        EXPECT_EQ(p.size, 80);
+        EXPECT_EQ(std::to_array(p.diffuse), c.diffuse) << c.body;
+        EXPECT_EQ(std::to_array(p.ambient), c.ambient) << c.body;
+        EXPECT_EQ(std::to_array(p.specular), c.specular) << c.body;
+        EXPECT_EQ(std::to_array(p.emissive), c.emissive) << c.body;
+        EXPECT_EQ(p.shineStrength, 0.3f);
+    }
+}
+
+TEST(Materials, SubMaterialsRegisterBeforeTheirParent)
+{
+    std::string subs = "*NUMSUBMTLS 3\n";
+    for (int m = 0; m < 3; ++m)
+        subs += "*SUBMATERIAL " + std::to_string(m) + " {\n*MATERIAL_DIFFUSE " + std::to_string(m) +
+                " 0 0\n" + Map("MAP_DIFFUSE", "s" + std::to_string(m)) + "}\n";
+    // A sub-material nested in a sub-material is registered under the same top-level material.
+    subs += "*SUBMATERIAL 4 {\n*SUBMATERIAL 1 {\n*MATERIAL_DIFFUSE 7 0 0\n}\n}\n";
+    const auto parsed = ParseAse(MaterialList(Material(2, "*MATERIAL_DIFFUSE 9 0 0\n" + subs)));
+    ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
+    const AseParser& reader = *parsed.reader;
+    std::vector<float> order;
+    for (const auto& p : reader.materialProperties)
+        order.push_back(p->diffuse[0]);
+    EXPECT_EQ(order, (std::vector<float>{0, 1, 2, 7, 1, 9}));  // sub 4 keeps the default diffuse
+
+    // Materials 0 and 1 were never given: their slots name the first set and record.
+    ASSERT_EQ(reader.materialTable.size(), 3u);
+    for (int gap = 0; gap < 2; ++gap) {
+        EXPECT_EQ(reader.materialTable[gap].slot.textureSetIndex, 0);
+        EXPECT_EQ(reader.materialTable[gap].slot.propertiesIndex, 0);
+        EXPECT_FALSE(reader.materialTable[gap].subMaterials);
+    }
+    const MaterialTableEntry& entry = reader.materialTable[2];
+    EXPECT_EQ(entry.slot.propertiesIndex, 5);
+    ASSERT_TRUE(entry.subMaterials);
+    ASSERT_EQ(entry.subMaterials->size(), 5u);
+    const int expectedProperties[] = {0, 3, 2, 0, 4};  // slot 1 taken over by the nested one, slot 3 a gap
+    const int expectedSets[] = {0, 3, 2, 0, 3};
+    for (size_t m = 0; m < 5; ++m) {
+        EXPECT_EQ((*entry.subMaterials)[m].propertiesIndex, expectedProperties[m]) << m;
+        EXPECT_EQ((*entry.subMaterials)[m].textureSetIndex, expectedSets[m]) << m;
+    }
+    EXPECT_EQ(reader.textureSets.size(), 4u);  // s0, s1, s2 and the empty one
+}
+
+TEST(Materials, WarningsAndErrors)
+{
+    struct Case {
+        std::string body;
+        int line;
+        const char* kind;
+        std::string text;
+    };
+    const Case cases[] = {
+        {"*MATERIAL_CLASS \"Shellac\"\n", 6, "warning", "Unknown material class 'Shellac'.\n"},
+        {"*MAP_BUMP {\n*BITMAP \"b.tga\"\n}\n", 6, "warning", "Unknown map type '*MAP_BUMP'.\n"},
+        {"*MAP_DIFFUSE {\n*MAP_CLASS \"Checker\"\n}\n", 7, "warning", "Unknown map class 'Checker'.\n"},
+        {"*MATERIAL_XP_TYPE Glow\n", 6, "warning", "Unknown XP type 'Glow' in material 'mat0'.\n"},
+        {"*MATERIAL_DIFFUSE 0.1 x 0.3\n", 6, "error", "Symbol 'x' could not scanned.\n"},
+        {"*SUBMATERIAL -1 {\n}\n", 6, "error", "Material number -1 is out of range (0 to 65535).\n"},
+        {"*MAP_OPACITY \"x\"\n", 6, "error", "Aspected symbol '{' but found symbol 'x'.\n"},
+    };
+    for (const Case& c : cases) {
+        const auto parsed = ParseAse(MaterialList(Material(0, c.body)));
+        const std::string report = parsed.At(c.line, c.kind) + c.text;
+        if (std::string(c.kind) == "error")
+            EXPECT_EQ(parsed.ErrorText(), report);
+        else
+            EXPECT_EQ(parsed.printed, report);
+    }
+    // The material number itself: not an integer, or beyond our bound. Nothing is registered.
+    for (const char* number : {"x", "2000000000"}) {
+        const auto parsed = ParseAse(std::string("*MATERIAL_LIST {\n*MATERIAL ") + number + " {\n}\n}\n");
+        EXPECT_TRUE(parsed.Failed());
+        EXPECT_EQ(parsed.ErrorText().rfind(parsed.At(2, "error"), 0), 0u) << parsed.ErrorText();
+        EXPECT_TRUE(parsed.reader->materialTable.empty());
+    }
+}
+
+// The first equal set wins: a literal scan over the sets found so far, against the reader's table.
+TEST(Materials, SharingMatchesTheLiteralScanOnRandomMaterials)
+{
+    std::mt19937 random(7);
+    for (int round = 0; round < 20; ++round) {
+        std::string materials;
+        std::vector<Entries> literal;
+        std::vector<int> expectedIndex;
+        const int count = 1 + static_cast<int>(random() % 40);
+        for (int n = 0; n < count; ++n) {
+            std::string body;
+            Entries entries;
+            uint32_t xp = 0;
+            for (int map = static_cast<int>(random() % 3); map > 0; --map) {
+                const bool opacity = random() % 3 == 0;
+                const std::string file = "t" + std::to_string(random() % 4);
+                body += Map(opacity ? "MAP_OPACITY" : "MAP_DIFFUSE", file);
+                xp |= opacity ? 1u : 0u;
+                bool same = false;
+                for (auto& entry : entries)
+                    if (entry.second == file) {
+                        entry.first = xp;
+                        same = true;
+                    }
+                if (!same)
+                    entries.emplace_back(xp, file);
+            }
+            materials += Material(n, body);
+            int index = -1;
+            for (size_t s = 0; s < literal.size() && index < 0; ++s)
+                if (literal[s] == entries)
+                    index = static_cast<int>(s);
+            if (index < 0) {
+                index = static_cast<int>(literal.size());
+                literal.push_back(entries);
+            }
+            expectedIndex.push_back(index);
+        }
+        const auto parsed = ParseAse(MaterialList(materials));
+        ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
+        EXPECT_EQ(TextureTable(parsed), literal);
+        for (int n = 0; n < count; ++n)
+            EXPECT_EQ(parsed.reader->materialTable[static_cast<size_t>(n)].slot.textureSetIndex, expectedIndex[n]);
+    }
+}
+
+}  // namespace
