@@ -110,6 +110,8 @@ private:
     bool EnterBlock();  // false (after reporting) when nesting is too deep
     void LeaveBlock() { --blockDepth; }
     HRESULT WriteSceneFile();
+    // Refuses, before anything is written, what the mesh output could not use.
+    void CheckMeshes();
     // Reads a material or sub-material number and checks it against kMaxMaterialNumber.
     bool ReadMaterialNumber(std::string& symbol, int32_t* number);
     // Resizes a vertex or face list to `size` entries when our bounds allow it (else reports).

@@ -15,6 +15,8 @@ public:
         data.insert(data.end(), bytes, bytes + 4);
     }
     void I32(int32_t value) { U32(static_cast<uint32_t>(value)); }
+    void U8(uint8_t value) { data.push_back(value); }
+    void Reserve(size_t bytes) { data.reserve(bytes); }
     void F32(float value) { U32(std::bit_cast<uint32_t>(value)); }
     void F32s(const float* values, size_t count)
     {

@@ -10,9 +10,26 @@ void AseParser::Finish()
     if (!settings.objectNames.empty())
         root->SelectObjects(settings.objectNames);
     root->ApplyNameDirectives(*this);
+    if (!errorFlag)
+        CheckMeshes();
+    // The text is not needed once it has been read; the render meshes need the room.
+    text.reset();
     if (!errorFlag && Failed(WriteSceneFile()))
         Error(kMessageWriteFailed, outputName.c_str());
     BaseParser::Finish();
+}
+
+void AseParser::CheckMeshes()
+{
+    std::vector<BaseNode*> pending{root.get()};
+    while (!pending.empty() && !errorFlag) {
+        BaseNode* node = pending.back();
+        pending.pop_back();
+        if (auto* meshNode = dynamic_cast<MeshNode*>(node); meshNode && !meshNode->CheckBeforeWrite(*this))
+            return;
+        for (auto child = node->Children().rbegin(); child != node->Children().rend(); ++child)
+            pending.push_back(child->get());
+    }
 }
 
 HRESULT AseParser::WriteSceneFile()

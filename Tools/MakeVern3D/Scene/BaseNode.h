@@ -3,6 +3,7 @@
 // as the input makes it never grows the stack.
 #pragma once
 
+#include "RenderRecords.h"
 #include "SceneRecords.h"
 #include "Status.h"
 #include "TransformMath.h"
@@ -17,6 +18,7 @@ class BaseParser;
 class OpenPath;
 class VernWriter;
 struct VernChunk;
+class VertexWelder;
 
 // What GetInfo reports: written to the output byte for byte (104 bytes).
 struct NodeInfo {
@@ -132,13 +134,44 @@ protected:
 class MeshNode : public TransformNode {
 public:
     using TransformNode::TransformNode;
+    ~MeshNode() override;
 
     uint32_t OwnLastKeyTime() const override;
     void CreateAnimFromMesh(BaseParser& reporter) override;
+    // Builds the render mesh, its frames and its sphere; the mesh chunk follows the node's chunks.
+    HRESULT BeginWrite(NodeWriteContext& context, bool* write) override;
+    HRESULT EndWrite(NodeWriteContext& context) override;
+
+    // Checks before anything is written what the mesh output would otherwise read out of range
+    // (material reference, corners, the vertex file); reports through `reader`, false on error.
+    bool CheckBeforeWrite(AseParser& reader);
+
+    // Render mesh building (see RenderMesh.cpp).
+    void ToNodeSpace(Mesh& source);
+    void BuildRenderMesh(AseParser& reader, Mesh& source);
+    int32_t FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_t position, int32_t texVertex,
+                            int32_t smoothingGroup, uint32_t material, bool flip);
+
+    // Frames (see FrameStream.cpp).
+    void BuildFrameVertices(AseParser& reader, Mesh& frame, std::vector<MeshVertex>& list);
+    void ApplyMeshOperations(const std::string& path);
+    bool FramesChanged(size_t first, size_t second, uint32_t flags) const;
 
     int32_t materialRef = -1;
     std::vector<std::unique_ptr<Mesh>> frames;
     Mesh mesh;
+
+    // Working data of the write.
+    std::vector<VertexSource> vertexSources;
+    bool verticesLoaded = false;
+    std::vector<std::unique_ptr<std::vector<MeshVertex>>> frameVertices;
+    std::vector<MeshVertex> renderVertices;
+    std::vector<MeshTriangle> renderTriangles;
+    std::vector<MeshBatch> renderBatches;
+    Sphere meshSphere;  // over every frame, in node space
+
+private:
+    VertexWelder* welder = nullptr;  // BuildRenderMesh's, while it runs
 };
 
 // The chain of nodes from the root down to the node being visited, with the indices of those

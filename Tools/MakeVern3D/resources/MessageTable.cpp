@@ -37,7 +37,7 @@ constexpr std::string_view kHelpText =
     "MakeVern3D.exe \"file with spaces.ase\"\n"
     "\t";
 
-constexpr std::array<std::pair<uint32_t, std::string_view>, 35> kMessages{{
+constexpr std::array<std::pair<uint32_t, std::string_view>, 39> kMessages{{
     {1, "MakeVern3D Version 2.0\n"
         "Copyright (C) The MakeVern3D developers. All rights reserved.\n"
         "\n"},
@@ -65,6 +65,10 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 35> kMessages{{
     {21, "Material number %d is out of range (0 to %d).\n"},
     {22, "Vertex or face number or count %d is out of range (0 to %d).\n"},
     {23, "The vertex and face lists of this file would hold more than %u entries, more than its size can describe.\n"},
+    {24, "Object '%s' refers to material %d, which the material list does not define.\n"},
+    {25, "Face %d of object '%s' uses vertex %d, which its mesh does not have.\n"},
+    {26, "The vertex file '%s' is missing or shorter than its counts.\n"},
+    {27, "The vertex file '%s' holds %u vertex sources for %u vertices.\n"},
     {4096, "Could not open file '%s'.\n"},
     {4097, "%s(%d) error: "},
     {4098, "Could not read next char.\n"},

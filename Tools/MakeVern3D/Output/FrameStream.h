@@ -1,0 +1,28 @@
+// The frame stream at the end of a mesh chunk: frame 0 complete, then each frame that differs
+// from the last stored one with the components chosen by the flags, then the byte 0x00.
+#pragma once
+
+#include "LittleEndian.h"
+#include "RenderRecords.h"
+#include "Status.h"
+
+#include <cstdint>
+#include <functional>
+
+class MeshNode;
+
+// Component flags of the frames after the first (-map, -man, -mac, -mam, -mat).
+enum : uint32_t {
+    kFramePosition = 1,
+    kFrameNormal = 2,
+    kFrameColour = 4,
+    kFrameMaterial = 8,
+    kFrameTexture = 16,
+};
+
+void AppendFullVertex(LittleEndianBuffer& out, const MeshVertex& vertex);
+void AppendFrameComponents(LittleEndianBuffer& out, const MeshVertex& vertex, uint32_t flags);
+
+// Receives the stream piece by piece; the first failure ends the stream.
+using FrameSink = std::function<HRESULT(const LittleEndianBuffer&)>;
+HRESULT WriteFrameStream(MeshNode& node, uint32_t flags, const FrameSink& write);

@@ -1,0 +1,260 @@
+// From the source mesh to the render mesh: positions in node space, one render vertex per
+// distinct (position, normal, material, texture coordinate) within the welding tolerances,
+// triangles grouped into batches of one texture set (opacity-mapped sets last), and the
+// vertices numbered anew within each batch.
+//
+// The results are those of the plain procedures (a scan over all vertices for each new one, a
+// scan over all faces for each corner normal, scans for texture faces and vertices by number,
+// bubble sorts and a scan per corner when renumbering); only the way they are found is faster.
+#include "AseParser.h"
+#include "BaseNode.h"
+#include "Messages.h"
+#include "VertexNormals.h"
+#include "VertexWelder.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace {
+
+// The position of the first entry with each number: a table when the numbers are small, a map
+// when they are not.
+class FirstByNumber {
+public:
+    template <typename List, typename Number>
+    FirstByNumber(const List& list, Number number)
+    {
+        int64_t largest = -1;
+        bool dense = true;
+        for (const auto& entry : list) {
+            const int32_t value = number(entry);
+            if (value < 0)
+                dense = false;
+            largest = std::max<int64_t>(largest, value);
+        }
+        dense = dense && largest < static_cast<int64_t>(list.size()) * 4 + 64;
+        if (dense)
+            table.assign(static_cast<size_t>(largest + 1), -1);
+        for (size_t position = 0; position < list.size(); ++position) {
+            const int32_t value = number(list[position]);
+            if (dense) {
+                int32_t& slot = table[static_cast<size_t>(value)];
+                if (slot < 0)
+                    slot = static_cast<int32_t>(position);
+            } else {
+                map.try_emplace(value, static_cast<int32_t>(position));
+            }
+        }
+        useMap = !dense;
+    }
+
+    int32_t Find(int32_t value) const
+    {
+        if (!useMap)
+            return value >= 0 && static_cast<size_t>(value) < table.size() ? table[static_cast<size_t>(value)] : -1;
+        const auto found = map.find(value);
+        return found == map.end() ? -1 : found->second;
+    }
+
+private:
+    bool useMap = false;
+    std::vector<int32_t> table;
+    std::unordered_map<int32_t, int32_t> map;
+};
+
+bool OpacityMapped(const TextureSet& set) { return (set.entries.front().flags & 1) != 0; }
+
+}  // namespace
+
+void MeshNode::ToNodeSpace(Mesh& source)
+{
+    const Matrix inverse = Inverse(GetTransform(static_cast<uint32_t>(source.time)));
+    for (Vector3& p : source.vertices)
+        p = TransformPoint(p, inverse);
+
+    // One normal record per face; records added here are numbered after their position.
+    const size_t faceCount = source.faces.size();
+    const size_t had = source.normals.size();
+    source.normals.resize(faceCount);
+    for (size_t i = had; i < faceCount; ++i)
+        source.normals[i].faceIndex = static_cast<int32_t>(i);
+
+    const auto corner = [&](int32_t number) {
+        // Corners were checked before writing began; a frame whose list is short reads zero.
+        return number >= 0 && static_cast<size_t>(number) < source.vertices.size()
+                   ? source.vertices[static_cast<size_t>(number)]
+                   : Vector3{};
+    };
+    for (size_t i = 0; i < faceCount; ++i) {
+        const MeshFace& face = source.faces[i];
+        const Vector3 a = corner(face.a), b = corner(face.b), c = corner(face.c);
+        source.normals[i].faceNormal = Normalize(Cross(Subtract(b, a), Subtract(c, a)));
+    }
+}
+
+int32_t MeshNode::FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_t position, int32_t texVertex,
+                                  int32_t smoothingGroup, uint32_t material, bool flip)
+{
+    const int32_t found = welder->Find(vertex);
+    if (found >= 0)
+        return found;
+    renderVertices.push_back(vertex);
+    VertexSource source;
+    source.face = face;
+    source.position = position;
+    source.texVertex = texVertex;
+    source.smoothingGroup = smoothingGroup;
+    source.material = material;
+    source.flip = flip ? 1 : 0;
+    vertexSources.push_back(source);
+    welder->Added();
+    return static_cast<int32_t>(renderVertices.size() - 1);
+}
+
+void MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
+{
+    renderVertices.clear();
+    renderTriangles.clear();
+    vertexSources.clear();
+    renderBatches.clear();
+    SortFaceNormals(source);
+
+    const VertexNormals normals(source);
+    const FirstByNumber texFaceOf(source.texFaces, [](const MeshTexFace& f) { return f.index; });
+    const FirstByNumber texVertexOf(source.texVertices, [](const MeshTexVertex& v) { return v.index; });
+    VertexWelder weld(renderVertices, source.faces.size() * 3);
+    welder = &weld;
+    renderVertices.reserve(source.faces.size() * 2);
+    renderTriangles.reserve(source.faces.size());
+
+    for (size_t f = 0; f < source.faces.size(); ++f) {
+        const MeshFace& face = source.faces[f];
+        const auto faceNumber = static_cast<int32_t>(f);
+        if (materialRef == -1) {
+            reader.Error(kMessageInvalidMaterialId, -1, name.c_str());
+            break;
+        }
+        // The material reference was checked against the table before writing began.
+        const MaterialTableEntry& entry = reader.materialTable[static_cast<size_t>(materialRef)];
+        MaterialSlot slot = entry.slot;
+        if (entry.subMaterials) {
+            if (static_cast<uint32_t>(face.materialId) < entry.subMaterials->size()) {
+                slot = (*entry.subMaterials)[static_cast<size_t>(face.materialId)];
+            } else {
+                // Once for the material index, once for the texture set and sides.
+                slot = MaterialSlot{};
+                reader.Warning(kMessageInvalidMaterialId, face.materialId, name.c_str());
+                reader.Warning(kMessageInvalidMaterialId, face.materialId, name.c_str());
+            }
+        }
+
+        float u[3] = {0, 0, 0}, v[3] = {0, 0, 0};
+        int32_t texVertex[3] = {-1, -1, -1};
+        const int32_t texFace = texFaceOf.Find(faceNumber);
+        if (texFace >= 0) {
+            const MeshTexFace& tf = source.texFaces[static_cast<size_t>(texFace)];
+            const int32_t numbers[3] = {tf.a, tf.b, tf.c};
+            for (int k = 0; k < 3; ++k) {
+                texVertex[k] = texVertexOf.Find(numbers[k]);
+                if (texVertex[k] >= 0) {
+                    const MeshTexVertex& tv = source.texVertices[static_cast<size_t>(texVertex[k])];
+                    u[k] = tv.u;
+                    v[k] = 1.0f - tv.v;
+                }
+            }
+        }
+
+        const int32_t corners[3] = {face.a, face.b, face.c};
+        MeshVertex vertices[3];
+        int32_t front[3];
+        for (int k = 0; k < 3; ++k) {
+            MeshVertex& vertex = vertices[k];
+            vertex.position = source.vertices[static_cast<size_t>(corners[k])];
+            vertex.normal = normals.VertexNormal(faceNumber, corners[k], face.smoothingGroup);
+            vertex.material = static_cast<uint32_t>(slot.propertiesIndex);
+            vertex.u = u[k];
+            vertex.v = v[k];
+            front[k] = FindOrAddVertex(vertex, faceNumber, corners[k], texVertex[k], face.smoothingGroup,
+                                       vertex.material, false);
+        }
+        uint32_t flags = (face.ab ? 1u : 0u) | (face.bc ? 2u : 0u) | (face.ca ? 4u : 0u);
+        const auto set = static_cast<uint32_t>(slot.textureSetIndex);
+        // Stored as a, c, b.
+        renderTriangles.push_back({flags,
+                                   {static_cast<uint32_t>(front[0]), static_cast<uint32_t>(front[2]),
+                                    static_cast<uint32_t>(front[1])},
+                                   set});
+        if (slot.twoSided) {
+            int32_t back[3];
+            for (int k = 0; k < 3; ++k) {
+                vertices[k].normal = {-vertices[k].normal.x, -vertices[k].normal.y, -vertices[k].normal.z};
+                back[k] = FindOrAddVertex(vertices[k], faceNumber, corners[k], texVertex[k], face.smoothingGroup,
+                                          vertices[k].material, true);
+            }
+            // The back side lists a, b, c: the edges 0-1 and 2-0 trade their flags.
+            if (((flags & 1u) != 0) != ((flags & 4u) != 0))
+                flags ^= 5u;
+            renderTriangles.push_back({flags,
+                                       {static_cast<uint32_t>(back[0]), static_cast<uint32_t>(back[1]),
+                                        static_cast<uint32_t>(back[2])},
+                                       set});
+        }
+    }
+    welder = nullptr;
+
+    // Triangles of sets without entries never move and nothing passes them; between them the
+    // exchange rule orders by (opacity bit, set index), keeping the order of equals.
+    const auto& sets = reader.textureSets;
+    auto hasEntries = [&](const MeshTriangle& t) { return !sets[t.textureSet]->entries.empty(); };
+    auto before = [&](const MeshTriangle& a, const MeshTriangle& b) {
+        const bool opacityA = OpacityMapped(*sets[a.textureSet]);
+        const bool opacityB = OpacityMapped(*sets[b.textureSet]);
+        if (opacityA != opacityB)
+            return opacityB;
+        return a.textureSet < b.textureSet;
+    };
+    for (auto run = renderTriangles.begin(); run != renderTriangles.end();) {
+        if (!hasEntries(*run)) {
+            ++run;
+            continue;
+        }
+        const auto end = std::find_if_not(run, renderTriangles.end(), hasEntries);
+        std::stable_sort(run, end, before);
+        run = end;
+    }
+
+    // One batch per run of equal sets, each with its own vertices numbered from 0.
+    std::vector<MeshVertex> vertices;
+    std::vector<VertexSource> sources;
+    vertices.reserve(renderVertices.size());
+    sources.reserve(vertexSources.size());
+    std::vector<uint32_t> batchOf(renderVertices.size(), UINT32_MAX);
+    std::vector<uint32_t> newIndex(renderVertices.size(), 0);
+    for (size_t first = 0; first < renderTriangles.size();) {
+        size_t end = first + 1;
+        while (end < renderTriangles.size() && renderTriangles[end].textureSet == renderTriangles[first].textureSet)
+            ++end;
+        MeshBatch batch;
+        batch.firstTriangle = static_cast<uint32_t>(first);
+        batch.triangleCount = static_cast<uint32_t>(end - first);
+        batch.firstVertex = static_cast<uint32_t>(vertices.size());
+        const auto batchNumber = static_cast<uint32_t>(renderBatches.size());
+        for (size_t t = first; t < end; ++t) {
+            for (uint32_t& corner : renderTriangles[t].corners) {
+                if (batchOf[corner] != batchNumber) {
+                    batchOf[corner] = batchNumber;
+                    newIndex[corner] = static_cast<uint32_t>(vertices.size());
+                    vertices.push_back(renderVertices[corner]);
+                    sources.push_back(vertexSources[corner]);
+                    sources.back().originalIndex = static_cast<int32_t>(corner);
+                }
+                corner = newIndex[corner] - batch.firstVertex;
+            }
+        }
+        batch.vertexCount = static_cast<uint32_t>(vertices.size()) - batch.firstVertex;
+        renderBatches.push_back(batch);
+        first = end;
+    }
+    renderVertices = std::move(vertices);
+    vertexSources = std::move(sources);
+}
