@@ -1,7 +1,6 @@
 #include "BaseNode.h"
 
 #include "BaseParser.h"
-#include "Messages.h"
 
 #include <algorithm>
 
@@ -255,12 +254,4 @@ uint32_t MeshNode::OwnLastKeyTime() const
     if (!frames.empty())
         latest = std::max(latest, static_cast<uint32_t>(frames.back()->time));
     return latest;
-}
-
-void MeshNode::CreateAnimFromMesh(BaseParser& reporter)
-{
-    if (frames.empty()) {
-        reporter.Error(kMessageAnimFromMeshNeedsFrames, name.c_str());
-        return;
-    }
 }
