@@ -25,10 +25,17 @@ HRESULT Reject(std::string* error, std::string reason)
     return VERN_E_MALFORMED;
 }
 
+// "directory entry 3, file offset 1234: " for the reasons that concern one entry.
+std::string EntryPlace(const VernFileHeader& header, uint32_t entry)
+{
+    return "directory entry " + std::to_string(entry) + ", file offset " +
+           std::to_string(uint64_t{header.directoryOffset} + uint64_t{entry} * kEntrySize) + ": ";
+}
+
 HRESULT Decode(std::span<const uint8_t> bytes, VernContainer* container, std::string* error)
 {
     if (bytes.size() < kHeaderSize)
-        return Reject(error, "file shorter than the header");
+        return Reject(error, "header, file offset 0: the file is " + std::to_string(bytes.size()) + " bytes, shorter than the header");
     VernFileHeader& header = container->header;
     header.headerSize = LoadU32(&bytes[0]);
     header.reserved0 = LoadU32(&bytes[4]);
@@ -40,17 +47,17 @@ HRESULT Decode(std::span<const uint8_t> bytes, VernContainer* container, std::st
     header.entrySize = LoadU32(&bytes[40]);
 
     if (header.headerSize != kHeaderSize)
-        return Reject(error, "header size is not 44");
+        return Reject(error, "header, file offset 0: header size is not 44");
     if (header.entrySize != kEntrySize)
-        return Reject(error, "directory entry size is not 16");
+        return Reject(error, "header, file offset 40: directory entry size is not 16");
     if (header.dataOffset < kHeaderSize || header.dataOffset > header.directoryOffset)
-        return Reject(error, "data area does not lie between header and directory");
+        return Reject(error, "header, file offset 36: data area does not lie between header and directory");
     if (uint64_t{header.directoryOffset} + header.directorySize > bytes.size())
-        return Reject(error, "directory reaches past the end of the file");
+        return Reject(error, "header, file offset 24: directory reaches past the end of the file");
     if (header.directorySize % kEntrySize != 0)
-        return Reject(error, "directory size is not a multiple of 16");
+        return Reject(error, "header, file offset 28: directory size is not a multiple of 16");
     if (header.directorySize == 0)
-        return Reject(error, "directory has no root entry");
+        return Reject(error, "header, file offset 28: directory has no root entry");
 
     const uint32_t count = header.directorySize / kEntrySize;
     std::vector<VernDecodedChunk>& chunks = container->chunks;
@@ -64,7 +71,7 @@ HRESULT Decode(std::span<const uint8_t> bytes, VernContainer* container, std::st
         chunks[i].size = LoadU32(entry + 12);
     }
     if (chunks[0].id != 0 || chunks[0].offset != kVernNoOffset || chunks[0].size != 0)
-        return Reject(error, "root entry is not {0, n, 0xFFFFFFFF, 0}");
+        return Reject(error, EntryPlace(header, 0) + "root entry is not {0, n, 0xFFFFFFFF, 0}");
 
     // Pre-order with child counts: the next entry is always the next child of the innermost
     // chunk that still expects one.
@@ -81,7 +88,7 @@ HRESULT Decode(std::span<const uint8_t> bytes, VernContainer* container, std::st
             continue;
         }
         if (next == count)
-            return Reject(error, "child counts ask for more entries than the directory holds");
+            return Reject(error, EntryPlace(header, top.index) + "child counts ask for more entries than the directory holds");
         --top.remaining;
         chunks[next].parent = top.index;
         chunks[top.index].children.push_back(next);
@@ -89,32 +96,35 @@ HRESULT Decode(std::span<const uint8_t> bytes, VernContainer* container, std::st
         ++next;
     }
     if (next != count)
-        return Reject(error, "directory holds entries that belong to no chunk");
+        return Reject(error, EntryPlace(header, next) + "directory holds entries that belong to no chunk");
 
     // Each written chunk owns one run inside the data area, and no two runs share a byte.
     struct Run {
         uint64_t begin;
         uint64_t end;
+        uint32_t entry;
     };
     std::vector<Run> runs;
-    for (VernDecodedChunk& chunk : chunks) {
+    for (uint32_t i = 0; i < count; ++i) {
+        VernDecodedChunk& chunk = chunks[i];
         if (chunk.offset == kVernNoOffset) {
             if (chunk.size != 0)
-                return Reject(error, "chunk without an offset has a size");
+                return Reject(error, EntryPlace(header, i) + "chunk without an offset has a size");
             continue;
         }
         const uint64_t begin = uint64_t{header.dataOffset} + chunk.offset;
         const uint64_t end = begin + chunk.size;
         if (end > header.directoryOffset)
-            return Reject(error, "chunk bytes reach past the data area");
-        runs.push_back({begin, end});
+            return Reject(error, EntryPlace(header, i) + "chunk bytes reach past the data area");
+        runs.push_back({begin, end, i});
         chunk.payload = bytes.subspan(static_cast<size_t>(begin), chunk.size);
     }
     std::sort(runs.begin(), runs.end(),
               [](const Run& a, const Run& b) { return a.begin != b.begin ? a.begin < b.begin : a.end < b.end; });
     for (size_t i = 1; i < runs.size(); ++i) {
         if (runs[i].begin < runs[i - 1].end)
-            return Reject(error, "chunk runs overlap");
+            return Reject(error, EntryPlace(header, runs[i].entry) + "chunk bytes overlap those of directory entry " +
+                                     std::to_string(runs[i - 1].entry));
     }
     return S_OK;
 }

@@ -1,0 +1,375 @@
+// The vern3D layout over the container: node chunks with their records, names, key chunks and
+// mesh chunks, and the texture table. Every failure names its chunk and file offset.
+#include "Vern3DDecoder.h"
+
+#include "VernReader.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+namespace vern3d {
+
+namespace {
+
+constexpr uint32_t kNodeInfoSize = 104;
+constexpr uint32_t kAnimationHeaderSize = 32;
+constexpr uint32_t kPositionKeySize = 40;
+constexpr uint32_t kRotationKeySize = 84;
+constexpr uint32_t kValueRecordSize = 12;
+
+bool Fail(std::string* error, const std::string& reason)
+{
+    if (error)
+        *error = reason;
+    return false;
+}
+
+std::string Hex(uint32_t value)
+{
+    static const char digits[] = "0123456789ABCDEF";
+    std::string text = "0x";
+    for (int shift = 28; shift >= 0; shift -= 4)
+        text += digits[(value >> shift) & 0xF];
+    return text;
+}
+
+// A chunk's place in the file, for the reasons of failures.
+class ChunkPlace {
+public:
+    ChunkPlace(const VernContainer& container, uint32_t index, std::string owner)
+        : label(Describe(container.chunks[index].id) + owner + " (directory entry " + std::to_string(index) + ")"),
+          start(uint64_t{container.header.dataOffset} + container.chunks[index].offset)
+    {
+    }
+
+    bool Fail(std::string* error, size_t position, const std::string& what) const
+    {
+        return vern3d::Fail(error, label + ", file offset " + std::to_string(start + position) + ": " + what);
+    }
+
+private:
+    static std::string Describe(uint32_t id)
+    {
+        switch (id) {
+        case kChunkNode: return "ChunkNode";
+        case kChunkNodeAnimation: return "ChunkNodeAnimation";
+        case kChunkMesh: return "ChunkMesh";
+        case kChunkTextureTable: return "ChunkTextureTable";
+        default: return "chunk " + Hex(id);
+        }
+    }
+
+    std::string label;
+    uint64_t start;
+};
+
+template <size_t N>
+void ReadFloats(VernCursor& cursor, std::array<float, N>& values)
+{
+    for (float& value : values)
+        cursor.ReadF32(&value);
+}
+
+bool AllZero(std::span<const float> values)
+{
+    for (float value : values)
+        if (value != 0.0f || std::signbit(value))
+            return false;
+    return true;
+}
+
+bool DecodeNodePayload(std::span<const uint8_t> payload, Node& node, bool isRoot, const ChunkPlace& place,
+                       std::string* error)
+{
+    VernCursor cursor(payload);
+    NodeInfoRecord& info = node.info;
+    cursor.ReadU32(&info.size);
+    cursor.ReadU32(&info.flags);
+    ReadFloats(cursor, info.matrix);
+    ReadFloats(cursor, info.bounds);
+    ReadFloats(cursor, info.parentBounds);
+    if (!cursor.Ok())
+        return place.Fail(error, 0, "node record cut short: " + std::to_string(payload.size()) + " bytes");
+    if (info.size != kNodeInfoSize)
+        return place.Fail(error, 0, "NodeInfo size is " + std::to_string(info.size) + ", not 104");
+    if (!cursor.ReadCountedString(&node.name))
+        return place.Fail(error, kNodeInfoSize, "the name is not a counted string");
+    if (!cursor.AtEnd())
+        return place.Fail(error, cursor.Position(), std::to_string(cursor.Remaining()) + " bytes follow the name");
+    const bool valid = isRoot ? (info.flags == 1 || info.flags == 9) : (info.flags == 3 || info.flags == 31);
+    if (!valid)
+        return place.Fail(error, 4, "NodeInfo flags " + std::to_string(info.flags) + " of node '" + node.name +
+                                        "' are not " + (isRoot ? "1 or 9 (scene root)" : "3 or 31"));
+    if (!(info.flags & kInfoMatrix) && !AllZero(info.matrix))
+        return place.Fail(error, 8, "matrix set without its flag");
+    if (!(info.flags & kInfoBounds) && !AllZero(info.bounds))
+        return place.Fail(error, 72, "bounds set without their flag");
+    if ((info.flags & kInfoParentBounds) != kInfoParentBounds && !AllZero(info.parentBounds))
+        return place.Fail(error, 88, "parent bounds set without their flag");
+    return true;
+}
+
+bool DecodeAnimation(std::span<const uint8_t> payload, Animation& animation, const ChunkPlace& place,
+                     std::string* error)
+{
+    VernCursor cursor(payload);
+    uint32_t header[8] = {};
+    for (uint32_t& field : header)
+        cursor.ReadU32(&field);
+    const uint32_t positions = header[3];
+    const uint32_t rotations = header[6];
+    if (!cursor.Ok())
+        return place.Fail(error, 0, "key header cut short");
+    if (header[0] != kAnimationHeaderSize || header[4] != kPositionKeySize || header[5] != 0 ||
+        header[7] != kRotationKeySize)
+        return place.Fail(error, 0, "key header is not {32, flags, offset, n, 40, 0, m, 84}");
+    if (header[1] != ((positions ? 1u : 0u) | (rotations ? 2u : 0u)) || header[1] == 0)
+        return place.Fail(error, 4, "key flags " + std::to_string(header[1]) + " do not match the key counts");
+    if (uint64_t{header[2]} != kAnimationHeaderSize + uint64_t{kPositionKeySize} * positions)
+        return place.Fail(error, 8, "rotation key offset does not follow the position keys");
+    if (payload.size() != kAnimationHeaderSize + uint64_t{kPositionKeySize} * positions +
+                              uint64_t{kRotationKeySize} * rotations)
+        return place.Fail(error, 12, "the key counts ask for " +
+                                         std::to_string(kAnimationHeaderSize + uint64_t{kPositionKeySize} * positions +
+                                                        uint64_t{kRotationKeySize} * rotations) +
+                                         " bytes, the chunk holds " + std::to_string(payload.size()));
+    animation.flags = header[1];
+    animation.positionKeys.resize(positions);
+    for (PositionKeyRecord& key : animation.positionKeys) {
+        uint32_t time = 0;
+        cursor.ReadU32(&time);
+        key.time = static_cast<int32_t>(time);
+        ReadFloats(cursor, key.position);
+        ReadFloats(cursor, key.inTangent);
+        ReadFloats(cursor, key.outTangent);
+    }
+    animation.rotationKeys.resize(rotations);
+    for (RotationKeyRecord& key : animation.rotationKeys) {
+        uint32_t time = 0;
+        cursor.ReadU32(&time);
+        key.time = static_cast<int32_t>(time);
+        ReadFloats(cursor, key.axis);
+        cursor.ReadF32(&key.angle);
+        ReadFloats(cursor, key.matrix);
+    }
+    return true;
+}
+
+bool DecodeTextureTable(std::span<const uint8_t> payload, Scene& scene, const ChunkPlace& place, std::string* error)
+{
+    VernCursor cursor(payload);
+    auto value = [&](uint32_t* out, const char* what) {
+        const size_t at = cursor.Position();
+        uint32_t size = 0, reserved = 1;
+        cursor.ReadU32(&size);
+        cursor.ReadU32(&reserved);
+        cursor.ReadU32(out);
+        if (!cursor.Ok())
+            return place.Fail(error, at, std::string(what) + " cut short");
+        if (size != kValueRecordSize || reserved != 0)
+            return place.Fail(error, at, std::string(what) + " is not a value record {12, 0, value}");
+        return true;
+    };
+    uint32_t setCount = 0;
+    if (!value(&setCount, "texture set count"))
+        return false;
+    // Every set takes at least one value record.
+    if (uint64_t{setCount} * kValueRecordSize > cursor.Remaining())
+        return place.Fail(error, 8, std::to_string(setCount) + " texture sets do not fit into the table");
+    scene.textureSets.resize(setCount);
+    for (auto& set : scene.textureSets) {
+        uint32_t entryCount = 0;
+        const size_t at = cursor.Position();
+        if (!value(&entryCount, "texture entry count"))
+            return false;
+        // Every entry takes a value record and at least one byte of name.
+        if (uint64_t{entryCount} * (kValueRecordSize + 1) > cursor.Remaining())
+            return place.Fail(error, at + 8, std::to_string(entryCount) + " texture entries do not fit into the table");
+        set.resize(entryCount);
+        for (TextureEntryRecord& entry : set) {
+            if (!value(&entry.flags, "texture entry"))
+                return false;
+            const size_t nameAt = cursor.Position();
+            if (!cursor.ReadCountedString(&entry.fileName))
+                return place.Fail(error, nameAt, "texture file name is not a counted string");
+        }
+    }
+    if (!cursor.AtEnd())
+        return place.Fail(error, cursor.Position(), std::to_string(cursor.Remaining()) + " bytes follow the texture sets");
+    return true;
+}
+
+struct MeshPlace {
+    uint32_t node;
+    uint32_t chunk;
+};
+
+// Texture set indices of batches and triangles name sets of the table.
+bool CheckTextureSets(const Scene& scene, const VernContainer& container, const std::vector<MeshPlace>& meshes,
+                      std::string* error)
+{
+    const size_t sets = scene.textureSets.size();
+    for (const MeshPlace& place : meshes) {
+        const Node& node = scene.nodes[place.node];
+        const MeshData& mesh = node.mesh;
+        const ChunkPlace where(container, place.chunk, " of node '" + node.name + "'");
+        for (size_t b = 0; b < mesh.batches.size(); ++b) {
+            if (mesh.batches[b].textureSet >= sets)
+                return where.Fail(error, 40 + 28 * b + 24,
+                                  "batch " + std::to_string(b) + " names texture set " +
+                                      std::to_string(mesh.batches[b].textureSet) + " of " + std::to_string(sets));
+        }
+        for (size_t t = 0; t < mesh.triangles.size(); ++t) {
+            if (mesh.triangles[t].textureSet >= sets)
+                return where.Fail(error, 40 + 28 * mesh.batches.size() + 20 * t + 16,
+                                  "triangle " + std::to_string(t) + " names texture set " +
+                                      std::to_string(mesh.triangles[t].textureSet) + " of " + std::to_string(sets));
+        }
+    }
+    return true;
+}
+
+bool DecodeScene(std::span<const uint8_t> bytes, Scene* scene, std::string* error)
+{
+    VernContainer container;
+    std::string reason;
+    if (Failed(DecodeVern(bytes, &container, &reason)))
+        return Fail(error, "container: " + reason);
+    scene->fileType = container.header.fileType;
+    scene->headerSize = container.header.headerSize;
+    scene->entrySize = container.header.entrySize;
+    scene->chunkCount = static_cast<uint32_t>(container.chunks.size());
+    scene->fileSize = bytes.size();
+    if (scene->fileType != EncodeGuid(FileTypeVern3D))
+        return Fail(error, "header, file offset 8: the file type GUID is not that of vern3D");
+
+    const VernDecodedChunk& top = container.chunks[0];
+    if (top.children.size() != 2 || container.chunks[top.children[0]].id != kChunkNode ||
+        container.chunks[top.children[1]].id != kChunkTextureTable)
+        return Fail(error, "directory, file offset " + std::to_string(container.header.directoryOffset) +
+                               ": the container root must hold the root node and then the texture table");
+
+    // Walk the node chunks in directory order (pre-order) with an explicit stack.
+    struct Pending {
+        uint32_t chunk;
+        uint32_t parentNode;
+    };
+    std::vector<Pending> pending{{top.children[0], UINT32_MAX}};
+    std::vector<MeshPlace> meshes;
+    while (!pending.empty()) {
+        const Pending item = pending.back();
+        pending.pop_back();
+        const VernDecodedChunk& chunk = container.chunks[item.chunk];
+        const auto index = static_cast<uint32_t>(scene->nodes.size());
+        scene->nodes.emplace_back();
+        Node& node = scene->nodes.back();
+        node.parent = item.parentNode;
+        node.chunkOffset = chunk.offset;
+        if (item.parentNode != UINT32_MAX) {
+            scene->nodes[item.parentNode].children.push_back(index);
+            node.depth = scene->nodes[item.parentNode].depth + 1;
+        }
+        const ChunkPlace place(container, item.chunk, "");
+        if (chunk.offset == kVernNoOffset)
+            return place.Fail(error, 0, "node chunk holds no bytes");
+        if (!DecodeNodePayload(chunk.payload, node, item.parentNode == UINT32_MAX, place, error))
+            return false;
+
+        // Child chunks: node chunks first, then at most one key chunk, then at most one mesh.
+        std::vector<uint32_t> childNodes;
+        int stage = 0;
+        for (uint32_t child : chunk.children) {
+            const VernDecodedChunk& sub = container.chunks[child];
+            const ChunkPlace subPlace(container, child, " of node '" + node.name + "'");
+            if (sub.id == kChunkNode && stage == 0) {
+                if (sub.offset == kVernNoOffset || sub.offset >= chunk.offset)
+                    return subPlace.Fail(error, 0, "a child node's bytes must come before its parent's");
+                childNodes.push_back(child);
+            } else if (sub.id == kChunkNodeAnimation && stage < 1) {
+                stage = 1;
+                if (node.info.flags == 1 || node.info.flags == 9)
+                    return subPlace.Fail(error, 0, "the scene root has keys");
+                node.hasAnimation = true;
+                if (!DecodeAnimation(sub.payload, node.animation, subPlace, error))
+                    return false;
+            } else if (sub.id == kChunkMesh && stage < 2) {
+                stage = 2;
+                if (node.info.flags == 1 || node.info.flags == 9)
+                    return subPlace.Fail(error, 0, "the scene root has a mesh");
+                node.hasMesh = true;
+                node.meshPayload.assign(sub.payload.begin(), sub.payload.end());
+                std::string what;
+                size_t at = 0;
+                if (!DecodeMesh(sub.payload, &node.mesh, &what, &at))
+                    return subPlace.Fail(error, at, what);
+                meshes.push_back({index, child});
+            } else {
+                return subPlace.Fail(error, 0, "unexpected chunk under a node (order: nodes, keys, mesh)");
+            }
+        }
+        for (auto child = childNodes.rbegin(); child != childNodes.rend(); ++child)
+            pending.push_back({*child, index});
+    }
+    const ChunkPlace tablePlace(container, top.children[1], "");
+    if (!DecodeTextureTable(container.chunks[top.children[1]].payload, *scene, tablePlace, error))
+        return false;
+    return CheckTextureSets(*scene, container, meshes, error);
+}
+
+}  // namespace
+
+bool Decode(std::span<const uint8_t> bytes, Scene* scene, std::string* error)
+{
+    *scene = Scene{};
+    bool ok = false;
+    try {
+        ok = DecodeScene(bytes, scene, error);
+    } catch (const std::bad_alloc&) {
+        ok = Fail(error, "out of memory");
+    }
+    if (!ok)
+        *scene = Scene{};
+    return ok;
+}
+
+bool DecodeFile(const std::string& path, Scene* scene, std::string* error)
+{
+    std::vector<uint8_t> bytes;
+    if (Failed(ReadFileBytes(path.c_str(), &bytes))) {
+        *scene = Scene{};
+        return Fail(error, "cannot read " + path);
+    }
+    return Decode(bytes, scene, error);
+}
+
+Totals CountTotals(const Scene& scene)
+{
+    Totals totals;
+    totals.nodes = scene.nodes.size();
+    for (const Node& node : scene.nodes) {
+        totals.maxDepth = std::max<uint64_t>(totals.maxDepth, node.depth);
+        if (node.hasAnimation) {
+            ++totals.animatedNodes;
+            totals.positionKeys += static_cast<uint64_t>(node.animation.positionKeys.size());
+            totals.rotationKeys += static_cast<uint64_t>(node.animation.rotationKeys.size());
+        }
+        if (node.hasMesh) {
+            const MeshData& mesh = node.mesh;
+            ++totals.meshes;
+            totals.batches += mesh.header.batchCount;
+            totals.triangles += mesh.header.triangleCount;
+            totals.vertices += mesh.header.vertexCount;
+            totals.frames += mesh.header.frameCount;
+            totals.storedFrames += static_cast<uint64_t>(mesh.frames.size());
+            if (mesh.header.frameCount > 1)
+                ++totals.animatedMeshes;
+        }
+    }
+    totals.textureSets = static_cast<uint64_t>(scene.textureSets.size());
+    for (const auto& set : scene.textureSets)
+        totals.textures += static_cast<uint64_t>(set.size());
+    return totals;
+}
+
+}  // namespace vern3d
