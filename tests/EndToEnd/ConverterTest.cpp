@@ -1,4 +1,5 @@
 // The program as its users run it: command line, console text, exit codes and the files written.
+#include "AseParser.h"
 #include "BaseNode.h"
 #include "TestFiles.h"
 #include "Vern3DDecoder.h"
@@ -222,6 +223,7 @@ TEST(WriteFailures, NoOutputForAnInputWithErrors)
 struct Expectation {
     const char* file;
     const char* failure;  // empty: converts
+    bool written = false;  // the error arose while the file was written, which goes on to its end
 };
 
 // Files the reader refuses, with the message and line it must give.
@@ -233,14 +235,21 @@ const Expectation kCorpus[] = {
     // Face normals without the normals of their corners.
     {"trenchbroom-wedge_45.ase", "(44) error: Aspected symbol '*MESH_VERTEXNORMAL' but found symbol '*MESH_FACENORMAL'.\n"},
     {"unv-station15-shrub01a.ase", "(121) error: Aspected symbol '*MESH_VERTEXNORMAL' but found symbol '*MESH_FACENORMAL'.\n"},
+    // Objects without a material reference: reported when their mesh is built.
+    {"CameraRollAnim.ase", "(317) error: Invalid material id '-1' in object 'Box01'.\n", true},
+    {"MotionCaptureROM.ase", "(19838) error: Invalid material id '-1' in object 'Bip01 R Zeh0'.\n", true},
+    {"TargetCameraAnim.ase", "(386) error: Invalid material id '-1' in object 'Box01'.\n", true},
+    {"RotatingCube.ASE", "(334) error: Invalid material id '-1' in object 'Box01'.\n", true},
+    {"anim.ASE", "(329) error: Invalid material id '-1' in object 'Box02'.\n", true},
+    {"anim2.ASE", "(930) error: Invalid material id '-1' in object 'Box02'.\n", true},
 };
 
-std::string FailureFor(const std::string& file)
+Expectation FailureFor(const std::string& file)
 {
     for (const Expectation& expectation : kCorpus)
         if (file == expectation.file)
-            return expectation.failure;
-    return "";
+            return expectation;
+    return {"", ""};
 }
 
 // Key lines per object in an ASE text: name -> (position keys, rotation keys).
@@ -282,6 +291,46 @@ std::map<std::string, std::pair<size_t, size_t>> CountKeyLines(const std::string
     return counts;
 }
 
+// Each mesh chunk holds one triangle per face of its object, two for a face of a two-sided
+// material, counted on the records the reader made of the same file.
+void ExpectTrianglesOfEveryFace(const std::string& source, const vern3d::Scene& scene)
+{
+    AseParser reader;
+    testing::internal::CaptureStdout();
+    reader.ParseFile(source, source + ".again.vern3D");
+    testing::internal::GetCapturedStdout();
+    std::map<std::string, size_t> expected;
+    std::vector<const BaseNode*> pending{reader.Root()};
+    while (!pending.empty()) {
+        const BaseNode* node = pending.back();
+        pending.pop_back();
+        for (const auto& child : node->Children())
+            pending.push_back(child.get());
+        const auto* mesh = dynamic_cast<const MeshNode*>(node);
+        if (!mesh || mesh->mesh.faces.empty())
+            continue;
+        const MaterialTableEntry& entry = reader.materialTable.at(static_cast<size_t>(mesh->materialRef));
+        size_t triangles = 0;
+        for (const MeshFace& face : mesh->mesh.faces) {
+            MaterialSlot slot = entry.slot;
+            if (entry.subMaterials)
+                slot = static_cast<size_t>(face.materialId) < entry.subMaterials->size()
+                           ? (*entry.subMaterials)[static_cast<size_t>(face.materialId)]
+                           : MaterialSlot{};
+            triangles += slot.twoSided ? 2 : 1;
+        }
+        expected[mesh->name] += triangles;
+    }
+    std::map<std::string, size_t> written;
+    for (const vern3d::Node& node : scene.nodes)
+        if (node.hasMesh) {
+            written[node.name] += node.mesh.triangles.size();
+            EXPECT_EQ(node.mesh.header.triangleCount, node.mesh.triangles.size());
+            EXPECT_EQ(node.mesh.header.vertexCount, node.mesh.frames.at(0).vertices.size());
+        }
+    EXPECT_EQ(written, expected) << source;
+}
+
 TEST(Corpus, EveryFileConvertsOrFailsAsExpected)
 {
     ScratchDirectory directory;
@@ -297,18 +346,23 @@ TEST(Corpus, EveryFileConvertsOrFailsAsExpected)
     for (const std::string& file : files) {
         const auto run = Convert(directory, {file});
         ASSERT_EQ(run.exitCode, 0) << file;
-        const std::string failure = FailureFor(file);
+        const Expectation expected = FailureFor(file);
+        const std::string failure = expected.failure;
         const std::string output = directory.Path() + "/" + std::filesystem::path(file).stem().string() + ".vern3D";
         if (!failure.empty()) {
             EXPECT_NE(run.output.find(file + failure), std::string::npos) << run.output;
-            EXPECT_FALSE(testfiles::Exists(output)) << file;
-            continue;
+            EXPECT_EQ(testfiles::Exists(output), expected.written) << file;
+            if (!expected.written)
+                continue;
+        } else {
+            EXPECT_NE(run.output.find(file + ":\n"), std::string::npos);
+            EXPECT_EQ(run.output.substr(run.output.size() - kCompiled.size()), kCompiled) << file << run.output;
         }
-        EXPECT_NE(run.output.find(file + ":\n"), std::string::npos);
-        EXPECT_EQ(run.output.substr(run.output.size() - kCompiled.size()), kCompiled) << file << run.output;
         vern3d::Scene scene;
         std::string error;
         ASSERT_TRUE(vern3d::DecodeFile(output, &scene, &error)) << file << ": " << error;
+        if (!expected.written)
+            ExpectTrianglesOfEveryFace(directory.Path() + "/" + file, scene);
 
         // Every animated node: its key counts are those of the file, times ascend, and
         // evaluating the decoded keys at their own times gives finite transforms.

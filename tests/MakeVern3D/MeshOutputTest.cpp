@@ -1,0 +1,450 @@
+// Mesh chunks as written: welding, triangle order, batches, two-sided faces, the frame stream and
+// the operations file, checked on the decoded file (and on exact bytes where the layout is the
+// point).
+#include "AseTestParse.h"
+#include "LittleEndian.h"
+#include "Vern3DDecoder.h"
+#include "VertexNormals.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+
+namespace {
+
+using asetest::ParseAse;
+using V = std::array<float, 3>;
+
+struct Face {
+    int a, b, c;
+    int group = -1;
+    int material = 0;
+    int ab = 1, bc = 1, ca = 1;
+};
+
+std::string MeshBlock(const std::vector<V>& vertices, const std::vector<Face>& faces, int time = 0)
+{
+    std::string text = "*MESH {\n*TIMEVALUE " + std::to_string(time) + "\n*MESH_NUMVERTEX " +
+                       std::to_string(vertices.size()) + "\n*MESH_VERTEX_LIST {\n";
+    char line[200];
+    for (size_t i = 0; i < vertices.size(); ++i) {
+        std::snprintf(line, sizeof line, "*MESH_VERTEX %zu %.6f %.6f %.6f\n", i, vertices[i][0], vertices[i][1],
+                      vertices[i][2]);
+        text += line;
+    }
+    text += "}\n*MESH_FACE_LIST {\n";
+    for (size_t i = 0; i < faces.size(); ++i) {
+        const Face& f = faces[i];
+        text += "*MESH_FACE " + std::to_string(i) + ": A: " + std::to_string(f.a) + " B: " + std::to_string(f.b) +
+                " C: " + std::to_string(f.c) + " AB: " + std::to_string(f.ab) + " BC: " + std::to_string(f.bc) +
+                " CA: " + std::to_string(f.ca) + " *MESH_SMOOTHING " + (f.group < 0 ? "" : std::to_string(f.group)) +
+                " *MESH_MTLID " + std::to_string(f.material) + "\n";
+    }
+    return text + "}\n}\n";
+}
+
+// Material 0: sub-materials from `subs` (each a body), or a plain material when `subs` is empty.
+std::string Materials(const std::vector<std::string>& subs, const std::string& own = "")
+{
+    std::string text = "*MATERIAL_LIST {\n*MATERIAL 0 {\n" + own;
+    for (size_t m = 0; m < subs.size(); ++m)
+        text += "*SUBMATERIAL " + std::to_string(m) + " {\n" + subs[m] + "}\n";
+    return text + "}\n}\n";
+}
+
+std::string Bitmap(const char* kind, const char* file)
+{
+    return std::string("*") + kind + " {\n*BITMAP \"" + file + "\"\n}\n";
+}
+
+std::string Object(const std::string& body, const char* name = "obj")
+{
+    return std::string("*GEOMOBJECT {\n*NODE_NAME \"") + name + "\"\n*MATERIAL_REF 0\n" + body + "}\n";
+}
+
+const std::string kScene = "*SCENE {\n*SCENE_FRAMESPEED 30\n*SCENE_TICKSPERFRAME 160\n}\n";
+
+const vern3d::Node& MeshOf(const vern3d::Scene& scene)
+{
+    for (const vern3d::Node& node : scene.nodes)
+        if (node.hasMesh)
+            return node;
+    ADD_FAILURE() << "no mesh chunk";
+    return scene.nodes.front();
+}
+
+vern3d::Scene Written(const asetest::Parsed& parsed)
+{
+    EXPECT_FALSE(parsed.Failed()) << parsed.ErrorText();
+    vern3d::Scene scene;
+    std::string error;
+    EXPECT_TRUE(vern3d::DecodeFile(parsed.output, &scene, &error)) << error;
+    return scene;
+}
+
+TEST(MeshOutput, OneTriangleChunkByteForByte)
+{
+    const auto parsed = ParseAse(Materials({}) + Object(MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2, -1, 0, 1, 1, 0}})));
+    const auto scene = Written(parsed);
+    const vern3d::Node& node = MeshOf(scene);
+
+    // The sphere grows point by point from the first one.
+    Sphere sphere{{0, 0, 0}, 0};
+    for (Vector3 p : {Vector3{0, 0, 0}, Vector3{0, 1, 0}, Vector3{1, 0, 0}})
+        MergeSphere(sphere, {p, 0});
+    LittleEndianBuffer expected;
+    for (uint32_t value : {40u, 0u, 1u, 1u, 3u, 1u})
+        expected.U32(value);
+    expected.F32s(&sphere.centre.x, 3);
+    expected.F32(sphere.radius);
+    for (uint32_t value : {28u, 0u, 0u, 1u, 0u, 3u, 0u})  // one batch
+        expected.U32(value);
+    for (uint32_t value : {3u, 0u, 1u, 2u, 0u})  // AB and BC visible; corners a, c, b numbered in that order
+        expected.U32(value);
+    for (uint32_t value : {16u, 0u, 1u, 0u})
+        expected.U32(value);
+    for (V p : {V{0, 0, 0}, V{0, 1, 0}, V{1, 0, 0}}) {
+        expected.F32s(p.data(), 3);
+        for (float n : {0.0f, 0.0f, 1.0f})
+            expected.F32(n);
+        expected.U32(0xFFFFFFFFu);
+        expected.U32(0);
+        expected.F32(0);
+        expected.F32(0);
+    }
+    expected.U8(0);
+    ASSERT_EQ(expected.Size(), 225u);
+    EXPECT_EQ(node.meshPayload, std::vector<uint8_t>(expected.Data(), expected.Data() + expected.Size()));
+    EXPECT_EQ(node.info.flags, 31u);
+}
+
+TEST(MeshOutput, WeldingAndSmoothingGroups)
+{
+    // Two faces over a shared edge (vertices 1 and 2), folded 90 degrees unless flat.
+    struct Case {
+        const char* what;
+        float fold;  // z of vertex 3
+        int group0, group1;
+        size_t vertices;
+    };
+    const Case cases[] = {
+        {"flat, one group", 0, 1, 1, 4},
+        {"folded, one group: the shared corners average", 1, 1, 1, 4},
+        {"folded, two groups", 1, 1, 2, 6},
+        {"flat, no groups: equal normals still weld", 0, -1, -1, 4},
+    };
+    for (const Case& c : cases) {
+        const auto parsed = ParseAse(Materials({}) + Object(MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, c.fold}},
+                                                                      {{0, 1, 2, c.group0}, {1, 3, 2, c.group1}})));
+        const auto sceneMesh = Written(parsed);
+        const auto& mesh = MeshOf(sceneMesh).mesh;
+        EXPECT_EQ(mesh.header.vertexCount, c.vertices) << c.what;
+        EXPECT_EQ(mesh.triangles.size(), 2u) << c.what;
+    }
+}
+
+TEST(MeshOutput, TwoSidedFacesAndTheTriangleOrder)
+{
+    // Sub-material 0 opacity-mapped, 1 plain and two-sided, 2 without maps; a face with id 7
+    // lies outside them and takes set 0.
+    const auto parsed = ParseAse(
+        Materials({Bitmap("MAP_OPACITY", "alpha.tga"), "*MATERIAL_TWOSIDED\n" + Bitmap("MAP_DIFFUSE", "plain.tga"), ""}) +
+        Object(MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}},
+                         {{0, 1, 2, 1, 0, 1, 0, 0}, {1, 3, 2, 1, 1, 0, 1, 1}, {0, 1, 3, 1, 2}, {0, 2, 3, 1, 7}})));
+    const std::string warning = parsed.At(parsed.reader->Line()) + "Invalid material id '7' in object 'obj'.\n";
+    EXPECT_EQ(parsed.printed, warning + warning);
+    const auto scene = Written(parsed);
+    const auto& mesh = MeshOf(scene).mesh;
+    // Sets: 0 alpha (opacity), 1 plain, 2 none. Face 2 (set 2, no entries) stays where it was
+    // made: after faces 0 and 1's three triangles. Around it the opacity set goes last.
+    std::vector<uint32_t> sets;
+    for (const auto& t : mesh.triangles)
+        sets.push_back(t.textureSet);
+    EXPECT_EQ(sets, (std::vector<uint32_t>{1, 1, 0, 2, 0}));
+    ASSERT_EQ(mesh.batches.size(), 4u);
+    for (const auto& batch : mesh.batches)
+        for (uint32_t t = batch.firstTriangle; t < batch.firstTriangle + batch.triangleCount; ++t)
+            for (uint32_t corner : mesh.triangles[t].corners)
+                EXPECT_LT(corner, batch.vertexCount);  // numbered from 0 in each batch
+
+    // Face 1 (two-sided, edges BC and CA visible): the front lists a, c, b with flags 2|4; the
+    // back lists a, b, c with flags 2|1 and normals turned round.
+    const auto& frame = mesh.frames.at(0).vertices;
+    const auto& plain = mesh.batches[0];
+    const auto& front = mesh.triangles[0];
+    const auto& back = mesh.triangles[1];
+    EXPECT_EQ(front.flags, 6u);
+    EXPECT_EQ(back.flags, 3u);
+    auto at = [&](const vern3d::TriangleRecord& t, int k) { return frame[plain.firstVertex + t.corners[k]]; };
+    const V corners[3] = {{1, 0, 0}, {1, 1, 0}, {0, 1, 0}};  // a, b, c of face 1
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_EQ(at(back, k).position, corners[k]);
+        EXPECT_EQ(at(back, k).normal, (V{0, 0, -1}));
+    }
+    EXPECT_EQ(at(front, 1).position, corners[2]);
+    EXPECT_EQ(at(front, 2).position, corners[1]);
+    EXPECT_EQ(at(front, 0).normal, (V{0, 0, 1}));
+    // The first vertex of face 0 and face 3 is one render vertex, but it appears in both batches.
+    EXPECT_EQ(frame[mesh.batches[1].firstVertex].position, (V{0, 0, 0}));
+    EXPECT_EQ(frame[mesh.batches[3].firstVertex].position, (V{0, 0, 0}));
+}
+
+TEST(MeshOutput, MaterialErrorsAndTheVertexFile)
+{
+    // Without a material reference: error 14 while the file is written, which goes on to its end.
+    const auto missing = ParseAse("*GEOMOBJECT {\n*NODE_NAME \"n\"\n" + MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}}) + "}\n");
+    EXPECT_EQ(missing.ErrorText(), missing.At(missing.reader->Line(), "error") + "Invalid material id '-1' in object 'n'.\n");
+    vern3d::Scene scene;
+    std::string error;
+    ASSERT_TRUE(vern3d::DecodeFile(missing.output, &scene, &error)) << error;
+    EXPECT_EQ(MeshOf(scene).mesh.header.triangleCount, 0u);
+
+    // A reference past the table is refused before anything is written.
+    const auto beyond = ParseAse(Materials({}) + "*GEOMOBJECT {\n*NODE_NAME \"n\"\n*MATERIAL_REF 3\n" +
+                                 MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}}) + "}\n");
+    EXPECT_NE(beyond.ErrorText().find("Object 'n' refers to material 3, which the material list does not define."),
+              std::string::npos);
+    EXPECT_FALSE(testfiles::Exists(beyond.output));
+
+    // -ivertex: the node's vertex file gives the render data; the batch count is 0.
+    testfiles::ScratchDirectory cwd;
+    LittleEndianBuffer file;
+    file.U32(1);
+    for (uint32_t value : {0u, 0u, 0xFFFFFFFFu, 0u, 0u, 0u, 0u})
+        file.U32(value);
+    file.I32(0);
+    file.U32(1);
+    for (float value : {1.0f, 2.0f, 3.0f, 0.0f, 0.0f, 1.0f})
+        file.F32(value);
+    file.U32(0xFFFFFFFFu);
+    file.U32(0);
+    file.F32(0.5f);
+    file.F32(0.5f);
+    file.U32(0);
+    const std::string text = Materials({}) + Object(MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}}), "vf");
+    ConvertSettings settings;
+    settings.ivertex = true;
+    settings.overtex = true;
+    const std::string previous = std::filesystem::current_path();
+    std::filesystem::current_path(cwd.Path());
+    const auto absent = ParseAse(text, settings);
+    cwd.Write("vf", std::string(reinterpret_cast<const char*>(file.Data()), file.Size() - 4));
+    const auto shortFile = ParseAse(text, settings);
+    cwd.Write("vf", std::string(reinterpret_cast<const char*>(file.Data()), file.Size()));
+    const auto loaded = ParseAse(text, settings);
+    std::filesystem::current_path(previous);
+    for (const auto* failed : {&absent, &shortFile}) {
+        EXPECT_NE(failed->ErrorText().find("The vertex file 'vf' is missing or shorter than its counts."), std::string::npos);
+        EXPECT_FALSE(testfiles::Exists(failed->output));
+    }
+    const auto sceneMesh = Written(loaded);
+    const auto& mesh = MeshOf(sceneMesh).mesh;
+    EXPECT_EQ(mesh.header.batchCount, 0u);
+    EXPECT_EQ(mesh.header.vertexCount, 1u);
+    EXPECT_EQ(mesh.frames.at(0).vertices.at(0).position, (V{1, 2, 3}));
+    EXPECT_FALSE(loaded.reader->settings.overtex);  // cleared for the rest of the run
+}
+
+TEST(VertexNormals, SmoothingGroupsAndTheLookup)
+{
+    Mesh mesh;
+    mesh.vertices.resize(8);
+    mesh.faces = {{5, 1, 2, 0, 0, 0, 1, 0}, {3, 5, 4, 0, 0, 0, 1, 0}, {5, 6, 7, 0, 0, 0, 2, 0}, {5, 6, 7, 0, 0, 0, -1, 0}};
+    const Vector3 normals[] = {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}, {0, 0, 2}};
+    for (int i = 0; i < 4; ++i)
+        mesh.normals.push_back({i, normals[i], {}});
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(FindFaceNormals(i, mesh), i);
+    EXPECT_EQ(FindFaceNormals(9, mesh), -1);
+    EXPECT_EQ(FindFaceNormals(-1, mesh), -1);  // compared unsigned: above every number
+
+    const VertexNormals index(mesh);
+    const float r = 1.0f / std::sqrt(2.0f);
+    for (int face : {0, 1}) {
+        const Vector3 n = index.VertexNormal(face, 5, 1);
+        EXPECT_NEAR(n.x, r, 1e-6);
+        EXPECT_EQ(n.y, 0.0f);
+        EXPECT_NEAR(n.z, r, 1e-6);
+    }
+    const Vector3 own = index.VertexNormal(2, 5, 2);
+    EXPECT_EQ(own.y, 1.0f);
+    const Vector3 alone = index.VertexNormal(3, 5, -1);  // no group: the face's own, made unit
+    EXPECT_EQ(alone.z, 1.0f);
+    const Vector3 none = index.VertexNormal(0, 7, 1);  // no face of group 1 uses vertex 7
+    EXPECT_EQ(none.x + none.y + none.z, 0.0f);
+}
+
+// ---- Frames
+
+struct Animated {
+    std::string text;
+    std::vector<std::vector<V>> frames;
+};
+
+// One triangle, three frames at 0, 100 and 200 ms; frame i moved along x by `moves[i]`.
+std::string AnimatedScene(const std::vector<float>& moves)
+{
+    std::string frames;
+    for (size_t i = 0; i < moves.size(); ++i) {
+        const float m = moves[i];
+        frames += MeshBlock({{m, 0, 0}, {1 + m, 0, 0}, {m, 1, 0}}, {{0, 1, 2}}, static_cast<int>(480 * i));
+    }
+    return kScene + Materials({}) +
+           Object(MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}}) + "*MESH_ANIMATION {\n" + frames + "}\n");
+}
+
+ConvertSettings Flags(uint32_t flags, const std::string& operations = "")
+{
+    ConvertSettings settings;
+    settings.meshAnimFlags = flags;
+    settings.meshOpsFile = operations;
+    return settings;
+}
+
+TEST(FrameStream, StoredFramesAndTheirWarnings)
+{
+    struct Case {
+        const char* what;
+        std::vector<float> moves;
+        uint32_t flags;
+        std::vector<int32_t> storedTimes, deltas;
+        std::vector<int> skipped;
+        uint32_t bytesPerVertex;
+    };
+    const Case cases[] = {
+        {"no component chosen: only frame 0", {0, 1, 2}, 0, {0}, {0}, {1, 2}, 0},
+        {"frame 1 within 0.1 is skipped, frame 2 compared with frame 0", {0, 0.05f, 0.2f}, 1, {0, 200}, {0, 100}, {1}, 12},
+        {"moved by 1.0", {0, 1}, 1, {0, 100}, {0, 100}, {}, 12},
+        {"positions and texture coordinates", {0, 1}, 1 | 16, {0, 100}, {0, 100}, {}, 20},
+        {"normals only: a translation changes nothing", {0, 1, 2}, 2, {0}, {0}, {1, 2}, 0},
+    };
+    for (const Case& c : cases) {
+        const auto parsed = ParseAse(AnimatedScene(c.moves), Flags(c.flags));
+        std::string expected;
+        for (size_t i = 0; i < c.moves.size(); ++i)
+            expected += "frame " + std::to_string(i) + "  ";
+        for (int skipped : c.skipped)
+            expected += "Warning: Frame " + std::to_string(skipped) + " not saved. Because it equals the last frame.\n";
+        EXPECT_EQ(parsed.printed, expected) << c.what;
+        const auto sceneMesh = Written(parsed);
+        const auto& mesh = MeshOf(sceneMesh).mesh;
+        EXPECT_EQ(mesh.header.frameCount, c.moves.size()) << c.what;
+        EXPECT_EQ(mesh.header.flags, c.flags);
+        std::vector<int32_t> times, deltas;
+        for (const auto& frame : mesh.frames) {
+            times.push_back(frame.time);
+            deltas.push_back(frame.delta);
+        }
+        EXPECT_EQ(times, c.storedTimes) << c.what;
+        EXPECT_EQ(deltas, c.deltas) << c.what;
+        for (size_t f = 1; f < mesh.frames.size(); ++f)
+            EXPECT_EQ(mesh.frames[f].storedBytes, c.bytesPerVertex * mesh.header.vertexCount) << c.what;
+    }
+}
+
+TEST(FrameStream, MovedFrameAsExactBytes)
+{
+    const auto parsed = ParseAse(AnimatedScene({0, 1}), Flags(1));
+    const auto scene = Written(parsed);
+    const auto& node = MeshOf(scene);
+    const size_t vertices = node.mesh.header.vertexCount;
+    ASSERT_EQ(vertices, 3u);
+    const size_t frameStart = 40 + 28 + 20;
+    const std::vector<uint8_t>& bytes = node.meshPayload;
+    ASSERT_EQ(bytes.size(), frameStart + 16 + 40 * vertices + 1 + 16 + 12 * vertices + 1);
+    LittleEndianBuffer tail;
+    tail.U8(1);
+    for (uint32_t value : {16u, 100u, 1u, 100u})
+        tail.U32(value);
+    for (V p : {V{1, 0, 0}, V{1, 1, 0}, V{2, 0, 0}})  // frame 1's corners a, c, b
+        tail.F32s(p.data(), 3);
+    tail.U8(0);
+    const size_t start = frameStart + 16 + 40 * vertices;
+    EXPECT_EQ(std::vector<uint8_t>(bytes.begin() + static_cast<std::ptrdiff_t>(start), bytes.end()),
+              std::vector<uint8_t>(tail.Data(), tail.Data() + tail.Size()));
+}
+
+TEST(FrameStream, OperationsFile)
+{
+    testfiles::ScratchDirectory directory;
+    struct Case {
+        const char* what;
+        std::string records;
+        std::vector<float> xOfFrames;  // x of vertex 0 in frames 0, 1, 2
+    };
+    const Case cases[] = {
+        {"one record on its line", "mesh_move { first_frame 1; last_frame 2; move_x 2.5; move_y 0; move_z 0; }\n", {0, 2.5f, 2.5f}},
+        {"compact form without spaces", "mesh_move{first_frame 0;last_frame 0;move_x 1;move_y 0;move_z 0;}", {1, 0, 0}},
+        {"a reversed range is ignored, the next record applies",
+         "mesh_move { first_frame 3; last_frame 1; move_x 9; move_y 0; move_z 0; }\n"
+         "mesh_move { first_frame 0; last_frame 1; move_x 1; move_y 0; move_z 0; }\n",
+         {1, 1, 0}},
+        {"a malformed record ends the reading",
+         "mesh_move { first_frame 0; last_frame 0; move_x 1; move_y 0; move_z 0; }\n"
+         "mesh_move { first_frame 0 ; last_frame 2; move_x 5; move_y 0; move_z 0; }\n"
+         "mesh_move { first_frame 0; last_frame 2; move_x 5; move_y 0; move_z 0; }\n",
+         {1, 0, 0}},
+        {"ranges past the last frame touch only frames that exist",
+         "mesh_move { first_frame 2; last_frame 99; move_x 4; move_y 0; move_z 0; }\n", {0, 0, 4}},
+    };
+    for (const Case& c : cases) {
+        const std::string operations = directory.Write("ops.txt", c.records);
+        // -map -mat with frames far apart, so every frame is stored with its positions.
+        const auto parsed = ParseAse(AnimatedScene({0, 10, 20}), Flags(1, operations));
+        const auto sceneFrames = Written(parsed);
+        const auto& frames = MeshOf(sceneFrames).mesh.frames;
+        ASSERT_EQ(frames.size(), 3u) << c.what;
+        for (size_t f = 0; f < 3; ++f)
+            EXPECT_EQ(frames[f].vertices[0].position[0], 10.0f * static_cast<float>(f) + c.xOfFrames[f]) << c.what << f;
+    }
+    // A directory or a missing file is ignored.
+    for (const std::string& odd : {directory.Path(), directory.File("none.txt")}) {
+        const auto parsed = ParseAse(AnimatedScene({0, 10}), Flags(1, odd));
+        const auto scene = Written(parsed);
+        EXPECT_EQ(MeshOf(scene).mesh.frames.at(1).vertices[0].position[0], 10.0f);
+    }
+}
+
+TEST(FrameStream, FramesChangedAtTheTolerance)
+{
+    MeshNode node;
+    node.renderVertices.resize(1);
+    auto frame = [&](float x, float u) {
+        auto list = std::make_unique<std::vector<MeshVertex>>(1);
+        (*list)[0].position.x = x;
+        (*list)[0].u = u;
+        node.frameVertices.push_back(std::move(list));
+    };
+    EXPECT_FALSE(node.FramesChanged(0, 0, 31));  // no frames
+    frame(0.0f, 0.0f);
+    frame(0.1f, 0.0f);   // exactly the float 0.1 away: equal
+    frame(0.2f, 0.0f);
+    frame(0.0f, 0.0101f);
+    frame(0.0f, 0.01f);  // the float 0.01 lies just below the double bound
+    EXPECT_FALSE(node.FramesChanged(0, 1, 1));
+    EXPECT_TRUE(node.FramesChanged(0, 2, 1));
+    EXPECT_FALSE(node.FramesChanged(0, 2, 0));
+    EXPECT_FALSE(node.FramesChanged(0, 2, 2 | 4 | 8 | 16));
+    EXPECT_TRUE(node.FramesChanged(0, 3, 16));
+    EXPECT_FALSE(node.FramesChanged(0, 4, 16));
+}
+
+TEST(FrameStream, AnalyseChoosesAFrameAsTheSource)
+{
+    // Frame 1 has a second face: with -analyse 1 the render mesh has two triangles.
+    const std::string frames = MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {{0, 1, 2}}) +
+                               MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {{0, 1, 2}, {1, 3, 2}});
+    const std::string text = kScene + Materials({}) +
+                             Object(MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {{0, 1, 2}}) +
+                                    "*MESH_ANIMATION {\n" + frames + "}\n");
+    for (auto [analyse, triangles] : {std::pair{0, 1u}, std::pair{1, 2u}, std::pair{2, 1u}}) {
+        ConvertSettings settings;
+        settings.analyse = analyse;
+        const auto scene = Written(ParseAse(text, settings));
+        EXPECT_EQ(MeshOf(scene).mesh.header.triangleCount, triangles) << analyse;
+    }
+}
+
+}  // namespace
