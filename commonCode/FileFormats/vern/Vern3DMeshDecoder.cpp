@@ -226,8 +226,11 @@ private:
             // Refusing it also bounds the decoded frames by the stored bytes.
             if (stored == 0 && vertexCount > 0)
                 return Fail(at, "a later frame is stored although the component flags select nothing");
-            if (!Fits(vertexCount, stored, kFrameHeaderSize + 1, "frame vertices and the end marker"))
-                return false;
+            if (uint64_t{vertexCount} * stored + kFrameHeaderSize + 1 > cursor.Remaining())
+                return Fail(cursor.Position(), "frame " + std::to_string(mesh.frames.size()) + " (" +
+                                                   std::to_string(vertexCount) + " vertices of " + std::to_string(stored) +
+                                                   " bytes and a marker) does not fit into the " +
+                                                   std::to_string(cursor.Remaining()) + " bytes left");
             mesh.frames.emplace_back();
             FrameRecord& frame = mesh.frames.back();
             if (!ReadFrameHeader(frame))
