@@ -118,15 +118,15 @@ std::vector<uint32_t> SampleTimes(const Animation& animation, uint32_t stepMilli
     };
     addKeys(animation.positionKeys);
     addKeys(animation.rotationKeys);
-    if (times.empty())
+    std::sort(times.begin(), times.end());
+    times.erase(std::unique(times.begin(), times.end()), times.end());
+    if (times.size() < 2)
         return times;
-    const auto [first, last] = std::minmax_element(times.begin(), times.end());
-    const uint64_t begin = *first;
-    const uint64_t span = *last - *first;
-    uint64_t step = std::max<uint64_t>(stepMilliseconds, 1);
-    const uint64_t room = maxSamples > times.size() ? maxSamples - times.size() : 1;
-    if (span / step > room)
-        step = span / room + 1;
+    const uint64_t begin = times.front();
+    const uint64_t span = times.back() - begin;
+    // Steps k * step < span add ceil(span / step) - 1 samples: at most `room`.
+    const uint64_t room = maxSamples > times.size() ? maxSamples - times.size() : 0;
+    const uint64_t step = std::max<uint64_t>({stepMilliseconds, 1, (span + room) / (room + 1)});
     for (uint64_t t = begin + step; t < begin + span; t += step)
         times.push_back(static_cast<uint32_t>(t));
     std::sort(times.begin(), times.end());
