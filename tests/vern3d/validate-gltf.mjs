@@ -9,7 +9,13 @@ import { readFile } from 'node:fs/promises';
 import { createRequire } from 'node:module';
 
 const require = createRequire(import.meta.url);
-const validator = require('gltf-validator');
+let validator;
+try {
+  validator = require('gltf-validator');
+} catch {
+  console.error('gltf-validator is not installed: scripts/install-deps.sh runs npm ci in tests/');
+  process.exit(2);
+}
 
 const standInImage = Buffer.from(
   'iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR42mP8z8DwHwAFBQIAX8jx0gAAAABJRU5ErkJggg==', 'base64');

@@ -1,0 +1,344 @@
+// vern3d end to end: the converter's outputs for the corpus and for generated scenes pass
+// `check`, report their counts in `info --json`, and export to glTF that the Khronos validator
+// accepts, that assimp imports with the same counts and whose world positions equal the file's.
+// Damaged copies and bad command lines end in a message and a non-zero exit.
+#include "GltfWorld.h"
+#include "TestFiles.h"
+#include "Vern3DBuilder.h"
+#include "Vern3DDecoder.h"
+#include "VernReader.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <regex>
+
+namespace {
+
+using namespace vern3d;
+
+// A generated scene: two materials (one with two sub-materials, one of them opacity-mapped), a
+// helper with moving keys, a box under it with rotation keys and three mesh-animation frames,
+// and a plank at the top level.
+std::string BoxMesh(int time, float lift, const char* materialIds)
+{
+    std::string text = "*MESH {\n*TIMEVALUE " + std::to_string(time) + "\n*MESH_NUMVERTEX 8\n*MESH_NUMFACES 12\n*MESH_VERTEX_LIST {\n";
+    for (int v = 0; v < 8; ++v)
+        text += "*MESH_VERTEX " + std::to_string(v) + " " + std::to_string(v & 1 ? 10 : 0) + " " +
+                std::to_string(v & 2 ? 10 : 0) + " " + std::to_string((v & 4 ? 10 : 0) + lift) + "\n";
+    static const int faces[12][3] = {{0, 2, 3}, {3, 1, 0}, {4, 5, 7}, {7, 6, 4}, {0, 1, 5}, {5, 4, 0},
+                                     {1, 3, 7}, {7, 5, 1}, {3, 2, 6}, {6, 7, 3}, {2, 0, 4}, {4, 6, 2}};
+    text += "}\n*MESH_FACE_LIST {\n";
+    for (int f = 0; f < 12; ++f)
+        text += "*MESH_FACE " + std::to_string(f) + ": A: " + std::to_string(faces[f][0]) + " B: " +
+                std::to_string(faces[f][1]) + " C: " + std::to_string(faces[f][2]) +
+                " AB: 1 BC: 1 CA: 0 *MESH_SMOOTHING " + std::to_string(f / 2 + 1) + " *MESH_MTLID " +
+                materialIds[f] + "\n";
+    text += "}\n*MESH_NUMTVERTEX 4\n*MESH_TVERTLIST {\n*MESH_TVERT 0 0 0 0\n*MESH_TVERT 1 1 0 0\n"
+            "*MESH_TVERT 2 0 1 0\n*MESH_TVERT 3 1 1 0\n}\n*MESH_NUMTVFACES 12\n*MESH_TFACELIST {\n";
+    for (int f = 0; f < 12; ++f)
+        text += "*MESH_TFACE " + std::to_string(f) + " " + (f % 2 ? "3 1 0" : "0 2 3") + "\n";
+    return text + "}\n}\n";
+}
+
+std::string NodeTm(const std::string& name, const char* rows)
+{
+    return "*NODE_TM {\n*NODE_NAME \"" + name + "\"\n" + rows + "}\n";
+}
+
+std::string GeneratedScene()
+{
+    std::string text =
+        "*3DSMAX_ASCIIEXPORT 200\n*SCENE {\n*SCENE_FRAMESPEED 30\n*SCENE_TICKSPERFRAME 160\n}\n"
+        "*MATERIAL_LIST {\n*MATERIAL_COUNT 2\n"
+        "*MATERIAL 0 {\n*MATERIAL_NAME \"wood\"\n*MATERIAL_CLASS \"Standard\"\n"
+        "*MAP_DIFFUSE {\n*MAP_CLASS \"Bitmap\"\n*BITMAP \"C:\\maps\\wood grain.tga\"\n}\n}\n"
+        "*MATERIAL 1 {\n*MATERIAL_NAME \"multi\"\n*MATERIAL_CLASS \"Multi-/Unterobjekt\"\n*NUMSUBMTLS 2\n"
+        "*SUBMATERIAL 0 {\n*MATERIAL_NAME \"bark\"\n*MATERIAL_CLASS \"Standard\"\n"
+        "*MAP_DIFFUSE {\n*MAP_CLASS \"Bitmap\"\n*BITMAP \"bark.tga\"\n}\n}\n"
+        "*SUBMATERIAL 1 {\n*MATERIAL_NAME \"leaf\"\n*MATERIAL_CLASS \"Standard\"\n"
+        "*MAP_DIFFUSE {\n*MAP_CLASS \"Bitmap\"\n*BITMAP \"leaf.tga\"\n}\n"
+        "*MAP_OPACITY {\n*MAP_CLASS \"Bitmap\"\n*BITMAP \"leaf_mask.tga\"\n}\n}\n}\n}\n";
+    text += "*HELPEROBJECT {\n*NODE_NAME \"pivot\"\n" +
+            NodeTm("pivot", "*TM_ROW0 0 2 0\n*TM_ROW1 -2 0 0\n*TM_ROW2 0 0 2\n*TM_ROW3 5 6 7\n") +
+            "*TM_ANIMATION {\n*NODE_NAME \"pivot\"\n*CONTROL_POS_BEZIER {\n"
+            "*CONTROL_BEZIER_POS_KEY 0 5 6 7 0 0 0 0 0 0 0\n*CONTROL_BEZIER_POS_KEY 4800 15 6 7 0 0 0 0 0 0 0\n"
+            "*CONTROL_BEZIER_POS_KEY 9600 15 16 7 0 0 0 0 0 0 0\n}\n}\n}\n";
+    text += "*GEOMOBJECT {\n*NODE_NAME \"box\"\n*NODE_PARENT \"pivot\"\n" +
+            NodeTm("box", "*TM_ROW0 1 0 0\n*TM_ROW1 0 0 1\n*TM_ROW2 0 -1 0\n*TM_ROW3 20 0 3\n") +
+            BoxMesh(0, 0, "010101010101") + "*MATERIAL_REF 1\n" +
+            "*TM_ANIMATION {\n*NODE_NAME \"box\"\n*CONTROL_ROT_TCB {\n*CONTROL_TCB_ROT_KEY 0 0 0 1 0 0 0 0 0 0\n"
+            "*CONTROL_TCB_ROT_KEY 4800 0 0 1 0.5 0 0 0 0 0\n*CONTROL_TCB_ROT_KEY 9600 1 0 0 0.8 0 0 0 0 0\n}\n}\n"
+            "*MESH_ANIMATION {\n" + BoxMesh(0, 0, "010101010101") + BoxMesh(160, 4, "010101010101") +
+            BoxMesh(320, 8, "010101010101") + "}\n}\n";
+    text += "*GEOMOBJECT {\n*NODE_NAME \"plank\"\n" +
+            NodeTm("plank", "*TM_ROW0 1 0 0\n*TM_ROW1 0 1 0\n*TM_ROW2 0 0 1\n*TM_ROW3 0 0 0\n") +
+            BoxMesh(0, -20, "000000000000") + "*MATERIAL_REF 0\n}\n";
+    return text;
+}
+
+// Converted files, their exports and the validator's verdict, made once for all tests.
+class Vern3dTool : public testing::Test {
+protected:
+    struct Output {
+        std::string vern3d, glb;
+        Scene scene;
+    };
+
+    static void SetUpTestSuite()
+    {
+        directory = std::make_unique<testfiles::ScratchDirectory>();
+        outputs = std::make_unique<std::vector<Output>>();
+        const std::string& dir = directory->Path();
+        std::vector<std::pair<std::string, std::vector<std::string>>> sources;  // input, converter switches
+        for (const auto& entry : std::filesystem::directory_iterator(MAKEVERN3D_SHARED_CORPUS)) {
+            const std::string extension = entry.path().extension().string();
+            if (extension == ".ase" || extension == ".ASE") {
+                std::filesystem::copy_file(entry.path(), dir + "/" + entry.path().filename().string());
+                sources.push_back({entry.path().filename().string(), {}});
+            }
+        }
+        directory->Write("generated.ase", GeneratedScene());
+        sources.push_back({"generated.ase", {"-map", "-man"}});
+        directory->Write("generated-plain.ase", GeneratedScene());
+        sources.push_back({"generated-plain.ase", {}});
+
+        std::vector<std::string> exports;
+        for (const auto& [source, switches] : sources) {
+            std::vector<std::string> arguments = {source};
+            arguments.insert(arguments.end(), switches.begin(), switches.end());
+            testfiles::Run(dir, MAKEVERN3D_EXE, arguments);
+            const std::string stem = source.substr(0, source.rfind('.'));
+            Output output{dir + "/" + stem + ".vern3D", dir + "/" + stem + ".glb", {}};
+            if (!testfiles::Exists(output.vern3d))
+                continue;  // sources that the converter refuses
+            std::string error;
+            EXPECT_TRUE(DecodeFile(output.vern3d, &output.scene, &error)) << source << ": " << error;
+            const auto result = testfiles::Run(dir, VERN3D_EXE, {"export", output.vern3d, "-o", output.glb});
+            EXPECT_EQ(result.exitCode, 0) << source << ": " << result.output;
+            exports.push_back(output.glb);
+            outputs->push_back(std::move(output));
+        }
+        // One text export too, checked by the validator like the binary ones.
+        const std::string text = dir + "/generated.gltf";
+        EXPECT_EQ(testfiles::Run(dir, VERN3D_EXE, {"export", dir + "/generated.vern3D", "-o", text}).exitCode, 0);
+        exports.push_back(text);
+        ASSERT_TRUE(std::filesystem::exists(NODE_EXE)) << "node not found; scripts/install-deps.sh installs it";
+        std::vector<std::string> arguments = {GLTF_VALIDATOR_SCRIPT};
+        arguments.insert(arguments.end(), exports.begin(), exports.end());
+        validation = std::make_unique<testfiles::RunResult>(testfiles::Run(dir, NODE_EXE, arguments));
+    }
+
+    static void TearDownTestSuite()
+    {
+        outputs.reset();
+        validation.reset();
+        directory.reset();
+    }
+
+    static const Output& Generated()
+    {
+        for (const Output& output : *outputs)
+            if (output.vern3d.ends_with("/generated.vern3D"))
+                return output;
+        std::abort();
+    }
+
+    static std::unique_ptr<testfiles::ScratchDirectory> directory;
+    static std::unique_ptr<std::vector<Output>> outputs;
+    static std::unique_ptr<testfiles::RunResult> validation;
+};
+
+std::unique_ptr<testfiles::ScratchDirectory> Vern3dTool::directory;
+std::unique_ptr<std::vector<Vern3dTool::Output>> Vern3dTool::outputs;
+std::unique_ptr<testfiles::RunResult> Vern3dTool::validation;
+
+TEST_F(Vern3dTool, CheckPassesOnEveryConverterOutput)
+{
+    ASSERT_GE(outputs->size(), 15u);
+    std::vector<std::string> arguments = {"check"};
+    for (const Output& output : *outputs)
+        arguments.push_back(output.vern3d);
+    const auto result = testfiles::Run(directory->Path(), VERN3D_EXE, arguments);
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    for (const Output& output : *outputs)
+        EXPECT_NE(result.output.find(output.vern3d + ": ok: "), std::string::npos) << output.vern3d;
+}
+
+TEST_F(Vern3dTool, InfoJsonCountsEqualTheDecoders)
+{
+    for (const Output& output : *outputs) {
+        const auto result = testfiles::Run(directory->Path(), VERN3D_EXE, {"info", output.vern3d, "--json"});
+        ASSERT_EQ(result.exitCode, 0) << result.output;
+        const auto json = nlohmann::json::parse(result.output);
+        const Totals totals = CountTotals(output.scene);
+        EXPECT_EQ(json["nodes"], totals.nodes) << output.vern3d;
+        EXPECT_EQ(json["depth"], totals.maxDepth);
+        EXPECT_EQ(json["meshCount"], totals.meshes);
+        EXPECT_EQ(json["triangles"], totals.triangles);
+        EXPECT_EQ(json["vertices"], totals.vertices);
+        EXPECT_EQ(json["batches"], totals.batches);
+        EXPECT_EQ(json["textureSets"].size(), totals.textureSets);
+        EXPECT_EQ(json["animatedNodes"].size(), totals.animatedNodes);
+        EXPECT_EQ(json["fileType"], "{0AB3F934-9362-11D1-9A2B-080000300512}");
+    }
+}
+
+TEST_F(Vern3dTool, ValidatorFindsNoErrorInAnyExport)
+{
+    ASSERT_TRUE(validation) << "the validator did not run";
+    EXPECT_EQ(validation->exitCode, 0) << validation->output;
+    for (const Output& output : *outputs)
+        EXPECT_NE(validation->output.find(output.glb + " errors 0 "), std::string::npos) << validation->output;
+    EXPECT_EQ(validation->output.find(" error "), std::string::npos) << validation->output;
+}
+
+TEST_F(Vern3dTool, AssimpImportsTheSameCounts)
+{
+    ASSERT_TRUE(std::filesystem::exists(ASSIMP_EXE)) << "assimp not found; scripts/install-deps.sh installs assimp-utils";
+    for (const Output& output : *outputs) {
+        // -r: no post-processing, so vertices are not joined. assimp makes one mesh per
+        // primitive, and the export makes one primitive per batch.
+        const auto result = testfiles::Run(directory->Path(), ASSIMP_EXE, {"info", output.glb, "-r"});
+        ASSERT_EQ(result.exitCode, 0) << output.glb << result.output;
+        auto count = [&](const std::string& label) {
+            std::smatch match;
+            const std::regex pattern(label + ":\\s+(\\d+)");
+            return std::regex_search(result.output, match, pattern) ? std::stoull(match[1]) : ~0ull;
+        };
+        uint64_t primitives = 0, vertices = 0;
+        for (const Node& node : output.scene.nodes) {
+            if (node.hasMesh && node.mesh.header.triangleCount > 0) {
+                primitives += std::max<uint64_t>(node.mesh.header.batchCount, 1);
+                vertices += node.mesh.header.vertexCount;
+            }
+        }
+        const Totals totals = CountTotals(output.scene);
+        EXPECT_EQ(count("Meshes"), primitives) << output.glb;
+        EXPECT_EQ(count("Faces"), totals.triangles) << output.glb;
+        EXPECT_EQ(count("Vertices"), vertices) << output.glb;
+    }
+}
+
+TEST_F(Vern3dTool, WorldPositionsFromGltfEqualThoseFromTheFile)
+{
+    size_t compared = 0;
+    for (const Output& output : *outputs) {
+        tinygltf::Model model;
+        tinygltf::TinyGLTF loader;
+        loader.SetImageLoader([](tinygltf::Image*, const int, std::string*, std::string*, int, int, const unsigned char*,
+                                 int, void*) { return true; },
+                              nullptr);
+        std::string error, warning;
+        ASSERT_TRUE(loader.LoadBinaryFromFile(&model, &error, &warning, output.glb)) << output.glb << error;
+        const auto world = gltfworld::WorldMatrices(model);
+        for (size_t n = 0; n < output.scene.nodes.size(); ++n) {
+            const auto actual = gltfworld::GltfWorldPositions(model, world, n);
+            if (actual.empty())
+                continue;
+            const auto expected = gltfworld::Vern3DWorldPositions(output.scene, n);
+            ASSERT_EQ(actual.size(), expected.size()) << output.glb << " node " << n;
+            for (size_t v = 0; v < actual.size(); ++v)
+                for (int c = 0; c < 3; ++c)
+                    ASSERT_NEAR(actual[v][c], expected[v][c], 1e-5 * std::max(1.0, std::abs(expected[v][c])))
+                        << output.glb << " node " << n << " vertex " << v;
+            compared += actual.size();
+        }
+    }
+    RecordProperty("compared", std::to_string(compared));
+}
+
+TEST_F(Vern3dTool, DamagedCopiesFailWithChunkOffsetAndReason)
+{
+    using vern3dtest::Bytes;
+    using vern3dtest::PutU32;
+    struct Case {
+        std::string name;
+        Bytes bytes;
+        std::string reason;
+    };
+    std::vector<Case> cases;
+    auto load = [](const std::string& path) {
+        const auto bytes = testfiles::ReadBytes(path);
+        return Bytes(bytes.begin(), bytes.end());
+    };
+    const Bytes generated = load(Generated().vern3d);
+    cases.push_back({"cut short", Bytes(generated.begin(), generated.end() - 5), "directory reaches past the end"});
+    Bytes pastEnd = generated;
+    PutU32(pastEnd, vern3dtest::GetU32(generated, 24) + 16 + 8, static_cast<uint32_t>(generated.size()));
+    cases.push_back({"directory entry past the end", pastEnd, "directory entry 1, file offset"});
+
+    // Meshes: corners and frame markers of every converter mesh that has them.
+    for (const Output& output : *outputs) {
+        const Bytes file = load(output.vern3d);
+        VernContainer container;
+        ASSERT_EQ(DecodeVern(file, &container, nullptr), S_OK);
+        for (const VernDecodedChunk& chunk : container.chunks) {
+            if (chunk.id != kChunkMesh)
+                continue;
+            const size_t start = container.header.dataOffset + chunk.offset;
+            const uint32_t batches = vern3dtest::GetU32(file, start + 8);
+            const uint32_t triangles = vern3dtest::GetU32(file, start + 12);
+            const uint32_t vertices = vern3dtest::GetU32(file, start + 16);
+            if (batches > 0 && triangles > 0) {
+                Bytes corner = file;
+                PutU32(corner, start + 40 + 28 * batches + 8, vertices);  // triangle 0, corner 1
+                cases.push_back({output.vern3d + " corner", corner, "triangle 0 corner 1 is " + std::to_string(vertices)});
+            }
+            const size_t marker = start + 40 + 28 * batches + 20 * triangles + 16 + 40 * size_t{vertices};
+            if (file.at(marker) == 1) {
+                Bytes missing = file;
+                missing[marker] = 7;
+                cases.push_back({output.vern3d + " marker", missing, "frame marker is 7"});
+            }
+        }
+    }
+    for (const Case& c : cases) {
+        const std::string path = directory->File("damaged.vern3D");
+        directory->Write("damaged.vern3D", std::string(c.bytes.begin(), c.bytes.end()));
+        for (const char* command : {"check", "info", "dump", "export"}) {
+            std::vector<std::string> arguments = {command, path};
+            if (std::string(command) == "export")
+                arguments.insert(arguments.end(), {"-o", directory->File("damaged.glb")});
+            const auto result = testfiles::Run(directory->Path(), VERN3D_EXE, arguments);
+            EXPECT_EQ(result.exitCode, 1) << c.name << " " << command;
+            EXPECT_NE(result.output.find(path + ": error: "), std::string::npos) << c.name << ": " << result.output;
+            EXPECT_NE(result.output.find(c.reason), std::string::npos) << c.name << ": " << result.output;
+        }
+    }
+}
+
+TEST_F(Vern3dTool, CommandLineMistakesExitWithUsage)
+{
+    const std::string file = Generated().vern3d;
+    const struct {
+        std::vector<std::string> arguments;
+        int exitCode;
+        const char* message;
+    } cases[] = {
+        {{}, 2, "no command given"},
+        {{"--help"}, 0, "usage: vern3d"},
+        {{"frobnicate"}, 2, "unknown command 'frobnicate'"},
+        {{"info"}, 2, "info needs at least one file"},
+        {{"info", file, "--yaml"}, 2, "unknown option for info: --yaml"},
+        {{"dump", file, "--limit", "x"}, 2, "--limit needs a number"},
+        {{"dump", file, file}, 2, "dump takes one file"},
+        {{"check"}, 2, "check needs at least one file"},
+        {{"export", file}, 2, "export needs a file and -o"},
+        {{"export", file, "-o", "out.obj"}, 2, "must end in .glb or .gltf"},
+        {{"export", file, "-o", "/nonexistent/dir/out.glb"}, 1, "cannot write"},
+        {{"check", "missing.vern3D"}, 1, "missing.vern3D: error: cannot read"},
+        {{"dump", file, "--limit", "2"}, 0, "... "},
+        {{"info", file}, 0, "nodes       4, depth 2"},
+    };
+    for (const auto& c : cases) {
+        const auto result = testfiles::Run(directory->Path(), VERN3D_EXE, c.arguments);
+        EXPECT_EQ(result.exitCode, c.exitCode) << c.message << ": " << result.output;
+        EXPECT_NE(result.output.find(c.message), std::string::npos) << result.output;
+    }
+}
+
+}  // namespace
