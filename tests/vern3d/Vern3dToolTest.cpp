@@ -251,6 +251,43 @@ TEST_F(Vern3dTool, WorldPositionsFromGltfEqualThoseFromTheFile)
     RecordProperty("compared", std::to_string(compared));
 }
 
+// glTF's front faces are counter-clockwise: the normals the converter computed from the source
+// faces must point out of the front of the exported triangles.
+TEST_F(Vern3dTool, ExportedTrianglesFaceTheirNormals)
+{
+    size_t agreeing = 0, opposing = 0;
+    for (const Output& output : *outputs) {
+        tinygltf::Model model;
+        tinygltf::TinyGLTF loader;
+        loader.SetImageLoader([](tinygltf::Image*, const int, std::string*, std::string*, int, int, const unsigned char*,
+                                 int, void*) { return true; },
+                              nullptr);
+        std::string error, warning;
+        ASSERT_TRUE(loader.LoadBinaryFromFile(&model, &error, &warning, output.glb)) << output.glb << error;
+        for (const tinygltf::Mesh& mesh : model.meshes) {
+            for (const tinygltf::Primitive& primitive : mesh.primitives) {
+                const auto p = gltfworld::ReadFloats(model, primitive.attributes.at("POSITION"));
+                const auto n = gltfworld::ReadFloats(model, primitive.attributes.at("NORMAL"));
+                const auto indices = gltfworld::ReadIndices(model, primitive.indices);
+                for (size_t t = 0; t + 2 < indices.size(); t += 3) {
+                    const uint32_t a = 3 * indices[t], b = 3 * indices[t + 1], c = 3 * indices[t + 2];
+                    double face[3], normal[3];
+                    for (int k = 0; k < 3; ++k) {
+                        const int k1 = (k + 1) % 3, k2 = (k + 2) % 3;
+                        face[k] = (p[b + k1] - p[a + k1]) * (p[c + k2] - p[a + k2]) -
+                                  (p[b + k2] - p[a + k2]) * (p[c + k1] - p[a + k1]);
+                        normal[k] = n[a + k] + n[b + k] + n[c + k];
+                    }
+                    const double dot = face[0] * normal[0] + face[1] * normal[1] + face[2] * normal[2];
+                    (dot > 0 ? agreeing : opposing) += dot != 0;
+                }
+            }
+        }
+    }
+    EXPECT_GT(agreeing, 100u);
+    EXPECT_LT(opposing * 50, agreeing) << agreeing << " triangles face their normals, " << opposing << " do not";
+}
+
 TEST_F(Vern3dTool, DamagedCopiesFailWithChunkOffsetAndReason)
 {
     using vern3dtest::Bytes;
