@@ -1,0 +1,691 @@
+// The render mesh against the plain procedures whose results it must keep: a scan from the start
+// over the vertices made so far for each new vertex, a scan over all faces for each corner
+// normal, first-match scans for texture faces and texture vertices by number, bubble sorts, and
+// a scan over the batch's new vertices for each corner when numbering per batch. These plain
+// procedures live only here. Random meshes sit on a coarse lattice, so that the welding
+// tolerances are met exactly and often, on both sides of their bounds.
+#include "AseParser.h"
+#include "BaseNode.h"
+#include "VertexWelder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <numeric>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+// ---- The plain procedures ----
+
+bool Within(float a, float b, double tolerance)
+{
+    return std::fabs(static_cast<double>(a) - static_cast<double>(b)) <= tolerance;
+}
+
+bool Welds(const MeshVertex& old, const MeshVertex& added)
+{
+    const float olds[6] = {old.position.x, old.position.y, old.position.z, old.normal.x, old.normal.y, old.normal.z};
+    const float news[6] = {added.position.x, added.position.y, added.position.z,
+                           added.normal.x,   added.normal.y,   added.normal.z};
+    for (int i = 0; i < 6; ++i)
+        if (!Within(olds[i], news[i], 0.1))
+            return false;
+    return old.colour == added.colour && old.material == added.material && Within(old.u, added.u, 0.001) &&
+           Within(old.v, added.v, 0.001);
+}
+
+int32_t FirstWeld(const std::vector<MeshVertex>& list, const MeshVertex& vertex)
+{
+    for (size_t i = 0; i < list.size(); ++i)
+        if (Welds(list[i], vertex))
+            return static_cast<int32_t>(i);
+    return -1;
+}
+
+int32_t PlainFindFaceNormals(int32_t face, const std::vector<MeshFaceNormals>& normals)
+{
+    if (normals.empty())
+        return -1;
+    size_t lo = 0, hi = normals.size();
+    for (;;) {
+        const size_t mid = (lo + hi) / 2;
+        const auto index = static_cast<uint32_t>(normals[mid].faceIndex);
+        if (index == static_cast<uint32_t>(face))
+            return static_cast<int32_t>(mid);
+        if (index < static_cast<uint32_t>(face)) {
+            if (lo == mid)
+                return -1;
+            lo = mid;
+        } else {
+            if (hi == mid)
+                return -1;
+            hi = mid;
+        }
+    }
+}
+
+// What the tests saw happen, so that a generator that stops producing a case is noticed.
+struct Coverage {
+    int nearWelds = 0;    // welded onto a vertex whose position or normal differs
+    int justInside = 0;   // a position component |a - b| within 1e-6 below the tolerance
+    int justOutside = 0;  // ... and within 1e-6 above it
+    int notANumber = 0;   // corner normals that are not a number
+    int noNormal = 0;     // corners for which nothing was collected
+    int twoSided = 0;
+    int warnings = 0;
+    int errors = 0;
+    int missingTexVertex = 0;
+    int emptySetTriangles = 0;
+    int opacityTriangles = 0;
+    int sharedAcrossBatches = 0;
+};
+
+Vector3 PlainVertexNormal(int32_t f, int32_t v, int32_t g, const Mesh& mesh, Coverage& coverage)
+{
+    std::vector<Vector3> collected;
+    const auto collect = [&](int32_t k) {
+        const int32_t record = PlainFindFaceNormals(k, mesh.normals);
+        if (record >= 0)
+            collected.push_back(mesh.normals[static_cast<size_t>(record)].faceNormal);
+    };
+    if (g == -1) {
+        collect(f);
+    } else {
+        for (size_t k = 0; k < mesh.faces.size(); ++k) {
+            const MeshFace& face = mesh.faces[k];
+            if (face.smoothingGroup == g && (face.a == v || face.b == v || face.c == v))
+                collect(static_cast<int32_t>(k));
+        }
+    }
+    if (collected.empty()) {
+        ++coverage.noNormal;
+        return {0.0f, 0.0f, 0.0f};
+    }
+    float x = 0.0f, y = 0.0f, z = 0.0f;
+    for (const Vector3& n : collected) {
+        x += n.x;
+        y += n.y;
+        z += n.z;
+    }
+    const float length = std::sqrt(x * x + y * y + z * z);
+    const Vector3 normal{x / length, y / length, z / length};
+    if (std::isnan(normal.x) || std::isnan(normal.y) || std::isnan(normal.z))
+        ++coverage.notANumber;
+    return normal;
+}
+
+struct Built {
+    std::vector<MeshVertex> vertices;
+    std::vector<VertexSource> sources;
+    std::vector<MeshTriangle> triangles;
+    std::vector<MeshBatch> batches;
+    std::vector<MeshFaceNormals> sortedNormals;
+    std::vector<int32_t> warnedIds;
+    bool error = false;
+};
+
+bool ShouldSwap(const AseParser& reader, uint32_t a, uint32_t b)
+{
+    const auto& first = reader.textureSets[a]->entries;
+    const auto& second = reader.textureSets[b]->entries;
+    if (first.empty() || second.empty())
+        return false;
+    const bool opacityA = (first[0].flags & 1) != 0, opacityB = (second[0].flags & 1) != 0;
+    if (opacityA && !opacityB)
+        return true;
+    if (opacityB && !opacityA)
+        return false;
+    return a > b;
+}
+
+Built PlainBuild(const AseParser& reader, int32_t materialRef, Mesh mesh, bool countPairs, Coverage& coverage)
+{
+    Built out;
+    auto& normals = mesh.normals;
+    for (bool exchanged = true; exchanged;) {
+        exchanged = false;
+        for (size_t i = 1; i < normals.size(); ++i) {
+            if (static_cast<uint32_t>(normals[i - 1].faceIndex) > static_cast<uint32_t>(normals[i].faceIndex)) {
+                std::swap(normals[i - 1], normals[i]);
+                exchanged = true;
+            }
+        }
+    }
+    out.sortedNormals = normals;
+
+    const auto add = [&](const MeshVertex& vertex, const VertexSource& source) {
+        if (countPairs) {
+            for (const MeshVertex& old : out.vertices) {
+                const float a[3] = {old.position.x, old.position.y, old.position.z};
+                const float b[3] = {vertex.position.x, vertex.position.y, vertex.position.z};
+                for (int i = 0; i < 3; ++i) {
+                    const double d = std::fabs(static_cast<double>(a[i]) - static_cast<double>(b[i]));
+                    coverage.justInside += d <= 0.1 && d >= 0.1 - 1e-6;
+                    coverage.justOutside += d > 0.1 && d <= 0.1 + 1e-6;
+                }
+            }
+        }
+        const int32_t found = FirstWeld(out.vertices, vertex);
+        if (found >= 0) {
+            const MeshVertex& old = out.vertices[static_cast<size_t>(found)];
+            coverage.nearWelds += std::memcmp(&old.position, &vertex.position, sizeof(Vector3)) != 0 ||
+                                  std::memcmp(&old.normal, &vertex.normal, sizeof(Vector3)) != 0;
+            return static_cast<uint32_t>(found);
+        }
+        out.vertices.push_back(vertex);
+        out.sources.push_back(source);
+        return static_cast<uint32_t>(out.vertices.size() - 1);
+    };
+
+    for (size_t f = 0; f < mesh.faces.size(); ++f) {
+        const MeshFace& face = mesh.faces[f];
+        const auto faceNumber = static_cast<int32_t>(f);
+        if (materialRef == -1) {
+            out.error = true;
+            ++coverage.errors;
+            break;
+        }
+        const MaterialTableEntry& entry = reader.materialTable[static_cast<size_t>(materialRef)];
+        MaterialSlot slot = entry.slot;
+        if (entry.subMaterials) {
+            if (static_cast<uint32_t>(face.materialId) < entry.subMaterials->size()) {
+                slot = (*entry.subMaterials)[static_cast<size_t>(face.materialId)];
+            } else {
+                slot = MaterialSlot{0, 0, false};
+                out.warnedIds.push_back(face.materialId);
+                out.warnedIds.push_back(face.materialId);
+                ++coverage.warnings;
+            }
+        }
+
+        float u[3] = {0.0f, 0.0f, 0.0f}, v[3] = {0.0f, 0.0f, 0.0f};
+        int32_t texVertex[3] = {-1, -1, -1};
+        for (const MeshTexFace& texFace : mesh.texFaces) {
+            if (texFace.index != faceNumber)
+                continue;
+            const int32_t numbers[3] = {texFace.a, texFace.b, texFace.c};
+            for (int k = 0; k < 3; ++k) {
+                for (size_t t = 0; t < mesh.texVertices.size(); ++t) {
+                    if (mesh.texVertices[t].index == numbers[k]) {
+                        texVertex[k] = static_cast<int32_t>(t);
+                        u[k] = mesh.texVertices[t].u;
+                        v[k] = 1.0f - mesh.texVertices[t].v;
+                        break;
+                    }
+                }
+                coverage.missingTexVertex += texVertex[k] == -1;
+            }
+            break;
+        }
+
+        const int32_t corners[3] = {face.a, face.b, face.c};
+        MeshVertex vertices[3];
+        VertexSource sources[3];
+        uint32_t front[3];
+        for (int k = 0; k < 3; ++k) {
+            vertices[k].position = mesh.vertices[static_cast<size_t>(corners[k])];
+            vertices[k].normal = PlainVertexNormal(faceNumber, corners[k], face.smoothingGroup, mesh, coverage);
+            vertices[k].colour = 0xFFFFFFFFu;
+            vertices[k].material = static_cast<uint32_t>(slot.propertiesIndex);
+            vertices[k].u = u[k];
+            vertices[k].v = v[k];
+            sources[k].face = faceNumber;
+            sources[k].position = corners[k];
+            sources[k].texVertex = texVertex[k];
+            sources[k].smoothingGroup = face.smoothingGroup;
+            sources[k].material = vertices[k].material;
+            sources[k].flip = 0;
+            front[k] = add(vertices[k], sources[k]);
+        }
+        uint32_t flags = (face.ab != 0 ? 1u : 0u) | (face.bc != 0 ? 2u : 0u) | (face.ca != 0 ? 4u : 0u);
+        const auto set = static_cast<uint32_t>(slot.textureSetIndex);
+        out.triangles.push_back({flags, {front[0], front[2], front[1]}, set});
+        if (slot.twoSided) {
+            ++coverage.twoSided;
+            uint32_t back[3];
+            for (int k = 0; k < 3; ++k) {
+                vertices[k].normal = {-vertices[k].normal.x, -vertices[k].normal.y, -vertices[k].normal.z};
+                sources[k].flip = 1;
+                back[k] = add(vertices[k], sources[k]);
+            }
+            const bool one = (flags & 1u) != 0, four = (flags & 4u) != 0;
+            if (one != four)
+                flags ^= 5u;
+            out.triangles.push_back({flags, {back[0], back[1], back[2]}, set});
+        }
+    }
+
+    auto& triangles = out.triangles;
+    for (bool exchanged = true; exchanged;) {
+        exchanged = false;
+        for (size_t i = 1; i < triangles.size(); ++i) {
+            if (ShouldSwap(reader, triangles[i - 1].textureSet, triangles[i].textureSet)) {
+                std::swap(triangles[i - 1], triangles[i]);
+                exchanged = true;
+            }
+        }
+    }
+    for (const MeshTriangle& triangle : triangles) {
+        const auto& entries = reader.textureSets[triangle.textureSet]->entries;
+        coverage.emptySetTriangles += entries.empty();
+        coverage.opacityTriangles += !entries.empty() && (entries[0].flags & 1) != 0;
+    }
+
+    for (size_t i = 0; i < triangles.size(); ++i) {
+        if (i == 0 || triangles[i].textureSet != triangles[i - 1].textureSet)
+            out.batches.push_back({static_cast<uint32_t>(i), 0, 0, 0});
+        ++out.batches.back().triangleCount;
+    }
+
+    std::vector<MeshVertex> vertices;
+    std::vector<VertexSource> sources;
+    for (MeshBatch& batch : out.batches) {
+        batch.firstVertex = static_cast<uint32_t>(vertices.size());
+        for (uint32_t t = batch.firstTriangle; t < batch.firstTriangle + batch.triangleCount; ++t) {
+            for (uint32_t& corner : triangles[t].corners) {
+                size_t found = sources.size();
+                for (size_t j = batch.firstVertex; j < sources.size(); ++j) {
+                    if (sources[j].originalIndex == static_cast<int32_t>(corner)) {
+                        found = j;
+                        break;
+                    }
+                }
+                if (found == sources.size()) {
+                    for (size_t j = 0; j < batch.firstVertex; ++j)
+                        coverage.sharedAcrossBatches += sources[j].originalIndex == static_cast<int32_t>(corner);
+                    vertices.push_back(out.vertices[corner]);
+                    sources.push_back(out.sources[corner]);
+                    sources.back().originalIndex = static_cast<int32_t>(corner);
+                }
+                corner = static_cast<uint32_t>(found - batch.firstVertex);
+            }
+        }
+        batch.vertexCount = static_cast<uint32_t>(vertices.size()) - batch.firstVertex;
+    }
+    out.vertices = std::move(vertices);
+    out.sources = std::move(sources);
+    return out;
+}
+
+// ---- Records as text: every field, floats with their bits, so equal text is equal bits ----
+
+std::string Text(float value)
+{
+    char text[48];
+    std::snprintf(text, sizeof text, "%.9g<%08x>", static_cast<double>(value), std::bit_cast<uint32_t>(value));
+    return text;
+}
+
+std::string Text(const Vector3& v) { return "(" + Text(v.x) + " " + Text(v.y) + " " + Text(v.z) + ")"; }
+
+std::string Text(const MeshVertex& v)
+{
+    return "position " + Text(v.position) + " normal " + Text(v.normal) + " colour " + std::to_string(v.colour) +
+           " material " + std::to_string(v.material) + " uv " + Text(v.u) + " " + Text(v.v);
+}
+
+std::string Text(const VertexSource& s)
+{
+    char text[160];
+    std::snprintf(text, sizeof text, "face %d position %d texVertex %d group %d material %u flip %u original %d",
+                  s.face, s.position, s.texVertex, s.smoothingGroup, s.material, unsigned{s.flip}, s.originalIndex);
+    return text;
+}
+
+std::string Text(const MeshTriangle& t)
+{
+    char text[96];
+    std::snprintf(text, sizeof text, "flags %u corners %u %u %u set %u", t.flags, t.corners[0], t.corners[1],
+                  t.corners[2], t.textureSet);
+    return text;
+}
+
+std::string Text(const MeshBatch& b)
+{
+    char text[96];
+    std::snprintf(text, sizeof text, "triangles %u+%u vertices %u+%u", b.firstTriangle, b.triangleCount,
+                  b.firstVertex, b.vertexCount);
+    return text;
+}
+
+std::string Text(const MeshFaceNormals& n) { return "face " + std::to_string(n.faceIndex) + " " + Text(n.faceNormal); }
+
+// The first entry where the lists differ, or "" when they are equal.
+template <typename Record>
+std::string FirstDifference(const char* what, const std::vector<Record>& expected, const std::vector<Record>& got)
+{
+    for (size_t i = 0; i < std::max(expected.size(), got.size()); ++i) {
+        const std::string want = i < expected.size() ? Text(expected[i]) : "nothing";
+        const std::string have = i < got.size() ? Text(got[i]) : "nothing";
+        if (want != have)
+            return std::string(what) + " " + std::to_string(i) + " of " + std::to_string(expected.size()) +
+                   ": expected " + want + ", got " + have + " (" + std::to_string(got.size()) + " made)";
+    }
+    return {};
+}
+
+// Whether `printed` is, line by line, the invalid-material-id warning for each of `ids`.
+bool PrintedWarnings(const std::string& printed, const std::vector<int32_t>& ids, const std::string& name)
+{
+    size_t start = 0;
+    for (const int32_t id : ids) {
+        const size_t end = printed.find('\n', start);
+        const std::string text = "Invalid material id '" + std::to_string(id) + "' in object '" + name + "'.\n";
+        if (end == std::string::npos || end + 1 - start < text.size() ||
+            printed.compare(end + 1 - text.size(), text.size(), text) != 0)
+            return false;
+        start = end + 1;
+    }
+    return start == printed.size();
+}
+
+// ---- Random scenes ----
+
+class Rng {
+public:
+    explicit Rng(uint32_t seed) : engine(seed) {}
+    int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(engine); }
+    bool Chance(double p) { return std::uniform_real_distribution<double>(0.0, 1.0)(engine) < p; }
+    template <typename List>
+    void Shuffle(List& list) { std::shuffle(list.begin(), list.end(), engine); }
+
+private:
+    std::mt19937 engine;
+};
+
+MaterialSlot RandomSlot(Rng& rng, int setCount) { return {rng.Int(0, setCount - 1), rng.Int(0, 3), rng.Chance(0.3)}; }
+
+// Texture sets (some without entries, some opacity-mapped) and a material table; answers the
+// node's material reference.
+int32_t FillMaterials(Rng& rng, AseParser& reader)
+{
+    const int32_t kFlags[] = {0, 1, 8, 9};
+    const int setCount = rng.Int(1, 6);
+    for (int i = 0; i < setCount; ++i) {
+        auto set = std::make_unique<TextureSet>();
+        const int entries = rng.Chance(0.25) ? 0 : rng.Int(1, 2);
+        for (int e = 0; e < entries; ++e) {
+            TextureEntry entry;
+            entry.fileName = "map" + std::to_string(i) + "_" + std::to_string(e) + ".bmp";
+            entry.flags = kFlags[rng.Int(0, 3)];
+            set->entries.push_back(entry);
+        }
+        reader.textureSets.push_back(std::move(set));
+    }
+    const int tableCount = rng.Int(1, 3);
+    for (int i = 0; i < tableCount; ++i) {
+        MaterialTableEntry entry;
+        entry.slot = RandomSlot(rng, setCount);
+        if (rng.Chance(0.5)) {
+            entry.subMaterials = std::make_unique<std::vector<MaterialSlot>>();
+            for (int s = rng.Int(0, 4); s > 0; --s)
+                entry.subMaterials->push_back(RandomSlot(rng, setCount));
+        }
+        reader.materialTable.push_back(std::move(entry));
+    }
+    return rng.Chance(0.02) ? -1 : rng.Int(0, tableCount - 1);
+}
+
+// Similar normals (within the tolerance of each other, or just outside), opposed ones, a zero one.
+const Vector3 kFaceNormals[] = {
+    {0.0f, 0.0f, 1.0f}, {0.0f, 0.1f, 0.995f}, {0.05f, 0.0f, 0.99875f}, {0.0f, 0.0f, 2.0f}, {0.0f, 0.0f, -1.0f},
+    {1.0f, 0.0f, 0.0f}, {0.95f, 0.1f, 0.0f},  {0.0f, -1.0f, 0.0f},     {0.6f, 0.8f, 0.0f}, {0.0f, 0.0f, 0.0f},
+};
+
+Vector3 RandomFaceNormal(Rng& rng) { return kFaceNormals[rng.Chance(0.6) ? rng.Int(0, 2) : rng.Int(0, 9)]; }
+
+// `walk`: positions on a random walk and faces of nearby numbers, so that edges are short and a
+// large mesh spreads over many cells of the welding grid.
+Mesh RandomMesh(Rng& rng, int faceCount, int span, bool walk)
+{
+    Mesh mesh;
+    const float step = rng.Chance(0.5) ? 0.05f : 0.1f;
+    const bool flat = rng.Chance(0.3);
+    const auto coordinate = [&] { return static_cast<float>(rng.Int(-span, span)) * step; };
+    const int vertexCount = 3 + rng.Int(0, faceCount * 3 / 2);
+    int walked[3] = {0, 0, 0};
+    for (int i = 0; i < vertexCount; ++i) {
+        if (i > 0 && rng.Chance(0.15)) {
+            mesh.vertices.push_back(mesh.vertices[static_cast<size_t>(rng.Int(0, i - 1))]);
+        } else if (walk) {
+            for (int& w : walked)
+                w += rng.Int(-2, 2);
+            mesh.vertices.push_back({static_cast<float>(walked[0]) * step, static_cast<float>(walked[1]) * step,
+                                     flat ? 0.0f : static_cast<float>(walked[2]) * step});
+        } else {
+            const float z = flat ? (rng.Chance(0.5) ? 0.0f : -0.0f) : coordinate();
+            mesh.vertices.push_back({coordinate(), coordinate(), z});
+        }
+    }
+    const auto near = [&](int32_t corner) {
+        return walk ? std::clamp(corner + rng.Int(-3, 3), 0, vertexCount - 1) : rng.Int(0, vertexCount - 1);
+    };
+
+    const int32_t kGroups[] = {-1, 0, 1, 2, 7};
+    const int32_t kEdges[] = {0, 0, 1, 1, 2, -1};
+    const int groupMode = rng.Int(0, 2);  // all without group, all in one group, mixed
+    for (int f = 0; f < faceCount; ++f) {
+        MeshFace face;
+        face.a = rng.Int(0, vertexCount - 1);
+        face.b = rng.Chance(0.05) ? face.a : near(face.a);
+        face.c = rng.Chance(0.05) ? face.a : near(face.a);
+        face.ab = kEdges[rng.Int(0, 5)];
+        face.bc = kEdges[rng.Int(0, 5)];
+        face.ca = kEdges[rng.Int(0, 5)];
+        face.smoothingGroup = groupMode == 0 ? -1 : groupMode == 1 ? 1 : kGroups[rng.Int(0, 4)];
+        face.materialId = rng.Int(-2, 5);
+        mesh.faces.push_back(face);
+    }
+
+    // Normal records: most faces one, some none, some two; a few for faces that do not exist.
+    if (!rng.Chance(0.03)) {
+        for (int f = 0; f < faceCount; ++f) {
+            const int roll = rng.Int(0, 99);
+            if (roll < 6)
+                continue;
+            mesh.normals.push_back({f, RandomFaceNormal(rng), {}});
+            if (roll >= 92)
+                mesh.normals.push_back({f, RandomFaceNormal(rng), {}});
+        }
+        if (rng.Chance(0.1))
+            mesh.normals.push_back({-1, RandomFaceNormal(rng), {}});
+        if (rng.Chance(0.1))
+            mesh.normals.push_back({faceCount + rng.Int(0, 3), RandomFaceNormal(rng), {}});
+        const int order = rng.Int(0, 2);  // as read, shuffled, or a few neighbours exchanged
+        if (order == 1)
+            rng.Shuffle(mesh.normals);
+        for (int swaps = order == 2 ? rng.Int(1, 4) : 0; swaps > 0 && mesh.normals.size() > 1; --swaps) {
+            const size_t at = static_cast<size_t>(rng.Int(1, static_cast<int>(mesh.normals.size()) - 1));
+            std::swap(mesh.normals[at - 1], mesh.normals[at]);
+        }
+    }
+
+    // Texture vertices in shuffled number order, some numbers repeated (so others are missing).
+    const int texCount = rng.Chance(0.85) ? rng.Int(0, std::min(faceCount * 2, 600)) : 0;
+    std::vector<int32_t> numbers(static_cast<size_t>(texCount));
+    std::iota(numbers.begin(), numbers.end(), 0);
+    if (rng.Chance(0.7))
+        rng.Shuffle(numbers);
+    const float uStep = rng.Chance(0.5) ? 0.001f : 0.0005f;
+    for (int i = 0; i < texCount; ++i) {
+        int32_t number = numbers[static_cast<size_t>(i)];
+        if (rng.Chance(0.1))
+            number = numbers[static_cast<size_t>(rng.Int(0, texCount - 1))];
+        if (rng.Chance(0.02))
+            number = -1;
+        mesh.texVertices.push_back({number, static_cast<float>(rng.Int(0, 6)) * uStep,
+                                    static_cast<float>(rng.Int(0, 6)) * 0.001f, 0.0f});
+    }
+    if (texCount > 0 || rng.Chance(0.2)) {
+        for (int f = 0; f < faceCount; ++f) {
+            for (int copies = rng.Chance(0.8) ? (rng.Chance(0.1) ? 2 : 1) : 0; copies > 0; --copies)
+                mesh.texFaces.push_back({f, rng.Int(-1, texCount), rng.Int(-1, texCount), rng.Int(-1, texCount)});
+        }
+        if (rng.Chance(0.1))
+            mesh.texFaces.push_back({-3, 0, 0, 0});
+        if (rng.Chance(0.5))
+            rng.Shuffle(mesh.texFaces);
+    }
+    return mesh;
+}
+
+// Builds one random mesh both ways; answers whether they agree (the failure is reported).
+bool CheckOne(uint32_t seed, int faceCount, int span, bool walk, Coverage& coverage)
+{
+    Rng rng(seed);
+    AseParser reader;
+    MeshNode node("mesh" + std::to_string(seed));
+    node.materialRef = FillMaterials(rng, reader);
+    Mesh mesh = RandomMesh(rng, faceCount, span, walk);
+    const Built expected = PlainBuild(reader, node.materialRef, mesh, faceCount <= 60, coverage);
+
+    testing::internal::CaptureStdout();
+    node.BuildRenderMesh(reader, mesh);
+    const std::string printed = testing::internal::GetCapturedStdout();
+
+    std::string difference = FirstDifference("normal record", expected.sortedNormals, mesh.normals);
+    if (difference.empty())
+        difference = FirstDifference("vertex", expected.vertices, node.renderVertices);
+    if (difference.empty())
+        difference = FirstDifference("vertex source", expected.sources, node.vertexSources);
+    if (difference.empty())
+        difference = FirstDifference("triangle", expected.triangles, node.renderTriangles);
+    if (difference.empty())
+        difference = FirstDifference("batch", expected.batches, node.renderBatches);
+    if (difference.empty() && !PrintedWarnings(printed, expected.warnedIds, node.name))
+        difference = "printed " + std::to_string(expected.warnedIds.size()) + " warnings expected, got: " + printed;
+    const std::string errorText = "Invalid material id '-1' in object '" + node.name + "'.";
+    if (difference.empty() && reader.HasError() != expected.error)
+        difference = "error flag " + std::to_string(reader.HasError());
+    if (difference.empty() && expected.error && reader.ErrorText().find(errorText) == std::string::npos)
+        difference = "error text " + reader.ErrorText();
+    EXPECT_EQ(difference, "") << "seed " << seed << ", " << faceCount << " faces, " << mesh.vertices.size()
+                              << " positions, material reference " << node.materialRef;
+    return difference.empty();
+}
+
+TEST(RenderMeshOracle, RandomSmallMeshesMatchThePlainProcedures)
+{
+    Coverage coverage;
+    int failures = 0;
+    for (uint32_t seed = 1; seed <= 800 && failures < 5; ++seed) {
+        Rng sizes(seed * 7919u);
+        failures += !CheckOne(seed, sizes.Int(1, 60), sizes.Int(1, 6), sizes.Chance(0.3), coverage);
+    }
+    const std::pair<const char*, int> seen[] = {
+        {"welds of differing vertices", coverage.nearWelds},
+        {"differences just inside the tolerance", coverage.justInside},
+        {"differences just outside the tolerance", coverage.justOutside},
+        {"not-a-number normals", coverage.notANumber},
+        {"corners without normal", coverage.noNormal},
+        {"two-sided faces", coverage.twoSided},
+        {"invalid material ids", coverage.warnings},
+        {"material reference -1", coverage.errors},
+        {"missing texture vertices", coverage.missingTexVertex},
+        {"triangles of sets without entries", coverage.emptySetTriangles},
+        {"opacity-mapped triangles", coverage.opacityTriangles},
+        {"vertices in several batches", coverage.sharedAcrossBatches},
+    };
+    for (const auto& [what, count] : seen)
+        EXPECT_GT(count, 0) << "the random meshes never produced " << what;
+}
+
+TEST(RenderMeshOracle, LargeMeshesOverManyCellsMatchThePlainProcedures)
+{
+    Coverage coverage;
+    const int faceCounts[] = {1000, 2000, 3000};
+    for (int i = 0; i < 3; ++i) {
+        CheckOne(100000u + static_cast<uint32_t>(i), faceCounts[i], 40, false, coverage);
+        CheckOne(200000u + static_cast<uint32_t>(i), faceCounts[i], 40, true, coverage);
+    }
+    EXPECT_GT(coverage.nearWelds, 0);
+}
+
+// ---- The welder alone, with non-finite and huge coordinates ----
+
+float Component(const Vector3& p, int axis) { return axis == 0 ? p.x : axis == 1 ? p.y : p.z; }
+
+float WeldCoordinate(Rng& rng, const std::vector<MeshVertex>& list, int axis)
+{
+    const float inf = std::numeric_limits<float>::infinity();
+    const float kExtremes[] = {std::numeric_limits<float>::quiet_NaN(), inf, -inf, 1e20f, -1e20f,
+                              std::numeric_limits<float>::max(), -3e38f, 1e11f, -1e11f};
+    switch (rng.Int(0, 9)) {
+    case 0:
+        return kExtremes[rng.Int(0, 8)];
+    case 1:
+        return 1e6f + static_cast<float>(rng.Int(-8, 8)) * 0.0625f;  // steps of one float unit
+    case 2:
+        return 16384.0f + static_cast<float>(rng.Int(-8, 8)) * 0.05f;
+    case 3:
+        if (!list.empty()) {
+            const size_t other = static_cast<size_t>(rng.Int(0, static_cast<int>(list.size()) - 1));
+            const float base = Component(list[other].position, axis);
+            return rng.Chance(0.5) ? std::nextafter(base, rng.Chance(0.5) ? inf : -inf)
+                                   : base + static_cast<float>(rng.Int(-1, 1)) * 0.1f;
+        }
+        [[fallthrough]];
+    default:
+        return static_cast<float>(rng.Int(-10, 10)) * 0.05f;
+    }
+}
+
+MeshVertex RandomWeldVertex(Rng& rng, const std::vector<MeshVertex>& list)
+{
+    const Vector3 kNormals[] = {{0.0f, 0.0f, 1.0f},
+                                {0.0f, 0.05f, 0.99875f},
+                                {0.0f, 0.1f, 0.995f},
+                                {0.0f, 0.0f, std::numeric_limits<float>::quiet_NaN()}};
+    MeshVertex vertex;
+    vertex.position = {WeldCoordinate(rng, list, 0), WeldCoordinate(rng, list, 1), WeldCoordinate(rng, list, 2)};
+    vertex.normal = kNormals[rng.Chance(0.7) ? 0 : rng.Int(1, 3)];
+    vertex.colour = rng.Chance(0.9) ? 0xFFFFFFFFu : 0xFF00FF00u;
+    vertex.material = rng.Chance(0.9) ? 0u : 1u;
+    vertex.u = static_cast<float>(rng.Int(0, 3)) * 0.0005f;
+    vertex.v = static_cast<float>(rng.Int(0, 3)) * 0.001f;
+    return vertex;
+}
+
+TEST(RenderMeshOracle, WelderFindsTheFirstMatchOfAScanFromTheStart)
+{
+    int matches = 0, hugeMatches = 0, nearMatches = 0;
+    for (uint32_t seed = 1; seed <= 30; ++seed) {
+        Rng rng(seed);
+        std::vector<MeshVertex> list;
+        VertexWelder welder(list, static_cast<size_t>(rng.Int(0, 40)));  // small: the table grows
+        for (int i = 0; i < 2000; ++i) {
+            const MeshVertex vertex = RandomWeldVertex(rng, list);
+            const int32_t expected = FirstWeld(list, vertex);
+            ASSERT_EQ(welder.Find(vertex), expected)
+                << "seed " << seed << ", vertex " << i << ": " << Text(vertex)
+                << (expected >= 0 ? ", first match " + Text(list[static_cast<size_t>(expected)]) : "");
+            if (expected >= 0) {
+                const Vector3& p = list[static_cast<size_t>(expected)].position;
+                ++matches;
+                hugeMatches += std::fabs(p.x) >= 1e6f || std::fabs(p.y) >= 1e6f || std::fabs(p.z) >= 1e6f;
+                nearMatches += std::memcmp(&p, &vertex.position, sizeof(Vector3)) != 0;
+            }
+            // Matching vertices are appended too now and then, so that lists hold near-duplicates.
+            if (expected < 0 || rng.Chance(0.3)) {
+                list.push_back(vertex);
+                welder.Added();
+            }
+        }
+    }
+    EXPECT_GT(matches, 1000);
+    EXPECT_GT(hugeMatches, 0);
+    EXPECT_GT(nearMatches, 0);
+}
+
+}  // namespace
