@@ -274,7 +274,7 @@ bool BaseParser::SymbolTooLong(size_t length)
     return true;
 }
 
-bool BaseParser::NextSymbol(std::string& symbol)
+bool BaseParser::ScanSymbol(std::string_view& symbol)
 {
     if (errorFlag)
         return false;
@@ -303,7 +303,7 @@ bool BaseParser::NextSymbol(std::string& symbol)
     cursor = static_cast<uint32_t>(p - data);
 
     if (first == '\0') {
-        symbol.assign(kEndOfData);
+        symbol = kEndOfData;
         return true;
     }
 
@@ -330,12 +330,12 @@ bool BaseParser::NextSymbol(std::string& symbol)
             return false;
         // The symbol ends at its first zero byte, like the buffer it was always assembled in.
         const void* zero = std::memchr(p, '\0', length);
-        symbol.assign(p, zero ? static_cast<size_t>(static_cast<const char*>(zero) - p) : length);
+        symbol = std::string_view(p, zero ? static_cast<size_t>(static_cast<const char*>(zero) - p) : length);
         return true;
     }
 
     if (charClass[static_cast<uint8_t>(first)] == kSingleChar) {
-        symbol.assign(1, first);
+        symbol = std::string_view(p - 1, 1);
         return true;
     }
 
@@ -363,7 +363,24 @@ bool BaseParser::NextSymbol(std::string& symbol)
     const size_t length = static_cast<size_t>(p - start);
     if (SymbolTooLong(length))
         return false;
-    symbol.assign(start, zero ? static_cast<size_t>(zero - start) : length);
+    symbol = std::string_view(start, zero ? static_cast<size_t>(zero - start) : length);
+    return true;
+}
+
+bool BaseParser::NextSymbol(std::string& symbol)
+{
+    std::string_view view;
+    if (!NextSymbolView(view))
+        return false;
+    symbol.assign(view);
+    return true;
+}
+
+bool BaseParser::NextSymbolView(std::string_view& symbol)
+{
+    if (!ScanSymbol(symbol))
+        return false;
+    lastSymbol = symbol;
     return true;
 }
 

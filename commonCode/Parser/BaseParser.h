@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 class BaseParser {
 public:
@@ -40,6 +41,12 @@ public:
         return character == '\t' || character == '\n' || character == '\r' || character == ' ';
     }
 
+    // The next symbol as a view into the loaded text (or a constant), valid while the text is
+    // loaded: the same symbols, lines and errors as NextSymbol, without copying the symbol.
+    bool NextSymbolView(std::string_view& symbol);
+    // The last symbol handed out; a read that fails leaves it in place.
+    std::string_view LastSymbol() const { return lastSymbol; }
+
     // Consumes everything up to and including the "}" that matches a "{" just read.
     void SkipBlock(std::string& symbol);
 
@@ -65,6 +72,7 @@ protected:
     std::string outputName;
     bool errorFlag = false;
     std::string errorText;
+    std::string_view lastSymbol;
 
 private:
     enum CharClass : uint8_t { kWordChar = 0, kWhitespace = 1, kSingleChar = 2, kZero = 3 };
@@ -74,6 +82,7 @@ private:
     void BuildCharClasses();
     bool EndOfText();  // reports "Could not read next char." and answers true at the end
     bool SymbolTooLong(size_t length);
+    bool ScanSymbol(std::string_view& symbol);
 
     CharClass charClass[256] = {};
 };

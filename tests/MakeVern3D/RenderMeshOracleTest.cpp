@@ -619,11 +619,12 @@ float Component(const Vector3& p, int axis) { return axis == 0 ? p.x : axis == 1
 float WeldCoordinate(Rng& rng, const std::vector<MeshVertex>& list, int axis)
 {
     const float inf = std::numeric_limits<float>::infinity();
+    // 1e14 and 8e17 once made the search visit millions of cells per lookup.
     const float kExtremes[] = {std::numeric_limits<float>::quiet_NaN(), inf, -inf, 1e20f, -1e20f,
-                              std::numeric_limits<float>::max(), -3e38f, 1e11f, -1e11f};
+                              std::numeric_limits<float>::max(), -3e38f, 1e11f, -1e11f, 1e14f, 8e17f, -8e17f};
     switch (rng.Int(0, 9)) {
     case 0:
-        return kExtremes[rng.Int(0, 8)];
+        return kExtremes[rng.Int(0, 11)];
     case 1:
         return 1e6f + static_cast<float>(rng.Int(-8, 8)) * 0.0625f;  // steps of one float unit
     case 2:

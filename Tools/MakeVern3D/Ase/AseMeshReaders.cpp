@@ -5,6 +5,8 @@
 #include "Messages.h"
 #include "NumberScan.h"
 
+#include <algorithm>
+
 template <typename List>
 bool AseParser::ResizeList(List& list, int64_t size)
 {
@@ -49,8 +51,21 @@ void AseParser::ReadMesh(std::string& symbol, Mesh& mesh)
             if (!ResizeList(mesh.vertices, value))
                 return Keyword::ReturnNow;
         } else if (keyword == "*MESH_NUMFACES" || keyword == "*MESH_NUMTVERTEX" || keyword == "*MESH_NUMTVFACES") {
+            const bool faces = keyword == "*MESH_NUMFACES";
+            const bool texVertices = keyword == "*MESH_NUMTVERTEX";
             if (!ReadInt(keyword, &value))
                 return Keyword::ReturnNow;
+            // The counts change nothing, but they size the lists once; a line takes at least 16
+            // bytes, so no count can reserve more than the text could fill.
+            const size_t hint = std::min<size_t>(static_cast<size_t>(std::max(value, 0)), textSize / 16);
+            if (faces) {
+                mesh.faces.reserve(hint);
+                mesh.normals.reserve(hint);
+            } else if (texVertices) {
+                mesh.texVertices.reserve(hint);
+            } else {
+                mesh.texFaces.reserve(hint);
+            }
         } else if (keyword == "*MESH_VERTEX_LIST") {
             ReadVertexList(keyword, mesh);
         } else if (keyword == "*MESH_FACE_LIST") {
@@ -101,8 +116,9 @@ void AseParser::ReadFaceList(std::string& symbol, Mesh& mesh)
             return Keyword::ReturnNow;
         MeshFace face;
         // Each corner and edge flag follows a label (A:, B:, C:, AB:, BC:, CA:) that is not checked.
+        std::string_view label;
         for (int32_t* field : {&face.a, &face.b, &face.c, &face.ab, &face.bc, &face.ca}) {
-            NextSymbol(keyword);
+            NextSymbolView(label);
             if (!ReadInt(keyword, field))
                 return Keyword::ReturnNow;
         }
@@ -180,7 +196,7 @@ void AseParser::ReadNormals(std::string& symbol, Mesh& mesh)
                 Error(kMessageExpectedSymbol, "*MESH_VERTEXNORMAL", keyword.c_str());
                 return Keyword::ReturnNow;
             }
-            NextSymbol(keyword);  // the vertex number is not kept
+            SkipValues(keyword, 1);  // the vertex number is not kept
             if (!readVector(corner))
                 return Keyword::ReturnNow;
         }

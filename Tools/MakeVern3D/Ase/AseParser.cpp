@@ -54,28 +54,34 @@ bool AseParser::EnterBlock()
     return true;
 }
 
-bool AseParser::ReadInt(std::string& symbol, int32_t* value)
+bool AseParser::ReadInt(std::string&, int32_t* value)
 {
-    NextSymbol(symbol);
-    if (ScanInt(symbol, value))
+    // Values are scanned where they stand in the text; only a failure copies the symbol.
+    std::string_view text;
+    if (!NextSymbolView(text))
+        text = LastSymbol();
+    if (ScanInt(text, value))
         return true;
-    Error(kMessageCouldNotScan, symbol.c_str());
+    Error(kMessageCouldNotScan, std::string(text).c_str());
     return false;
 }
 
-bool AseParser::ReadFloat(std::string& symbol, float* value)
+bool AseParser::ReadFloat(std::string&, float* value)
 {
-    NextSymbol(symbol);
-    if (ScanFloat(symbol, value))
+    std::string_view text;
+    if (!NextSymbolView(text))
+        text = LastSymbol();
+    if (ScanFloat(text, value))
         return true;
-    Error(kMessageCouldNotScan, symbol.c_str());
+    Error(kMessageCouldNotScan, std::string(text).c_str());
     return false;
 }
 
-void AseParser::SkipValues(std::string& symbol, int count)
+void AseParser::SkipValues(std::string&, int count)
 {
+    std::string_view skipped;
     for (int i = 0; i < count; ++i)
-        NextSymbol(symbol);
+        NextSymbolView(skipped);
 }
 
 int32_t AseParser::TicksToMilliseconds(int32_t ticks)

@@ -13,6 +13,7 @@
 #include "VertexWelder.h"
 
 #include <algorithm>
+#include <cmath>
 #include <unordered_map>
 
 namespace {
@@ -61,6 +62,25 @@ private:
     std::vector<int32_t> table;
     std::unordered_map<int32_t, int32_t> map;
 };
+
+// Half the median length of the faces' first edges (on a sample): a cell size for welding that
+// keeps few positions in a cell, and that a few huge faces cannot blow up.
+double HalfTypicalEdge(const Mesh& mesh)
+{
+    std::vector<double> lengths;
+    const size_t step = std::max<size_t>(1, mesh.faces.size() / 1024);
+    for (size_t f = 0; f < mesh.faces.size(); f += step) {
+        const MeshFace& face = mesh.faces[f];
+        const double length = Length(Subtract(mesh.vertices[static_cast<size_t>(face.b)],
+                                              mesh.vertices[static_cast<size_t>(face.a)]));
+        if (std::isfinite(length))
+            lengths.push_back(length);
+    }
+    if (lengths.empty())
+        return 0.0;
+    std::nth_element(lengths.begin(), lengths.begin() + static_cast<std::ptrdiff_t>(lengths.size() / 2), lengths.end());
+    return lengths[lengths.size() / 2] / 2.0;
+}
 
 bool OpacityMapped(const TextureSet& set) { return (set.entries.front().flags & 1) != 0; }
 
@@ -122,9 +142,9 @@ void MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
     const VertexNormals normals(source);
     const FirstByNumber texFaceOf(source.texFaces, [](const MeshTexFace& f) { return f.index; });
     const FirstByNumber texVertexOf(source.texVertices, [](const MeshTexVertex& v) { return v.index; });
-    VertexWelder weld(renderVertices, source.faces.size() * 3);
+    VertexWelder weld(renderVertices, source.vertices.size(), HalfTypicalEdge(source));
     welder = &weld;
-    renderVertices.reserve(source.faces.size() * 2);
+    renderVertices.reserve(source.vertices.size());
     renderTriangles.reserve(source.faces.size());
 
     for (size_t f = 0; f < source.faces.size(); ++f) {
