@@ -25,6 +25,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::FILE* quiet = std::freopen("/dev/null", "w", stdout);
     (void)quiet;
     AseParser reader;
+    // The input's length picks the frame components and the analysed frame, so that every kind of
+    // frame stream is reached.
+    reader.settings.meshAnimFlags = static_cast<uint32_t>(size % 32);
+    reader.settings.analyse = static_cast<int32_t>(size / 32 % 3);
     reader.ParseFile(input, output);
     return 0;
 }
