@@ -128,6 +128,43 @@ std::string AnimationFile(int vertices, int frames)
     return file;
 }
 
+// Many small objects (a closed box of 12 faces each, every third one two-sided) sharing three
+// materials, in a flat list under the root.
+std::string ObjectsFile(int objects)
+{
+    const std::string file = TempFile("makevern3d-bench-objects-" + std::to_string(objects) + ".ase");
+    if (std::filesystem::exists(file))
+        return file;
+    std::ofstream out(file, std::ios::binary);
+    out << "*3DSMAX_ASCIIEXPORT\t200\n*SCENE {\n\t*SCENE_FRAMESPEED 30\n\t*SCENE_TICKSPERFRAME 160\n}\n"
+           "*MATERIAL_LIST {\n\t*MATERIAL 0 {\n\t\t*MAP_DIFFUSE {\n\t\t\t*BITMAP \"a.tga\"\n\t\t}\n\t}\n"
+           "\t*MATERIAL 1 {\n\t\t*MATERIAL_TWOSIDED\n\t}\n\t*MATERIAL 2 {\n\t\t*MAP_OPACITY {\n\t\t\t*BITMAP \"b.tga\"\n"
+           "\t\t}\n\t}\n}\n";
+    static const int kFaces[12][3] = {{0, 1, 2}, {1, 3, 2}, {4, 6, 5}, {5, 6, 7}, {0, 4, 1}, {1, 4, 5},
+                                      {2, 3, 6}, {3, 7, 6}, {0, 2, 4}, {2, 6, 4}, {1, 5, 3}, {3, 5, 7}};
+    char line[256];
+    for (int o = 0; o < objects; ++o) {
+        const double x = (o % 100) * 3.0, y = (o / 100) * 3.0;
+        out << "*GEOMOBJECT {\n\t*NODE_NAME \"Box" << o << "\"\n\t*NODE_TM {\n\t\t*TM_ROW0 1 0 0\n\t\t*TM_ROW1 0 1 0\n"
+            << "\t\t*TM_ROW2 0 0 1\n\t\t*TM_ROW3 " << x << " " << y << " 0\n\t}\n\t*MESH {\n\t\t*MESH_NUMVERTEX 8\n"
+            << "\t\t*MESH_VERTEX_LIST {\n";
+        for (int v = 0; v < 8; ++v) {
+            std::snprintf(line, sizeof line, "\t\t\t*MESH_VERTEX %d\t%.4f\t%.4f\t%.4f\n", v, x + (v & 1), y + ((v >> 1) & 1),
+                          double((v >> 2) & 1));
+            out << line;
+        }
+        out << "\t\t}\n\t\t*MESH_FACE_LIST {\n";
+        for (int f = 0; f < 12; ++f) {
+            std::snprintf(line, sizeof line,
+                          "\t\t\t*MESH_FACE %d: A: %d B: %d C: %d AB: 1 BC: 1 CA: 0 *MESH_SMOOTHING %d *MESH_MTLID 0\n", f,
+                          kFaces[f][0], kFaces[f][1], kFaces[f][2], f / 2 + 1);
+            out << line;
+        }
+        out << "\t\t}\n\t}\n\t*MATERIAL_REF " << o % 3 << "\n}\n";
+    }
+    return file;
+}
+
 void Run(benchmark::State& state, const std::string& file, const ConvertSettings& settings)
 {
     const std::string output = TempFile("makevern3d-bench-out.vern3D");
@@ -162,6 +199,8 @@ void ReadGrid(benchmark::State& state)
 // The whole conversion: read, render mesh, write.
 void ConvertGrid(benchmark::State& state) { Run(state, GridFile(static_cast<int>(state.range(0))), {}); }
 
+void ConvertObjects(benchmark::State& state) { Run(state, ObjectsFile(static_cast<int>(state.range(0))), {}); }
+
 void ConvertAnimation(benchmark::State& state)
 {
     ConvertSettings settings;
@@ -171,6 +210,7 @@ void ConvertAnimation(benchmark::State& state)
 
 BENCHMARK(ReadGrid)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(ConvertGrid)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(ConvertObjects)->Arg(1'000)->Arg(10'000)->Arg(30'000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(ConvertAnimation)->Args({10'000, 100})->Args({10'000, 1000})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
