@@ -6,6 +6,7 @@
 // tolerances are met exactly and often, on both sides of their bounds.
 #include "AseParser.h"
 #include "BaseNode.h"
+#include "VertexNormals.h"
 #include "VertexWelder.h"
 
 #include <gtest/gtest.h>
@@ -53,28 +54,6 @@ int32_t FirstWeld(const std::vector<MeshVertex>& list, const MeshVertex& vertex)
     return -1;
 }
 
-int32_t PlainFindFaceNormals(int32_t face, const std::vector<MeshFaceNormals>& normals)
-{
-    if (normals.empty())
-        return -1;
-    size_t lo = 0, hi = normals.size();
-    for (;;) {
-        const size_t mid = (lo + hi) / 2;
-        const auto index = static_cast<uint32_t>(normals[mid].faceIndex);
-        if (index == static_cast<uint32_t>(face))
-            return static_cast<int32_t>(mid);
-        if (index < static_cast<uint32_t>(face)) {
-            if (lo == mid)
-                return -1;
-            lo = mid;
-        } else {
-            if (hi == mid)
-                return -1;
-            hi = mid;
-        }
-    }
-}
-
 // What the tests saw happen, so that a generator that stops producing a case is noticed.
 struct Coverage {
     int nearWelds = 0;    // welded onto a vertex whose position or normal differs
@@ -95,7 +74,7 @@ Vector3 PlainVertexNormal(int32_t f, int32_t v, int32_t g, const Mesh& mesh, Cov
 {
     std::vector<Vector3> collected;
     const auto collect = [&](int32_t k) {
-        const int32_t record = PlainFindFaceNormals(k, mesh.normals);
+        const int32_t record = FindFaceNormals(k, mesh);  // the lookup is a binary search in both
         if (record >= 0)
             collected.push_back(mesh.normals[static_cast<size_t>(record)].faceNormal);
     };
