@@ -26,6 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     tinygltf::Model model;
     vern3d::ExportOptions options;
     options.maxSamplesPerNode = 200;
+    options.maxSamplesPerScene = 20000;
+    options.maxMorphTargets = 64;
     vern3d::BuildGltf(scene, options, &model, &error);
     return 0;
 }

@@ -277,10 +277,10 @@ void KeepRising(std::vector<uint32_t>& times, std::vector<float>& seconds, std::
     seconds = std::move(outSeconds);
 }
 
-bool AddTransformAnimation(const Node& node, int index, const ExportOptions& options, BufferBuilder& buffers,
-                           tinygltf::Animation& animation, std::string* error)
+bool AddTransformAnimation(const Node& node, int index, const ExportOptions& options, size_t maxSamples,
+                           BufferBuilder& buffers, tinygltf::Animation& animation, std::string* error)
 {
-    std::vector<uint32_t> times = SampleTimes(node.animation, options.sampleStepMilliseconds, options.maxSamplesPerNode);
+    std::vector<uint32_t> times = SampleTimes(node.animation, options.sampleStepMilliseconds, maxSamples);
     std::vector<float> seconds = Seconds(times);
     KeepRising(times, seconds, nullptr);
     if (times.empty())
@@ -346,6 +346,19 @@ bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model
     tinygltf::Animation animation;
     animation.name = "vern3d";
 
+    size_t animated = 0;
+    for (const Node& node : scene.nodes) {
+        animated += node.hasAnimation && HasMovingKeys(node.animation);
+        if (node.hasMesh && HasMorphTargets(node.mesh) && node.mesh.frames.size() - 1 > options.maxMorphTargets) {
+            *error = "node '" + node.name + "' has " + std::to_string(node.mesh.frames.size()) +
+                     " stored frames; the export makes at most " + std::to_string(options.maxMorphTargets) +
+                     " morph targets";
+            return false;
+        }
+    }
+    const size_t samplesPerNode = std::max<size_t>(
+        std::min(options.maxSamplesPerScene / std::max<size_t>(animated, 1), options.maxSamplesPerNode), 2);
+
     model->nodes.resize(scene.nodes.size());
     for (size_t i = 0; i < scene.nodes.size(); ++i) {
         const Node& node = scene.nodes[i];
@@ -364,7 +377,7 @@ bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model
             out.translation.assign(trs.translation.begin(), trs.translation.end());
             out.rotation.assign(trs.rotation.begin(), trs.rotation.end());
             out.scale.assign(trs.scale.begin(), trs.scale.end());
-            if (!AddTransformAnimation(node, index, options, buffers, animation, error))
+            if (!AddTransformAnimation(node, index, options, samplesPerNode, buffers, animation, error))
                 return false;
         } else {
             // Row-major for row vectors reads as column-major for column vectors: the same floats.

@@ -33,6 +33,8 @@ namespace vern3d {
 struct ExportOptions {
     uint32_t sampleStepMilliseconds = 33;  // about 30 samples per second between keys
     size_t maxSamplesPerNode = 10000;
+    size_t maxSamplesPerScene = 1000000;  // shared by the animated nodes: the export stays linear in the file
+    size_t maxMorphTargets = 4096;        // weights take targets² values; more frames fail with a reason
 };
 
 // Fills `model`; false with a reason for scenes that glTF cannot hold (non-finite values).
