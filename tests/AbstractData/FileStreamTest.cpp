@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <sys/stat.h>
@@ -28,40 +27,24 @@ std::string Report(int line, HRESULT status)
     return text;
 }
 
-void WriteText(const std::string& path, const std::string& text)
-{
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-}
-
-int64_t FileSize(const std::string& path)
-{
-    struct stat info {};
-    return ::stat(path.c_str(), &info) == 0 ? static_cast<int64_t>(info.st_size) : -1;
-}
+uintmax_t FileSize(const std::string& path) { return std::filesystem::file_size(path); }
 
 constexpr HRESULT kUnexpected = static_cast<HRESULT>(0x8000FFFFu);
 constexpr HRESULT kFail = static_cast<HRESULT>(0x80004005u);
 constexpr HRESULT kInvalidArg = static_cast<HRESULT>(0x80070057u);
-constexpr HRESULT kBadHandle = static_cast<HRESULT>(0x80070006u);
 constexpr uint32_t kCreate = FileStream::CreateAlways | FileStream::WriteAccess;
 
 class FileStreamTest : public ::testing::Test {
 protected:
-    void SetUp()
-    {
-        std::string pattern = ::testing::TempDir() + "filestream_XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        dir = pattern;
-    }
-    void TearDown() { std::filesystem::remove_all(dir); }
-    std::string File(const std::string& name) const { return dir + "/" + name; }
-    std::string dir;
+    std::string File(const std::string& name) const { return dir.File(name); }
+    testfiles::ScratchDirectory dir;
 };
 
 TEST_F(FileStreamTest, CallsWithoutAnOpenFileFailAndReport)
 {
     uint8_t buffer[4] = {1, 2, 3, 4};
     uint32_t position = 1234;
+    constexpr HRESULT kBadHandle = static_cast<HRESULT>(0x80070006u);
     const struct {
         bool openAndCloseFirst;
         std::function<HRESULT(FileStream&)> call;
@@ -93,7 +76,7 @@ TEST_F(FileStreamTest, CallsWithoutAnOpenFileFailAndReport)
 
 TEST_F(FileStreamTest, FailedOpensReportTheNameAndLeaveNoFile)
 {
-    WriteText(File("plain.bin"), "x");
+    const std::string plain = dir.Write("plain.bin", "x");
     constexpr HRESULT kNoPath = static_cast<HRESULT>(0x80070003u), kDenied = static_cast<HRESULT>(0x80070005u);
     const struct {
         std::string path;
@@ -104,9 +87,9 @@ TEST_F(FileStreamTest, FailedOpensReportTheNameAndLeaveNoFile)
         {File("nodir/in.bin"), 0, kNoPath},
         {"vern_missing_dir_for_test/out.bin", kCreate, kNoPath},
         {File("absent.bin"), 0, static_cast<HRESULT>(0x80070002u)},
-        {File("plain.bin/inner.bin"), 0, kNoPath},
-        {dir, 0, kDenied},
-        {dir, kCreate, kDenied},
+        {plain + "/inner.bin", 0, kNoPath},
+        {dir.Path(), 0, kDenied},
+        {dir.Path(), kCreate, kDenied},
         {File("100%s%d/x.bin"), kCreate, kNoPath},
     };
     for (const auto& c : cases) {
@@ -121,7 +104,7 @@ TEST_F(FileStreamTest, FailedOpensReportTheNameAndLeaveNoFile)
         uint8_t byte = 0;
         EXPECT_EQ(stream.Read(&byte, 1), kUnexpected);  // the handle stayed null
     }
-    EXPECT_EQ(FileSize(File("plain.bin")), 1);
+    EXPECT_EQ(FileSize(plain), 1u);
 }
 
 TEST_F(FileStreamTest, WritesReadsAndMovesThePosition)
@@ -174,29 +157,24 @@ TEST_F(FileStreamTest, WritesReadsAndMovesThePosition)
 
 TEST_F(FileStreamTest, CreateAlwaysTruncatesAndOpenReplacesTheFile)
 {
-    const std::string first = File("first.bin");
-    WriteText(first, "0123456789");
+    const std::string first = dir.Write("first.bin", "0123456789");
     FileStream stream;
     ASSERT_EQ(stream.Open(first.c_str(), 0), S_OK);
-    EXPECT_EQ(FileSize(first), 10);
+    EXPECT_EQ(FileSize(first), 10u);
     ASSERT_EQ(stream.Open(first.c_str(), kCreate), S_OK);
-    EXPECT_EQ(FileSize(first), 0);
+    EXPECT_EQ(FileSize(first), 0u);
     ASSERT_EQ(stream.Write("abc", 3), S_OK);
     // Opening another file closes the first one, so it is free for a writer again.
     ASSERT_EQ(stream.Open(File("second.bin").c_str(), kCreate), S_OK);
-    EXPECT_EQ(FileSize(first), 3);
-    {
-        FileStream other;
-        EXPECT_EQ(other.Open(first.c_str(), FileStream::WriteAccess), S_OK);
-    }
-    FileStream again;  // destruction closed it
-    EXPECT_EQ(again.Open(first.c_str(), FileStream::WriteAccess), S_OK);
+    EXPECT_EQ(FileSize(first), 3u);
+    EXPECT_EQ(FileStream().Open(first.c_str(), FileStream::WriteAccess), S_OK);  // and destruction closes
+    EXPECT_EQ(FileStream().Open(first.c_str(), FileStream::WriteAccess), S_OK);
 }
 
 TEST_F(FileStreamTest, SharingFollowsTheWindowsRules)
 {
-    const std::string path = File("shared.bin"), hardLink = File("hard.bin"), symLink = File("soft.bin");
-    WriteText(path, "0123456789");
+    const std::string path = dir.Write("shared.bin", "0123456789"), hardLink = File("hard.bin"),
+                      symLink = File("soft.bin");
     ASSERT_EQ(::link(path.c_str(), hardLink.c_str()), 0);
     ASSERT_EQ(::symlink(path.c_str(), symLink.c_str()), 0);
 
@@ -225,7 +203,7 @@ TEST_F(FileStreamTest, SharingFollowsTheWindowsRules)
         ASSERT_EQ(first.Open(path.c_str(), c.firstFlags), S_OK);
         EXPECT_EQ(second.Open(c.secondPath.c_str(), c.secondFlags), c.status);
         EXPECT_EQ(second.IsOpen(), Succeeded(c.status));
-        EXPECT_EQ(FileSize(path), 10);  // a refused CreateAlways must not truncate
+        EXPECT_EQ(FileSize(path), 10u);  // a refused CreateAlways must not truncate
         if (Failed(c.status)) {
             EXPECT_EQ(platform::GetLastError(), platform::ERROR_SHARING_VIOLATION_CODE);
             EXPECT_EQ(first.Close(), S_OK);
@@ -234,38 +212,38 @@ TEST_F(FileStreamTest, SharingFollowsTheWindowsRules)
     }
 }
 
-TEST_F(FileStreamTest, EachDirectionNeedsItsAccess)
+// Transfers the platform refuses fail with the platform's error, report, and leave no error state.
+TEST_F(FileStreamTest, RefusedTransfersFailAndReport)
 {
-    const std::string path = File("access.bin");
-    WriteText(path, "0123456789");
-    for (const bool write : {true, false}) {
+    const std::string path = dir.Write("access.bin", "0123456789"), fullLink = File("full.bin");
+    const bool haveFull = ::access("/dev/full", W_OK) == 0;
+    ASSERT_TRUE(!haveFull || ::symlink("/dev/full", fullLink.c_str()) == 0);
+    const struct {
+        std::string path;
+        uint32_t flags;
+        bool write;
+        uint32_t lastError;
+    } cases[] = {
+        {path, 0, true, platform::ERROR_ACCESS_DENIED_CODE},
+        {path, FileStream::WriteAccess, false, platform::ERROR_ACCESS_DENIED_CODE},
+        {"/dev/full", kCreate, true, platform::ERROR_DISK_FULL_CODE},
+        {fullLink, kCreate, true, platform::ERROR_DISK_FULL_CODE},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.path + (c.write ? " write" : " read"));
+        if (!haveFull && c.lastError == platform::ERROR_DISK_FULL_CODE)
+            continue;
         FileStream stream;
-        ASSERT_EQ(stream.Open(path.c_str(), write ? 0u : uint32_t{FileStream::WriteAccess}), S_OK);
+        ASSERT_EQ(stream.Open(c.path.c_str(), c.flags), S_OK);
         uint8_t bytes[3] = {7, 7, 7};
         TraceCapture trace;
-        EXPECT_EQ(write ? stream.Write(bytes, 3) : stream.Read(bytes, 3), kFail);
-        EXPECT_EQ(platform::GetLastError(), platform::ERROR_ACCESS_DENIED_CODE);
-        EXPECT_EQ(trace.lines, Lines{Report(write ? 130 : 107, kFail)});
+        EXPECT_EQ(c.write ? stream.Write(bytes, 3) : stream.Read(bytes, 3), kFail);
+        EXPECT_EQ(platform::GetLastError(), c.lastError);
+        EXPECT_EQ(trace.lines, Lines{Report(c.write ? 130 : 107, kFail)});
+        // No error state is kept; only a stream without write access refuses even nothing.
+        EXPECT_EQ(stream.Write("", 0), c.flags ? S_OK : static_cast<HRESULT>(0x80070005u));
     }
-    EXPECT_EQ(FileSize(path), 10);
-}
-
-TEST_F(FileStreamTest, AFullDeviceFailsTheWrite)
-{
-    if (::access("/dev/full", W_OK) != 0)
-        GTEST_SKIP() << "no /dev/full";
-    const std::string link = File("full.bin");
-    ASSERT_EQ(::symlink("/dev/full", link.c_str()), 0);
-    for (const std::string& path : {std::string("/dev/full"), link}) {
-        SCOPED_TRACE(path);
-        FileStream stream;
-        ASSERT_EQ(stream.Open(path.c_str(), kCreate), S_OK);
-        TraceCapture trace;
-        EXPECT_EQ(stream.Write("abc", 3), kFail);
-        EXPECT_EQ(platform::GetLastError(), platform::ERROR_DISK_FULL_CODE);
-        EXPECT_EQ(trace.lines, Lines{Report(130, kFail)});
-        EXPECT_EQ(stream.Write("", 0), S_OK);  // no error state is kept
-    }
+    EXPECT_EQ(FileSize(path), 10u);
 }
 
 TEST_F(FileStreamTest, PositionsStayWithin32Bits)
@@ -288,28 +266,24 @@ TEST_F(FileStreamTest, PositionsStayWithin32Bits)
     EXPECT_EQ(stream.Write("x", 1), kFail);
     EXPECT_EQ(platform::GetLastError(), platform::ERROR_FILE_TOO_LARGE_CODE);
     EXPECT_EQ(stream.Write("x", 0), S_OK);
-    EXPECT_EQ(FileSize(path), 0);
+    EXPECT_EQ(FileSize(path), 0u);
     EXPECT_EQ(trace.lines, (Lines{Report(187, kInvalidArg), Report(130, kFail)}));
-}
 
-TEST_F(FileStreamTest, AFileBeyond4GiBCannotBePositionedAtItsEnd)
-{
-    const std::string path = File("big.bin");
-    WriteText(path, "");
-    ASSERT_EQ(::truncate(path.c_str(), int64_t{7} << 30), 0);  // even 2 GiB before the end is too far
+    // A file beyond 4 GiB cannot be positioned at its end, nor 2 GiB before it.
+    const std::string big = dir.Write("big.bin", "");
+    ASSERT_EQ(::truncate(big.c_str(), int64_t{7} << 30), 0);
     struct stat info {};
-    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    ASSERT_EQ(::stat(big.c_str(), &info), 0);
     if (info.st_blocks * 512 > (int64_t{1} << 20))
         GTEST_SKIP() << "the file system does not keep sparse files";
-    FileStream stream;
-    ASSERT_EQ(stream.Open(path.c_str(), 0), S_OK);
-    TraceCapture trace;
+    ASSERT_EQ(stream.Open(big.c_str(), 0), S_OK);
+    trace.lines.clear();
     EXPECT_EQ(stream.SetPosition(2, 0), kInvalidArg);
     EXPECT_EQ(stream.SetPosition(2, -0x7FFFFFFF), kInvalidArg);
-    uint32_t position = 1;
+    position = 1;
     EXPECT_EQ(stream.GetPosition(&position), S_OK);
     EXPECT_EQ(position, 0u);
-    EXPECT_EQ(trace.lines.size(), 2u);
+    EXPECT_EQ(trace.lines, Lines(2, Report(187, kInvalidArg)));
 }
 
 }  // namespace
