@@ -8,31 +8,13 @@
 
 namespace {
 
-struct Tokens {
-    std::vector<std::pair<CommandLineTokens::Kind, std::string>> list;
-};
-
-Tokens Tokenize(std::vector<const char*> arguments)
-{
-    arguments.insert(arguments.begin(), "MakeVern3D");
-    CommandLineTokens tokens(static_cast<int>(arguments.size()), arguments.data());
-    Tokens result;
-    std::string token;
-    for (auto kind = tokens.Next(token); kind != CommandLineTokens::TokenEnd; kind = tokens.Next(token))
-        result.list.emplace_back(kind, token);
-    return result;
-}
-
+using Token = std::pair<CommandLineTokens::Kind, std::string>;
 constexpr auto Arg = CommandLineTokens::TokenArgument;
 constexpr auto Opt = CommandLineTokens::TokenOption;
 
 TEST(CommandLineTokens, JoinsArgumentsAndSplitsOnlyOptions)
 {
-    struct Case {
-        std::vector<const char*> arguments;
-        std::vector<std::pair<CommandLineTokens::Kind, std::string>> expected;
-    };
-    const Case cases[] = {
+    const std::pair<std::vector<const char*>, std::vector<Token>> cases[] = {
         {{"a.ase", "my scene.ase"}, {{Arg, "a.ase"}, {Arg, "my scene.ase"}}},
         {{"-o out"}, {{Opt, "o"}, {Arg, "out"}}},
         {{"/o", "x"}, {{Opt, "o"}, {Arg, "x"}}},
@@ -42,20 +24,17 @@ TEST(CommandLineTokens, JoinsArgumentsAndSplitsOnlyOptions)
         {{"-"}, {{Opt, ""}}},
         {{""}, {{Arg, ""}}},
     };
-    for (const Case& test : cases) {
-        const Tokens tokens = Tokenize(test.arguments);
-        EXPECT_EQ(tokens.list, test.expected) << "first argument: " << test.arguments[0];
+    for (auto [arguments, expected] : cases) {
+        arguments.insert(arguments.begin(), "MakeVern3D");
+        CommandLineTokens tokens(static_cast<int>(arguments.size()), arguments.data());
+        std::vector<Token> list;
+        std::string token;
+        for (auto kind = tokens.Next(token); kind != CommandLineTokens::TokenEnd; kind = tokens.Next(token))
+            list.emplace_back(kind, token);
+        EXPECT_EQ(list, expected) << "first argument: " << arguments[1];
+        EXPECT_EQ(token, expected.back().second);  // the end keeps the previous text
     }
-}
-
-TEST(CommandLineTokens, EndKeepsThePreviousText)
-{
-    const char* argv[] = {"MakeVern3D", "x"};
-    CommandLineTokens tokens(2, argv);
-    std::string token;
-    EXPECT_EQ(tokens.Next(token), Arg);
-    EXPECT_EQ(tokens.Next(token), CommandLineTokens::TokenEnd);
-    EXPECT_EQ(token, "x");
+    const char* argv[] = {"MakeVern3D"};
     EXPECT_EQ(CommandLineTokens(1, argv).Line(), "");
 }
 
@@ -89,35 +68,26 @@ TEST(ReadCommandLine, OptionsFillTheSettings)
     EXPECT_EQ(parsed.settings.meshOpsFile, "ops.txt");
     EXPECT_EQ(parsed.settings.analyse, 3);
     EXPECT_EQ(parsed.line.outputName, "second");  // a later -o replaces an earlier one
-}
 
-TEST(ReadCommandLine, WordsAreComparedExactlyAndOnlyAsOptions)
-{
-    const Parsed parsed = Parse({"-map", "mat", "-O", "-obj", "x", "-obj", "y"});
-    EXPECT_EQ(parsed.settings.meshAnimFlags, 1u);
-    EXPECT_EQ(parsed.line.inputFiles, (std::vector<std::string>{"mat"}));
-    EXPECT_EQ(parsed.line.outputName, "");
-    EXPECT_EQ(parsed.settings.objectNames, (std::vector<std::string>{"x", "y"}));
-    EXPECT_EQ(parsed.printed, "Unknown option '-O' is ignored.\n");
-}
+    // Words are compared exactly and only as options; -obj lists add up.
+    const Parsed words = Parse({"-map", "mat", "-O", "-obj", "x", "-obj", "y"});
+    EXPECT_EQ(words.settings.meshAnimFlags, 1u);
+    EXPECT_EQ(words.line.inputFiles, (std::vector<std::string>{"mat"}));
+    EXPECT_EQ(words.line.outputName, "");
+    EXPECT_EQ(words.settings.objectNames, (std::vector<std::string>{"x", "y"}));
+    EXPECT_EQ(words.printed, "Unknown option '-O' is ignored.\n");
 
-TEST(ReadCommandLine, AnalyseTakesTheLeadingNumber)
-{
+    // -analyse takes the leading number.
     EXPECT_EQ(Parse({"-analyse", "x"}).settings.analyse, 0);
-    EXPECT_EQ(Parse({"-analyse", "-7"}).result, CommandLineResult::MissingValue);  // "-7" is an option
     EXPECT_EQ(Parse({"-analyse", " 12abc"}).settings.analyse, 12);
 }
 
-TEST(ReadCommandLine, MissingValuesStopTheRun)
+TEST(ReadCommandLine, MissingValuesStopTheRunAndHelpIsPrintedWhereItStands)
 {
     for (const auto& arguments : std::vector<std::vector<const char*>>{
-             {"a.ase", "-o"}, {"-o", "-x"}, {"-ma"}, {"-analyse", "/h"}, {"-o -map"}}) {
+             {"a.ase", "-o"}, {"-o", "-x"}, {"-ma"}, {"-analyse", "/h"}, {"-o -map"}, {"-analyse", "-7"}}) {
         EXPECT_EQ(Parse(arguments).result, CommandLineResult::MissingValue) << arguments.back();
     }
-}
-
-TEST(ReadCommandLine, HelpIsPrintedWhereItStands)
-{
     const std::string help = testfiles::ReadText(MAKEVERN3D_TEST_DATA "/help_text.txt");
     const Parsed twice = Parse({"-h", "a.ase", "-?"});
     EXPECT_EQ(twice.printed, help + help);
@@ -126,22 +96,18 @@ TEST(ReadCommandLine, HelpIsPrintedWhereItStands)
 
 TEST(OutputFileName, CutsAtTheLastDotOfTheWholePath)
 {
-    EXPECT_EQ(OutputFileName("scene.ase", ""), "scene.vern3D");
-    EXPECT_EQ(OutputFileName("scene", ""), "scene.vern3D");
-    EXPECT_EQ(OutputFileName("scene.ase", "out.bin"), "out.vern3D");
-    EXPECT_EQ(OutputFileName("scene.ase", "out"), "out.vern3D");
-    EXPECT_EQ(OutputFileName("my.dir\\scene", ""), "my.vern3D");
-    EXPECT_EQ(OutputFileName("dir/sub.x/scene", ""), "dir/sub.vern3D");
+    const char* const cases[][3] = {
+        {"scene.ase", "", "scene.vern3D"},       {"scene", "", "scene.vern3D"},
+        {"scene.ase", "out.bin", "out.vern3D"}, {"scene.ase", "out", "out.vern3D"},
+        {"my.dir\\scene", "", "my.vern3D"},     {"dir/sub.x/scene", "", "dir/sub.vern3D"},
+    };
+    for (const auto& [input, output, expected] : cases)
+        EXPECT_EQ(OutputFileName(input, output), expected) << input << " " << output;
 }
 
 TEST(FilePath, SplitsAtBackslashAndDot)
 {
-    struct Case {
-        const char* path;
-        const char* withoutExtension;
-        const char* fileName;
-    };
-    const Case cases[] = {
+    const char* const cases[][3] = {  // path, without extension, file name
         {"scene.ase", "scene", "scene.ase"},
         {"maps\\wood.tga", "maps\\wood", "wood.tga"},
         {"my.dir\\scene", "my", "scene"},
@@ -152,20 +118,15 @@ TEST(FilePath, SplitsAtBackslashAndDot)
         {"a/b/c.tga", "a/b/c", "a/b/c.tga"},
         {"", "", ""},
     };
-    for (const Case& test : cases) {
-        FilePath path(test.path);
-        EXPECT_EQ(path.GetWithoutExtension(), test.withoutExtension) << test.path;
-        EXPECT_EQ(path.GetFileName(), test.fileName) << test.path;
-    }
-}
-
-TEST(FilePath, SettingANewPathForgetsTheOldCutPoints)
-{
+    // One object for all: setting a new path forgets the old cut points.
     FilePath path("a.b\\c");
     EXPECT_EQ(path.GetFileName(), "c");
-    path.Set("xyz");
-    EXPECT_EQ(path.GetFileName(), "xyz");
-    EXPECT_EQ(path.GetWithoutExtension(), "xyz");
+    for (const auto& [text, withoutExtension, fileName] : cases) {
+        path.Set(text);
+        EXPECT_EQ(path.GetWithoutExtension(), withoutExtension) << text;
+        EXPECT_EQ(path.GetFileName(), fileName) << text;
+        EXPECT_EQ(FilePath(text).GetFileName(), fileName) << text;
+    }
 }
 
 }  // namespace
