@@ -149,25 +149,8 @@ TEST(ParseLoop, SkipsBlocksAndHandsOnOtherSymbols)
     EXPECT_EQ(parser.ParseFile(directory.Write("t.ase", "{a{b}d}\nfoo\n12\n}\n"), "out"), S_OK);
     EXPECT_EQ(parser.handled, (std::vector<std::string>{"foo", "12", "}"}));
     EXPECT_EQ(parser.lines, (std::vector<int>{2, 3, 4}));
-}
-
-TEST(ParseLoop, UnknownSymbolsDrawWarningsWithTheirLines)
-{
-    ScratchDirectory directory;
-    BaseParser parser;
-    const std::string file = directory.Write("t.ase", "foo\n12\n");
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(parser.ParseFile(file, "out"), S_OK);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              file + "(1) warning: Do not know what symbol 'foo' means.\n" + file +
-                  "(2) warning: Do not know what symbol '12' means.\n");
-}
-
-TEST(ParseLoop, AnOpenBlockAtTheEndFailsTheFile)
-{
-    ScratchDirectory directory;
-    BaseParser parser;
-    EXPECT_EQ(parser.ParseFile(directory.Write("t.ase", "{ a { b }\n"), "out"), E_FAIL);
+    // An open block at the end fails the file.
+    EXPECT_EQ(parser.ParseFile(directory.Write("u.ase", "{ a { b }\n"), "out"), E_FAIL);
     EXPECT_TRUE(parser.HasError());
     EXPECT_NE(parser.ErrorText().find("(2) error: Could not read next char.\n"), std::string::npos);
 }
@@ -203,31 +186,21 @@ TEST(ParseFile, MissingAndUnreadableFiles)
     EXPECT_EQ(parser.Line(), 2);
 }
 
-TEST(Diagnostics, TextsAreNeverUsedAsFormats)
+// Unknown symbols draw warnings with their lines; texts are never used as formats; the last error is kept.
+TEST(Diagnostics, WarningsAndErrorsShowFileLineAndText)
 {
     ScratchDirectory directory;
     BaseParser parser;
-    const std::string file = directory.Write("100%s.ase", "%d%n\n");
+    const std::string file = directory.Write("100%s.ase", "foo\n%d%n\n");
     testing::internal::CaptureStdout();
-    parser.ParseFile(file, "out");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), file + "(1) warning: Do not know what symbol '%d%n' means.\n");
+    EXPECT_EQ(parser.ParseFile(file, "out"), S_OK);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), file + "(1) warning: Do not know what symbol 'foo' means.\n" +
+                                                          file + "(2) warning: Do not know what symbol '%d%n' means.\n");
     parser.Error(4104, "%s%s%s");
-    EXPECT_EQ(parser.ErrorText(), file + "(2) error: Symbol '%s%s%s' could not scanned.\n");
-}
-
-TEST(Diagnostics, TheLastErrorIsKept)
-{
-    ScratchDirectory directory;
-    BaseParser parser;
-    ASSERT_EQ(parser.Load(directory.Write("t.ase", "x\n"), "out"), S_OK);
-    parser.Error(4100, "FIRST");
+    EXPECT_EQ(parser.ErrorText(), file + "(3) error: Symbol '%s%s%s' could not scanned.\n");
     parser.Error(4100, "SECOND");
-    EXPECT_EQ(parser.ErrorText(), directory.Path() + "/t.ase(1) error: Missing symbol 'SECOND'.\n");
+    EXPECT_EQ(parser.ErrorText(), file + "(3) error: Missing symbol 'SECOND'.\n");
 }
-
-}  // namespace
-
-namespace {
 
 std::string Utf16(const std::string& ascii, bool little)
 {
