@@ -5,6 +5,7 @@
 #include "Messages.h"
 
 #include <cstdlib>
+#include <string_view>
 
 CommandLineTokens::CommandLineTokens(int argc, const char* const* argv)
 {
@@ -107,6 +108,12 @@ CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSett
             settings.ivertex = true;
         } else if (option == "overtex") {
             settings.overtex = true;
+        } else if (option == "compat") {
+            settings.compat = true;
+        } else if (option == "batch") {
+            settings.batch = true;
+        } else if (option == "uri") {
+            settings.uri = true;
         } else if (option == "obj") {
             kind = tokens.Next(token);
             while (kind == CommandLineTokens::TokenArgument) {
@@ -129,7 +136,27 @@ CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSett
         }
         kind = tokens.Next(token);
     }
+    // Under -uri the names are taken apart once the whole line has been read, so the switch may
+    // stand anywhere.
+    if (settings.uri) {
+        for (std::string& input : result.inputFiles)
+            input = PathFromName(input, true);
+        result.outputName = PathFromName(result.outputName, true);
+        settings.meshOpsFile = PathFromName(settings.meshOpsFile, true);
+    }
     return CommandLineResult::Ok;
+}
+
+std::string PathFromName(const std::string& name, bool uri)
+{
+    constexpr std::string_view kScheme = "file:";
+    if (!uri || name.compare(0, kScheme.size(), kScheme) != 0)
+        return name;
+    std::string path = name.substr(kScheme.size());
+    // file://PATH with an empty host: the path keeps its own leading "/".
+    if (path.compare(0, 3, "///") == 0)
+        path.erase(0, 2);
+    return path;
 }
 
 std::string OutputFileName(const std::string& inputName, const std::string& outputName)

@@ -39,6 +39,11 @@ enum class CommandLineResult { Ok, MissingValue };
 CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSettings& settings,
                                   CommandLine& result);
 
+// A file name as given on the command line, or under -uri with a leading "file:" taken off:
+// file:/a/b.ase and file:///a/b.ase name /a/b.ase, file:b.ase names b.ase. Other names, and
+// every name without -uri, stay as they are.
+std::string PathFromName(const std::string& name, bool uri);
+
 // The output file name of an input: the -o name if given, else the input name, cut at its last
 // "." and extended with ".vern3D".
 std::string OutputFileName(const std::string& inputName, const std::string& outputName);

@@ -9,17 +9,20 @@
 
 int ConvertFiles(AseParser& reader, const std::vector<std::string>& inputFiles, const std::string& outputName)
 {
+    bool anyFailed = false;
     for (const std::string& input : inputFiles) {
         PrintText(input);
         PrintText(":\n");
         reader.ParseFile(input, OutputFileName(input, outputName));
         if (reader.HasError()) {
             PrintText(reader.ErrorText());
-            WaitForKey();
+            anyFailed = true;
+            if (!reader.settings.batch)
+                WaitForKey();
         } else {
             PrintMessage(kMessageFileCompiled);
         }
     }
     std::fflush(stdout);
-    return 0;
+    return reader.settings.batch && anyFailed ? kExitInputFailed : 0;
 }

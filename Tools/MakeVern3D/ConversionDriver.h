@@ -6,5 +6,8 @@
 
 class AseParser;
 
-// Returns the process exit code (0).
+// Exit code under -batch when at least one input failed (1 stays for a bad command line).
+constexpr int kExitInputFailed = 2;
+
+// Returns the process exit code: 0, or kExitInputFailed under -batch after a failed input.
 int ConvertFiles(AseParser& reader, const std::vector<std::string>& inputFiles, const std::string& outputName);

@@ -12,4 +12,8 @@ struct ConvertSettings {
     bool ivertex = false;                  // -ivertex
     bool overtex = false;                  // -overtex
     int32_t analyse = 0;                   // -analyse: frame used as the source mesh when > 0
+    // Switches of ours; each off by default, so that the classic conversion stays as it was.
+    bool compat = false;  // -compat: accept what other exporters write, with a warning per departure
+    bool batch = false;   // -batch: never wait for a key; a failed input makes the exit code 2
+    bool uri = false;     // -uri: "file:" names (file:/abs/path, file:///abs/path) for absolute paths
 };

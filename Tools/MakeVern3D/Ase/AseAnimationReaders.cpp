@@ -29,21 +29,35 @@ Vector3 ControlPoint(const Vector3& position, double scale, const Vector3& tange
 
 }  // namespace
 
-void AseParser::ReadTmAnimation(std::string& symbol, TransformNode& node)
+void AseParser::ReadTmAnimation(std::string& symbol, TransformNode& node, std::string* animatedName)
 {
     std::vector<PositionKey> positions;
     std::vector<RotationKey> rotations;
+    std::string blockName;
+    bool sampledPositions = false;  // their control points are made already
     const Block result = ReadBlock(symbol, [&](std::string& keyword) {
+        const std::string& owner = node.name.empty() ? blockName : node.name;
         if (keyword == "*NODE_NAME") {
             NextSymbol(keyword);
+            blockName = keyword;
             if (!node.name.empty() && node.name != keyword)
                 Warning(kMessageForeignNodeName, keyword.c_str(), node.name.c_str());
         } else if (keyword == "*CONTROL_POS_BEZIER") {
             positions.clear();
             ReadBezierPositionKeys(keyword, positions);
+            sampledPositions = false;
         } else if (keyword == "*CONTROL_ROT_TCB") {
             rotations.clear();
             ReadTcbRotationKeys(keyword, rotations);
+        } else if (settings.compat && keyword == "*CONTROL_POS_TRACK") {
+            positions.clear();
+            ReadPositionSamples(keyword, positions, owner);
+            sampledPositions = true;
+        } else if (settings.compat && keyword == "*CONTROL_ROT_TRACK") {
+            rotations.clear();
+            ReadRotationSamples(keyword, rotations, owner);
+        } else if (settings.compat && keyword == "*CONTROL_SCALE_TRACK") {
+            ReadScaleSamples(keyword, owner);
         } else {
             return Keyword::NotMine;
         }
@@ -51,8 +65,10 @@ void AseParser::ReadTmAnimation(std::string& symbol, TransformNode& node)
     });
     if (result == Block::MissingBrace)
         return;
+    if (animatedName)
+        *animatedName = blockName;
 
-    for (size_t k = 0; k + 1 < positions.size(); ++k) {
+    for (size_t k = 0; !sampledPositions && k + 1 < positions.size(); ++k) {
         const uint32_t interval = static_cast<uint32_t>(positions[k + 1].time) - static_cast<uint32_t>(positions[k].time);
         const double scale = TangentScale(interval, ticksPerFrame, frameSpeed);
         positions[k].outTangent = ControlPoint(positions[k].position, scale, positions[k].outTangent);

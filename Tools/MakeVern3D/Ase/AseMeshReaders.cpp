@@ -107,6 +107,7 @@ void AseParser::ReadVertexList(std::string& symbol, Mesh& mesh)
 
 void AseParser::ReadFaceList(std::string& symbol, Mesh& mesh)
 {
+    bool edgeFlagsSaid = false;
     ReadBlock(symbol, [&](std::string& keyword) {
         if (keyword != "*MESH_FACE")
             return Keyword::NotMine;
@@ -118,6 +119,13 @@ void AseParser::ReadFaceList(std::string& symbol, Mesh& mesh)
         // Each corner and edge flag follows a label (A:, B:, C:, AB:, BC:, CA:) that is not checked.
         std::string_view label;
         for (int32_t* field : {&face.a, &face.b, &face.c, &face.ab, &face.bc, &face.ca}) {
+            // -compat: a face line that ends after its corners (a Maya exporter) has edge flags 0.
+            if (settings.compat && field == &face.ab && NextSymbolStartsWith("*MESH_SMOOTHING")) {
+                if (!edgeFlagsSaid)
+                    Warning(kMessageNoEdgeFlags);
+                edgeFlagsSaid = true;
+                break;
+            }
             NextSymbolView(label);
             if (!ReadInt(keyword, field))
                 return Keyword::ReturnNow;
@@ -181,7 +189,13 @@ void AseParser::ReadTexFaceList(std::string& symbol, Mesh& mesh)
 
 void AseParser::ReadNormals(std::string& symbol, Mesh& mesh)
 {
+    bool faceNormalsOnlySaid = false;
     ReadBlock(symbol, [&](std::string& keyword) {
+        // -compat: corner normals listed apart from their faces (by vertex) are not kept.
+        if (settings.compat && keyword == "*MESH_VERTEXNORMAL") {
+            SkipValues(keyword, 4);
+            return Keyword::Handled;
+        }
         if (keyword != "*MESH_FACENORMAL")
             return Keyword::NotMine;
         MeshFaceNormals record;
@@ -190,6 +204,15 @@ void AseParser::ReadNormals(std::string& symbol, Mesh& mesh)
         };
         if (!ReadInt(keyword, &record.faceIndex) || !readVector(record.faceNormal))
             return Keyword::ReturnNow;
+        if (settings.compat && !NextSymbolStartsWith("*MESH_VERTEXNORMAL")) {
+            if (!faceNormalsOnlySaid)
+                Warning(kMessageFaceNormalsOnly);
+            faceNormalsOnlySaid = true;
+            for (Vector3& corner : record.vertexNormals)
+                corner = record.faceNormal;
+            mesh.normals.push_back(record);
+            return Keyword::Handled;
+        }
         for (Vector3& corner : record.vertexNormals) {
             NextSymbol(keyword);
             if (keyword != "*MESH_VERTEXNORMAL") {

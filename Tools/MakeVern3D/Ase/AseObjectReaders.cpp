@@ -3,6 +3,8 @@
 #include "AseParser.h"
 #include "Messages.h"
 
+#include <type_traits>
+
 AseParser::Keyword AseParser::ReadObjectKeyword(std::string& keyword, TransformNode& node,
                                                 std::unique_ptr<BaseNode>& holder, bool& parentRecord)
 {
@@ -35,6 +37,10 @@ void AseParser::ReadObject(std::string& symbol, Keywords&& keywords)
             return Keyword::Handled;
         return keywords(keyword, node);
     });
+    if constexpr (std::is_same_v<Node, MeshNode>) {
+        if (settings.compat && result == Block::Ended && !errorFlag && node.materialRef == -1)
+            Warning(kMessageDefaultMaterial, node.name.c_str());
+    }
     // Without a parent record the object hangs under the root once its block has ended; an
     // object left unlinked (no "{", a bad value, a missing parent) is discarded with `holder`.
     if (result == Block::Ended && !parentRecord)
@@ -126,6 +132,10 @@ void AseParser::ReadNodeParent(std::string& symbol, TransformNode& node, std::un
         return;
     }
     BaseNode* parent = nodeIndex.Find(symbol);
+    if (!parent && settings.compat) {
+        laterParents.push_back({std::move(owner), symbol, line});
+        return;
+    }
     if (!parent) {
         Error(kMessageParentNotFound, symbol.c_str(), node.name.c_str());
         return;

@@ -16,6 +16,7 @@ HRESULT AseParser::ParseFile(const std::string& sourceName, const std::string& o
     textureSetIndex.clear();
     createdListEntries = 0;
     nodeIndex.Clear();
+    laterParents.clear();
     root.reset();
     root = std::make_unique<BaseNode>("root node - " + sourceName);
     nodeIndex.Add(root.get());
@@ -38,8 +39,14 @@ void AseParser::HandleSymbol(std::string& symbol)
         ReadGeomObject(symbol);
     else if (symbol == "*HELPEROBJECT")
         ReadHelperObject(symbol);
+    else if (symbol == "*GROUP" && settings.compat)
+        ReadGroupAsNode(symbol);
     else if (symbol == "*GROUP")
         ReadGroup(symbol);
+    else if (symbol == "*CAMERAOBJECT" && settings.compat)
+        ReadCameraOrLight(symbol, "Camera");
+    else if (symbol == "*LIGHTOBJECT" && settings.compat)
+        ReadCameraOrLight(symbol, "Light");
     else
         BaseParser::HandleSymbol(symbol);
 }
@@ -86,6 +93,8 @@ void AseParser::SkipValues(std::string&, int count)
 
 int32_t AseParser::TicksToMilliseconds(int32_t ticks)
 {
+    if (settings.compat && (frameSpeed == -1 || ticksPerFrame == -1))
+        TakeDefaultTiming();
     const uint32_t base = static_cast<uint32_t>(ticksPerFrame) * static_cast<uint32_t>(frameSpeed);
     if (base == 0) {
         // No time base: every key falls on time 0. Said once per file.
@@ -115,6 +124,11 @@ void AseParser::RenameNode(BaseNode& node, const std::string& name)
 void AseParser::ReadVersion(std::string& symbol)
 {
     int32_t version = 0;
+    // A keyword where the number should stand: the line holds no version (a Maya exporter).
+    if (settings.compat && NextSymbolStartsWith("*")) {
+        Warning(kMessageVersionMissing);
+        return;
+    }
     if (!ReadInt(symbol, &version))
         return;
     if (version < 200)
@@ -141,6 +155,8 @@ void AseParser::ReadScene(std::string& symbol)
     });
     if (result != Block::Ended)
         return;
+    if (settings.compat)
+        TakeDefaultTiming();
     if (frameSpeed == -1)
         Error(kMessageMissingSymbol, "SCENE_FRAMESPEED");
     if (ticksPerFrame == -1)

@@ -34,7 +34,8 @@ public:
     void ReadNodeTM(std::string& symbol, TransformNode& node);
     // Links the node under the named parent; `owner` holds the node while it is not yet linked.
     void ReadNodeParent(std::string& symbol, TransformNode& node, std::unique_ptr<BaseNode>& owner);
-    void ReadTmAnimation(std::string& symbol, TransformNode& node);
+    // `animatedName`, when given, receives the block's *NODE_NAME (empty without one).
+    void ReadTmAnimation(std::string& symbol, TransformNode& node, std::string* animatedName = nullptr);
     void ReadBezierPositionKeys(std::string& symbol, std::vector<PositionKey>& keys);
     void ReadTcbRotationKeys(std::string& symbol, std::vector<RotationKey>& keys);
 
@@ -55,6 +56,24 @@ public:
     void ReadTexFaceList(std::string& symbol, Mesh& mesh);
     void ReadNormals(std::string& symbol, Mesh& mesh);
     void ReadMeshAnimation(std::string& symbol, MeshNode& node);
+
+    // -compat: what other exporters write (Ase/AseCompatReaders.cpp). Each departure from the
+    // classic rules is said as a warning where it happens.
+    void ReadCameraOrLight(std::string& symbol, const char* kind);
+    void ReadGroupAsNode(std::string& symbol);
+    // Samples of a *CONTROL_*_TRACK block become keys our format holds: positions as Bezier keys
+    // on straight lines, rotations (each relative to the sample before) as TCB keys.
+    void ReadPositionSamples(std::string& symbol, std::vector<PositionKey>& keys, const std::string& owner);
+    void ReadRotationSamples(std::string& symbol, std::vector<RotationKey>& keys, const std::string& owner);
+    void ReadScaleSamples(std::string& symbol, const std::string& owner);
+    // 3ds Max's defaults (30 frames per second, 160 ticks per frame) for what the scene lacks.
+    void TakeDefaultTiming();
+    // Objects whose parent came later in the file are linked when the file has ended.
+    void LinkLaterParents();
+    // Mesh objects without a material get one: a texture set without entries, default properties.
+    void GiveDefaultMaterials();
+    // True when the next symbol begins with `prefix`; nothing is consumed.
+    bool NextSymbolStartsWith(std::string_view prefix);
 
     // Bounds of ours on numbers that size tables and lists: a material or sub-material number
     // above kMaxMaterialNumber, and a vertex or face number or vertex count above kMaxListEntries,
@@ -120,6 +139,14 @@ private:
     // Makes entry `number` exist (growing to number + 1 entries); negative numbers are refused.
     template <typename List>
     bool GrowForNumber(List& list, int32_t number);
+
+    // -compat: objects whose *NODE_PARENT named no node read so far, with the record's line.
+    struct LaterParent {
+        std::unique_ptr<BaseNode> node;
+        std::string parentName;
+        int32_t line = 0;
+    };
+    std::vector<LaterParent> laterParents;
 
     NodeIndex nodeIndex;
     // First index in textureSets of each distinct list of entries.

@@ -2,6 +2,7 @@
 // (the node's sphere must be known when its record is taken), and the mesh chunk follows the
 // node's own chunks.
 #include "AseParser.h"
+#include "CommandLine.h"
 #include "BaseNode.h"
 #include "FrameStream.h"
 #include "Messages.h"
@@ -54,7 +55,7 @@ bool MeshNode::CheckBeforeWrite(AseParser& reader)
         return true;
     if (reader.settings.ivertex) {
         // The vertex file, named after the node, replaces the render mesh built from the faces.
-        std::FILE* file = std::fopen(name.c_str(), "rb");
+        std::FILE* file = std::fopen(PathFromName(name, reader.settings.uri).c_str(), "rb");
         struct stat info {};
         bool complete = file && ::fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode);
         uint64_t remaining = complete ? static_cast<uint64_t>(info.st_size) : 0;

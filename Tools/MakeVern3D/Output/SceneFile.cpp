@@ -7,6 +7,10 @@
 
 void AseParser::Finish()
 {
+    if (settings.compat && !errorFlag) {
+        LinkLaterParents();
+        GiveDefaultMaterials();
+    }
     if (!settings.objectNames.empty())
         root->SelectObjects(settings.objectNames);
     root->ApplyNameDirectives(*this);

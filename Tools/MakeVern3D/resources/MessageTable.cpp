@@ -37,7 +37,7 @@ constexpr std::string_view kHelpText =
     "MakeVern3D.exe \"file with spaces.ase\"\n"
     "\t";
 
-constexpr std::array<std::pair<uint32_t, std::string_view>, 39> kMessages{{
+constexpr std::array<std::pair<uint32_t, std::string_view>, 50> kMessages{{
     {1, "MakeVern3D Version 2.0\n"
         "Copyright (C) The MakeVern3D developers. All rights reserved.\n"
         "\n"},
@@ -69,6 +69,18 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 39> kMessages{{
     {25, "Face %d of object '%s' uses vertex %d, which its mesh does not have.\n"},
     {26, "The vertex file '%s' is missing or shorter than its counts.\n"},
     {27, "The vertex file '%s' holds %u vertex sources for %u vertices.\n"},
+    // Departures that -compat makes from the classic rules, each said as a warning.
+    {28, "Object '%s' has no material; it gets a default material.\n"},
+    {29, "Face normals come without corner normals; the corners take their face's normal.\n"},
+    {30, "%s '%s' is read as a transform node.\n"},
+    {31, "Group '%s' is read as a transform node.\n"},
+    {32, "The target '%s' of '%s' is not kept.\n"},
+    {33, "Parent '%s' of object '%s' comes later in the file; the object is linked to it at the end.\n"},
+    {34, "Sampled track '%s' of '%s' becomes %u keys.\n"},
+    {35, "The scale of '%s' changes over time; the keys keep the scale of its transform.\n"},
+    {36, "The scene gives no '%s'; %d is taken.\n"},
+    {37, "The version number is missing.\n"},
+    {38, "Faces come without edge flags; they are taken as 0.\n"},
     {4096, "Could not open file '%s'.\n"},
     {4097, "%s(%d) error: "},
     {4098, "Could not read next char.\n"},
