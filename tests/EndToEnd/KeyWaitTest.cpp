@@ -61,4 +61,28 @@ TEST(KeyWait, WaitsOnATerminalUntilOneKeyIsPending)
     ::close(terminal);
 }
 
+// -batch: a failed file on a terminal does not hold the run, and the exit code tells of it.
+TEST(KeyWait, BatchNeverWaits)
+{
+    testfiles::ScratchDirectory directory;
+    directory.Write("good.ase", "*HELPEROBJECT {\n*HELPER_CLASS \"Dummy\"\n}\n");
+    int terminal = -1;
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child < 0)
+        GTEST_SKIP() << "no pseudo-terminal available here";
+    if (child == 0) {
+        if (::chdir(directory.Path().c_str()) != 0)
+            ::_exit(127);
+        ::execl(MAKEVERN3D_EXE, MAKEVERN3D_EXE, "-batch", "first.ase", "good.ase", static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    std::string seen;
+    EXPECT_TRUE(ReadUntil(terminal, seen, "File successful compiled.", 10000)) << seen;
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 2);
+    ::close(terminal);
+}
+
 }  // namespace

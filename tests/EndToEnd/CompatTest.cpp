@@ -1,0 +1,296 @@
+// The switches of ours: -compat for what other exporters write, -batch for build pipelines, -uri
+// for absolute paths. Without them the classic rules hold (the rest of the suite shows that).
+#include "AseParser.h"
+#include "BaseNode.h"
+#include "CommandLine.h"
+#include "TestFiles.h"
+#include "Vern3DDecoder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <map>
+#include <sstream>
+
+namespace {
+
+using testfiles::ScratchDirectory;
+
+const std::string kCorpus = MAKEVERN3D_SHARED_CORPUS;
+const std::string kCompiled = "File successful compiled.\n";
+
+std::vector<std::string> CorpusFiles()
+{
+    std::vector<std::string> files;
+    for (const char* folder : {"", "/odd"}) {
+        for (const auto& entry : std::filesystem::directory_iterator(kCorpus + folder)) {
+            const std::string extension = entry.path().extension().string();
+            if (extension == ".ase" || extension == ".ASE")
+                files.push_back(entry.path().string());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+TEST(Compat, EveryCorpusFileConvertsAndDecodes)
+{
+    ScratchDirectory directory;
+    const std::vector<std::string> files = CorpusFiles();
+    ASSERT_GE(files.size(), 30u);
+    for (const std::string& file : files) {
+        const std::string output = directory.File(std::filesystem::path(file).stem().string() + ".vern3D");
+        const auto run = testfiles::Run(directory.Path(), MAKEVERN3D_EXE, {"-compat", "-batch", "-uri", "file:" + file, "-o", "file:" + output});
+        EXPECT_EQ(run.exitCode, 0) << file << "\n" << run.output;
+        EXPECT_NE(run.output.find(kCompiled), std::string::npos) << run.output;
+        vern3d::Scene scene;
+        std::string error;
+        EXPECT_TRUE(vern3d::DecodeFile(output, &scene, &error)) << file << ": " << error;
+    }
+}
+
+// One line of each departure, with its file and line.
+TEST(Compat, EachDepartureIsSaidWhereItHappens)
+{
+    struct Case {
+        const char* file;
+        const char* warning;
+    };
+    const Case cases[] = {
+        {"CameraRollAnim.ase", "(147) warning: Object 'Box01' has no material; it gets a default material.\n"},
+        {"trenchbroom-wedge_45.ase", "(43) warning: Face normals come without corner normals; the corners take their face's normal.\n"},
+        {"xreal-dmc_vent1.ase", "(97) warning: Group 'Group01' is read as a transform node.\n"},
+        {"CameraRollAnimWithChildObject.ase", "(422) warning: Camera 'Camera01' is read as a transform node.\n"},
+        {"anim2.ASE", "(851) warning: Light 'FDirect01' is read as a transform node.\n"},
+        {"TargetCameraAnim.ase", "warning: The target 'Camera01.Target' of 'Camera01' is not kept.\n"},
+        {"RotatingCube.ASE", "warning: Sampled track '*CONTROL_ROT_TRACK' of 'Box01' becomes 181 keys.\n"},
+        {"anim2.ASE", "(527) warning: The scale of 'Box02' changes over time; the keys keep the scale of its transform.\n"},
+        {"InvalidUVIndex.ase", "(5) warning: The scene gives no 'SCENE_TICKSPERFRAME'; 160 is taken.\n"},
+        {"xreal-axtool_maya_test.ase", "(1) warning: The version number is missing.\n"},
+        {"xreal-axtool_maya_test.ase", "(39) warning: Faces come without edge flags; they are taken as 0.\n"},
+    };
+    ScratchDirectory directory;
+    for (const Case& c : cases) {
+        const auto run = testfiles::Run(directory.Path(), MAKEVERN3D_EXE, {"-compat", "-uri", "file:" + kCorpus + "/" + c.file, "-o", "out"});
+        EXPECT_NE(run.output.find(c.warning), std::string::npos) << c.file << "\n" << run.output;
+    }
+}
+
+// A parent that comes after its child is linked at the end of the file; one that never comes is
+// the classic error, at the line of the record. Without -compat both are the classic error.
+TEST(Compat, LaterParentsAreLinkedWhenTheFileEnds)
+{
+    const std::string later = "*HELPEROBJECT {\n*NODE_NAME \"child\"\n*NODE_PARENT \"late\"\n*HELPER_CLASS \"Dummy\"\n}\n"
+                              "*HELPEROBJECT {\n*NODE_NAME \"late\"\n*NODE_PARENT \"later\"\n*HELPER_CLASS \"Dummy\"\n}\n"
+                              "*HELPEROBJECT {\n*NODE_NAME \"later\"\n*HELPER_CLASS \"Dummy\"\n}\n";
+    const std::string never = "*HELPEROBJECT {\n*NODE_NAME \"child\"\n*NODE_PARENT \"nobody\"\n}\n*HELPEROBJECT {\n*NODE_NAME \"x\"\n}\n";
+    struct Case {
+        const std::string* text;
+        bool compat;
+        std::string error;  // empty: converted
+    };
+    const Case cases[] = {
+        {&later, true, ""},
+        {&later, false, "(3) error: Can not found parent object 'late' of object 'child'.\n"},
+        {&never, true, "(3) error: Can not found parent object 'nobody' of object 'child'.\n"},
+    };
+    ScratchDirectory directory;
+    const std::string source = directory.Write("scene.ase", "");
+    for (const Case& c : cases) {
+        directory.Write("scene.ase", *c.text);
+        AseParser reader;
+        reader.settings.compat = c.compat;
+        reader.ParseFile(source, directory.File("scene.vern3D"));
+        EXPECT_EQ(reader.HasError() ? reader.ErrorText().substr(source.size()) : "", c.error);
+        if (!c.error.empty())
+            continue;
+        BaseNode* child = reader.Root()->FindNode("child");
+        ASSERT_NE(child, nullptr);
+        ASSERT_NE(child->Parent(), nullptr);
+        EXPECT_EQ(child->Parent()->name, "late");
+        EXPECT_EQ(child->Parent()->Parent()->name, "later");
+    }
+}
+
+// ---- Sampled tracks: the keys made from them give the samples back at the sample times
+
+struct Samples {
+    std::vector<std::pair<uint32_t, std::array<double, 3>>> positions;
+    std::vector<std::pair<uint32_t, std::array<double, 4>>> rotations;  // axis, angle
+    int blocks = 0;
+};
+
+// Samples per animated name, read from the text by lines, with times in milliseconds.
+std::map<std::string, Samples> ReadSamples(const std::string& text)
+{
+    std::map<std::string, Samples> samples;
+    std::istringstream lines(text);
+    std::string line;
+    std::string name;
+    bool nameFollows = false;
+    while (std::getline(lines, line)) {
+        std::istringstream words(line);
+        std::string keyword;
+        words >> keyword;
+        if (keyword == "*TM_ANIMATION") {
+            nameFollows = true;
+        } else if (keyword == "*NODE_NAME" && nameFollows) {
+            nameFollows = false;
+            const size_t open = line.find('"');
+            name = line.substr(open + 1, line.rfind('"') - open - 1);
+            ++samples[name].blocks;
+        } else if (keyword == "*CONTROL_POS_SAMPLE" || keyword == "*CONTROL_ROT_SAMPLE") {
+            uint32_t ticks = 0;
+            words >> ticks;
+            const uint32_t time = ticks * 1000u / (160u * 30u);
+            if (keyword == "*CONTROL_POS_SAMPLE") {
+                std::array<double, 3> p{};
+                words >> p[0] >> p[1] >> p[2];
+                samples[name].positions.push_back({time, p});
+            } else {
+                std::array<double, 4> r{};
+                words >> r[0] >> r[1] >> r[2] >> r[3];
+                samples[name].rotations.push_back({time, r});
+            }
+        }
+    }
+    return samples;
+}
+
+using Basis = std::array<std::array<double, 3>, 3>;
+
+// The rows of the orientation that turns by `angle` about `axis` (Rodrigues' formula). The
+// files' *TM_ROTAXIS and *TM_ROTANGLE give their *TM_ROW0..2 this way.
+Basis Turn(const std::array<double, 4>& r)
+{
+    const double length = std::sqrt(r[0] * r[0] + r[1] * r[1] + r[2] * r[2]);
+    const double u[3] = {r[0] / length, r[1] / length, r[2] / length};
+    const double c = std::cos(r[3]), s = std::sin(r[3]);
+    const double k[3][3] = {{0, -u[2], u[1]}, {u[2], 0, -u[0]}, {-u[1], u[0], 0}};
+    Basis m{};
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j)
+            m[i][j] = (i == j ? c : 0.0) + s * k[i][j] + (1 - c) * u[i] * u[j];
+    return m;
+}
+
+Basis Product(const Basis& a, const Basis& b)
+{
+    Basis m{};
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j)
+            for (int k = 0; k < 3; ++k)
+                m[i][j] += a[i][k] * b[k][j];
+    return m;
+}
+
+TEST(Compat, SampledTracksGiveTheirSamplesBack)
+{
+    const char* const files[] = {"RotatingCube.ASE", "anim.ASE", "anim2.ASE", "MotionCaptureROM.ase", "CameraRollAnim.ase",
+                                 "CameraRollAnimWithChildObject.ase", "TargetCameraAnim.ase"};
+    ScratchDirectory directory;
+    for (const char* file : files) {
+        const std::string source = kCorpus + "/" + file;
+        AseParser reader;
+        reader.settings.compat = true;
+        reader.ParseFile(source, directory.File("out.vern3D"));
+        ASSERT_FALSE(reader.HasError()) << reader.ErrorText();
+        size_t checked = 0;
+        for (const auto& [name, samples] : ReadSamples(testfiles::ReadText(source))) {
+            auto* node = dynamic_cast<TransformNode*>(reader.Root()->FindNode(name));
+            if (samples.blocks != 1 || !node)
+                continue;  // a camera's target, which is not kept, or a name used twice
+            TransformTrack& track = node->track;
+            if (samples.positions.size() >= 2) {
+                for (const auto& [time, p] : samples.positions) {
+                    track.Evaluate(time);
+                    for (int i = 0; i < 3; ++i)
+                        EXPECT_NEAR(track.matrix(3, i), p[i], 1e-4) << file << " " << name << " at " << time;
+                }
+                checked += samples.positions.size();
+            }
+            if (samples.rotations.size() < 2)
+                continue;
+            // The first sample is the node's orientation at time 0 (as its transform, to the
+            // file's four decimals); each later one turns from the one before, about an axis of
+            // the parent's space, so it applies after the orientation so far.
+            Basis orientation{};
+            for (int i = 0; i < 3; ++i) {
+                double length = 0;
+                for (int j = 0; j < 3; ++j)
+                    length += track.rotationKeys[0].matrix(i, j) * track.rotationKeys[0].matrix(i, j);
+                for (int j = 0; j < 3; ++j)
+                    orientation[i][j] = track.rotationKeys[0].matrix(i, j);
+                for (int j = 0; j < 3; ++j)
+                    EXPECT_NEAR(orientation[i][j] / std::sqrt(length), Turn(samples.rotations[0].second)[i][j], 2e-3)
+                        << file << " " << name;
+            }
+            for (size_t k = 0; k < samples.rotations.size(); ++k) {
+                const auto& [time, r] = samples.rotations[k];
+                if (k > 0)
+                    orientation = Product(orientation, Turn(r));
+                track.Evaluate(time);
+                for (int i = 0; i < 3; ++i)
+                    for (int j = 0; j < 3; ++j)
+                        EXPECT_NEAR(track.matrix(i, j), orientation[i][j], 1e-4) << file << " " << name << " at " << time;
+            }
+            checked += samples.rotations.size();
+        }
+        EXPECT_GT(checked, 40u) << file;
+    }
+}
+
+// ---- -batch and -uri
+
+TEST(Batch, ExitCodeTellsWhetherAnInputFailed)
+{
+    struct Case {
+        std::vector<std::string> arguments;
+        int exitCode;
+    };
+    const Case cases[] = {
+        {{"-batch", "missing.ase", "good.ase"}, 2},
+        {{"good.ase", "-batch", "good.ase"}, 0},
+        {{"missing.ase", "good.ase"}, 0},  // without -batch, as always
+    };
+    ScratchDirectory directory;
+    directory.Write("good.ase", "*HELPEROBJECT {\n*HELPER_CLASS \"Dummy\"\n}\n");
+    for (const Case& c : cases) {
+        const auto run = testfiles::Run(directory.Path(), MAKEVERN3D_EXE, c.arguments);
+        EXPECT_EQ(run.exitCode, c.exitCode) << run.output;
+        EXPECT_NE(run.output.find(kCompiled), std::string::npos);
+    }
+}
+
+TEST(Uri, FileNamesGiveAbsolutePaths)
+{
+    struct Case {
+        std::string name;
+        bool uri;
+        std::string path;
+    };
+    const Case cases[] = {
+        {"file:/a/b.ase", true, "/a/b.ase"}, {"file:///a/b c.ase", true, "/a/b c.ase"}, {"file:b.ase", true, "b.ase"},
+        {"file:/a/b.ase", false, "file:/a/b.ase"}, {"b.ase", true, "b.ase"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(PathFromName(c.name, c.uri), c.path) << c.name;
+
+    // From another directory: an absolute input, -o and -ma.
+    ScratchDirectory elsewhere, files;
+    const std::string input = files.Write("in scene.ase", "*HELPEROBJECT {\n*HELPER_CLASS \"Dummy\"\n}\n");
+    const std::string ops = files.Write("ops.txt", "");
+    const auto run = testfiles::Run(elsewhere.Path(), MAKEVERN3D_EXE,
+                         {"-uri", "file://" + input, "-o", "file:" + files.File("out.bin"), "-ma", "file:" + ops});
+    EXPECT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_NE(run.output.find(kCompiled), std::string::npos) << run.output;
+    EXPECT_TRUE(testfiles::Exists(files.File("out.vern3D")));
+    // Without -uri the name is the relative path it always was.
+    const auto plain = testfiles::Run(elsewhere.Path(), MAKEVERN3D_EXE, {"file:" + input});
+    EXPECT_NE(plain.output.find("Could not open file 'file:" + input + "'"), std::string::npos) << plain.output;
+}
+
+}  // namespace
