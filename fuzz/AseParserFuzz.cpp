@@ -25,10 +25,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::FILE* quiet = std::freopen("/dev/null", "w", stdout);
     (void)quiet;
     AseParser reader;
-    // The input's length picks the frame components and the analysed frame, so that every kind of
-    // frame stream is reached.
+    // The input's length picks the frame components, the analysed frame and -compat, so that every
+    // kind of frame stream and the readers of other exporters' files are reached.
     reader.settings.meshAnimFlags = static_cast<uint32_t>(size % 32);
     reader.settings.analyse = static_cast<int32_t>(size / 32 % 3);
+    reader.settings.compat = size / 96 % 2 == 1;
     reader.ParseFile(input, output);
     return 0;
 }
