@@ -166,9 +166,12 @@ AseParser::Block AseParser::ReadBlock(std::string& symbol, Keywords&& keywords)
     }
     if (!EnterBlock())
         return Block::Ended;
+    // Taken once per block: every symbol of the block is compared with them.
+    const std::string_view begin = BlockBegin();
+    const std::string_view end = BlockEnd();
     bool more = NextSymbol(symbol);
     while (more && !errorFlag) {
-        if (symbol == BlockBegin()) {
+        if (symbol == begin) {
             SkipBlock(symbol);
         } else {
             const Keyword result = keywords(symbol);
@@ -177,7 +180,7 @@ AseParser::Block AseParser::ReadBlock(std::string& symbol, Keywords&& keywords)
                 return Block::ReturnedEarly;
             }
             if (result == Keyword::NotMine) {
-                if (symbol == BlockEnd())
+                if (symbol == end)
                     break;
                 HandleSymbol(symbol);
             }
