@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <new>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <algorithm>
@@ -29,6 +30,8 @@ constexpr uint32_t kSymbolTooLong = 4106;
 
 // The largest text a 32-bit size can describe with its terminating zero.
 constexpr uint64_t kMaxFileSize = 0xFFFFFFFEull;
+// Files from this size on are mapped.
+constexpr uint64_t kMapThreshold = 1u << 20;
 
 // Formats a message; the text grows as needed rather than being cut.
 std::string FormatMessage(const char* format, va_list args)
@@ -65,7 +68,8 @@ std::string FormatMessageId(uint32_t id, ...)
 // Text with a byte-order mark is taken as what the mark says: UTF-16 (either byte order) becomes
 // UTF-8 and a UTF-8 mark is dropped, so that such files read like the 8-bit text they hold.
 // Answers the new length; `buffer` has room for one byte more (the terminating zero).
-uint64_t NormalizeEncoding(std::unique_ptr<char[]>& buffer, uint64_t length)
+template <typename Buffer>
+uint64_t NormalizeEncoding(Buffer& buffer, uint64_t length)
 {
     const auto* bytes = reinterpret_cast<const unsigned char*>(buffer.get());
     if (length >= 3 && bytes[0] == 0xEF && bytes[1] == 0xBB && bytes[2] == 0xBF) {
@@ -111,7 +115,7 @@ uint64_t NormalizeEncoding(std::unique_ptr<char[]>& buffer, uint64_t length)
             put(0x80 | (code & 0x3F));
         }
     }
-    buffer = std::move(converted);
+    buffer = Buffer(converted.release());
     return out;
 }
 
@@ -148,6 +152,50 @@ void BaseParser::BuildCharClasses()
     }
 }
 
+void TextRelease::operator()(char* data) const
+{
+    if (mappedBytes)
+        ::munmap(data, mappedBytes);
+    else
+        delete[] data;
+}
+
+bool BaseParser::MapWholeFile(int handle, uint64_t size)
+{
+    // A private, writable view of the file followed by at least one zero byte: an anonymous
+    // reservation one byte longer than the file, with the file mapped over its start. The rest of
+    // the file's last page reads as zero, and so does the reservation beyond it.
+    const long page = ::sysconf(_SC_PAGESIZE);
+    if (page <= 0)
+        return false;
+    const uint64_t length = (size + 1 + static_cast<uint64_t>(page) - 1) / static_cast<uint64_t>(page) *
+                            static_cast<uint64_t>(page);
+    void* reserved = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (reserved == MAP_FAILED)
+        return false;
+    void* mapped = ::mmap(reserved, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED, handle, 0);
+    if (mapped == MAP_FAILED) {
+        ::munmap(reserved, length);
+        return false;
+    }
+    // Read in order from start to end: let the kernel read ahead. Pages that are only read stay
+    // shared with the page cache; only written ones (the final zero, a dropped byte-order mark)
+    // are copied.
+    ::madvise(mapped, size, MADV_SEQUENTIAL);
+    ::madvise(mapped, size, MADV_WILLNEED);
+    TakeText(TextBuffer(static_cast<char*>(reserved), TextRelease{length}), size);
+    return true;
+}
+
+void BaseParser::TakeText(TextBuffer buffer, uint64_t length)
+{
+    length = NormalizeEncoding(buffer, length);
+    buffer[length] = '\0';
+    text = std::move(buffer);
+    textSize = static_cast<uint32_t>(length + 1);
+    cursor = 0;
+}
+
 HRESULT BaseParser::ReadWholeFile(int handle)
 {
     struct stat info {};
@@ -155,6 +203,11 @@ HRESULT BaseParser::ReadWholeFile(int handle)
         return HResultFromWin32(platform::SetLastErrorFromErrno());
     if (S_ISDIR(info.st_mode))
         return HResultFromWin32(platform::ERROR_ACCESS_DENIED_CODE);
+    // Large files are mapped rather than copied (the copy costs more than the scan of the text).
+    // Smaller ones, pipes and anything that cannot be mapped are read.
+    if (S_ISREG(info.st_mode) && static_cast<uint64_t>(info.st_size) >= kMapThreshold &&
+        static_cast<uint64_t>(info.st_size) <= kMaxFileSize && MapWholeFile(handle, static_cast<uint64_t>(info.st_size)))
+        return S_OK;
 
     // Sized from the file's length and read to its end, so that a file that grows or shrinks
     // meanwhile (or a pipe) is taken as it is; the count actually read is what counts.
@@ -193,11 +246,7 @@ HRESULT BaseParser::ReadWholeFile(int handle)
         }
         used += static_cast<uint64_t>(count);
     }
-    used = NormalizeEncoding(buffer, used);
-    buffer[used] = '\0';
-    text = std::move(buffer);
-    textSize = static_cast<uint32_t>(used + 1);
-    cursor = 0;
+    TakeText(TextBuffer(buffer.release()), used);
     return S_OK;
 }
 

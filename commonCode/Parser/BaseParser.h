@@ -11,6 +11,14 @@
 #include <string>
 #include <string_view>
 
+// Releases a loaded text: a mapping of the file (mappedBytes > 0) or an allocated copy.
+struct TextRelease {
+    TextRelease() noexcept : mappedBytes(0) {}
+    explicit TextRelease(size_t bytes) noexcept : mappedBytes(bytes) {}
+    void operator()(char* data) const;
+    size_t mappedBytes;
+};
+
 class BaseParser {
 public:
     // The text of the end-of-data symbol.
@@ -66,7 +74,8 @@ protected:
     std::string sourceName;
     int32_t line = 1;
     int32_t column = 1;
-    std::unique_ptr<char[]> text;  // the whole source followed by one zero byte
+    using TextBuffer = std::unique_ptr<char[], TextRelease>;
+    TextBuffer text;  // the whole source followed by one zero byte
     uint32_t textSize = 0;         // file size + 1
     uint32_t cursor = 0;           // index of the next character in text
     std::string outputName;
@@ -79,6 +88,9 @@ private:
 
     // Reads the whole file; on failure returns the status, after reporting when that helps the user.
     HRESULT ReadWholeFile(int handle);
+    // Maps a large regular file instead of copying it; false when that is not possible.
+    bool MapWholeFile(int handle, uint64_t size);
+    void TakeText(TextBuffer buffer, uint64_t length);
     void BuildCharClasses();
     bool EndOfText();  // reports "Could not read next char." and answers true at the end
     bool SymbolTooLong(size_t length);

@@ -227,4 +227,20 @@ TEST(SymbolScanner, ByteOrderMarksAreHonoured)
               (std::vector<std::string>{"\xC3\xA9", "\xEF\xBF\xBD", kEnd}));
 }
 
+TEST(SymbolScanner, LargeFilesReadAlike)
+{
+    // From 1 MiB on, files are mapped rather than copied. This one is exactly 2 MiB (a whole
+    // number of pages), so the zero that ends the text lies beyond the file's last page.
+    const std::string head = "*KEY \"a b\" {\nx }\n";
+    std::string text = head + std::string((2u << 20) - head.size() - 3, ' ') + "\nz\n";
+    ASSERT_EQ(text.size(), 2u << 20);
+    const std::vector<std::string> symbols{"*KEY", "a b", "{", "x", "}", "z", kEnd};
+    const Scan mapped = ScanText(text);
+    EXPECT_EQ(mapped.symbols, symbols) << mapped.errorText;
+    EXPECT_EQ(mapped.lines, (std::vector<int>{1, 1, 1, 2, 2, 4, 5}));
+    // The byte-order marks rewrite the mapped text (or replace it) as they do a copied one.
+    EXPECT_EQ(ScanText("\xEF\xBB\xBF" + text).symbols, symbols);
+    EXPECT_EQ(ScanText(Utf16(text, true)).symbols, symbols);
+}
+
 }  // namespace
