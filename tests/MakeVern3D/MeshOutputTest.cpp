@@ -3,6 +3,7 @@
 // point).
 #include "AseTestParse.h"
 #include "LittleEndian.h"
+#include "TraceCapture.h"
 #include "Vern3DDecoder.h"
 #include "VertexNormals.h"
 
@@ -11,6 +12,9 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <csignal>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace {
 
@@ -245,6 +249,43 @@ TEST(MeshOutput, MaterialErrorsAndTheVertexFile)
     EXPECT_EQ(mesh.header.vertexCount, 1u);
     EXPECT_EQ(mesh.frames.at(0).vertices.at(0).position, (V{1, 2, 3}));
     EXPECT_FALSE(loaded.reader->settings.overtex);  // cleared for the rest of the run
+}
+
+TEST(MeshOutput, AFailedWriteInTheMeshChunkIsReported)
+{
+    // A mesh large enough that the buffered data first goes to the disk inside its mesh chunk, and
+    // a file size limit that lets the header through but not that data.
+    std::vector<V> vertices;
+    std::vector<Face> faces;
+    const int side = 60;
+    for (int i = 0; i < side * side; ++i)
+        vertices.push_back({static_cast<float>(i % side), static_cast<float>(i / side), 0});
+    for (int y = 0; y + 1 < side; ++y)
+        for (int x = 0; x + 1 < side; ++x)
+            faces.push_back({y * side + x, y * side + x + 1, (y + 1) * side + x});
+    testfiles::ScratchDirectory directory;
+    const std::string source = directory.Write("big.ase", Materials({}) + Object(MeshBlock(vertices, faces)));
+    const std::string output = directory.File("big.vern3D");
+    rlimit previous{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &previous), 0);
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limited = previous;
+    limited.rlim_cur = 4096;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
+    TraceCapture trace;
+    AseParser reader;
+    testing::internal::CaptureStdout();
+    reader.ParseFile(source, output);
+    testing::internal::GetCapturedStdout();
+    ::setrlimit(RLIMIT_FSIZE, &previous);
+    std::signal(SIGXFSZ, previousHandler);
+    EXPECT_EQ(reader.ErrorText(), source + "(" + std::to_string(reader.Line()) +
+                                      ") error: Error occured while writing file '" + output + "'.\n");
+    const std::string text = trace.Text();
+    const size_t mesh = text.find("Tools/MakeVern3D/BaseNode(1348) : Error: ASSERT_HRESULT(0x");
+    ASSERT_NE(mesh, std::string::npos) << text;
+    // Then the root's level passes the failure on.
+    EXPECT_NE(text.find("Tools/MakeVern3D/BaseNode(521)", mesh), std::string::npos) << text;
 }
 
 TEST(VertexNormals, SmoothingGroupsAndTheLookup)
