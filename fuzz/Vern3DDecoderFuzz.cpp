@@ -1,7 +1,7 @@
 // Any bytes as a vern3D file: decoding ends in a scene or a reason; a scene that decodes is also
 // summarised, printed and exported in memory, as vern3d would.
 #include "GltfExport.h"
-#include "Inspect.h"
+#include "Listing.h"
 #include "Vern3DDecoder.h"
 
 #include <tiny_gltf.h>

@@ -1,7 +1,7 @@
 #include "Commands.h"
 
 #include "GltfExport.h"
-#include "Inspect.h"
+#include "Listing.h"
 #include "Vern3DDecoder.h"
 
 #include <charconv>

@@ -9,6 +9,7 @@
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -32,20 +33,38 @@ bool ReadUntil(int terminal, std::string& seen, const std::string& wanted, int m
     return true;
 }
 
-TEST(KeyWait, WaitsOnATerminalUntilOneKeyIsPending)
+// The converter on a pseudo-terminal in a directory holding one good scene; -1 where no
+// pseudo-terminal can be had.
+pid_t StartOnTerminal(const testfiles::ScratchDirectory& directory, std::vector<const char*> arguments, int* terminal)
 {
-    testfiles::ScratchDirectory directory;
     directory.Write("good.ase", "*HELPEROBJECT {\n*HELPER_CLASS \"Dummy\"\n}\n");
-    int terminal = -1;
-    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child < 0)
-        GTEST_SKIP() << "no pseudo-terminal available here";
+    arguments.insert(arguments.begin(), MAKEVERN3D_EXE);
+    arguments.push_back(nullptr);
+    const pid_t child = ::forkpty(terminal, nullptr, nullptr, nullptr);
     if (child == 0) {
         if (::chdir(directory.Path().c_str()) != 0)
             ::_exit(127);
-        ::execl(MAKEVERN3D_EXE, MAKEVERN3D_EXE, "first.ase", "second.ase", "good.ase", static_cast<char*>(nullptr));
+        ::execv(MAKEVERN3D_EXE, const_cast<char* const*>(arguments.data()));
         ::_exit(127);
     }
+    return child;
+}
+
+int ExitCode(pid_t child, int terminal)
+{
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(terminal);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(KeyWait, WaitsOnATerminalUntilOneKeyIsPending)
+{
+    testfiles::ScratchDirectory directory;
+    int terminal = -1;
+    const pid_t child = StartOnTerminal(directory, {"first.ase", "second.ase", "good.ase"}, &terminal);
+    if (child < 0)
+        GTEST_SKIP() << "no pseudo-terminal available here";
     std::string seen;
     ASSERT_TRUE(ReadUntil(terminal, seen, "Could not open file 'first.ase'", 10000)) << seen;
     // Held: the second file is not started while no key is pending.
@@ -54,35 +73,20 @@ TEST(KeyWait, WaitsOnATerminalUntilOneKeyIsPending)
     // One key ends this wait and the next one; the good file is converted after them.
     EXPECT_TRUE(ReadUntil(terminal, seen, "File successful compiled.", 10000)) << seen;
     EXPECT_NE(seen.find("Could not open file 'second.ase'"), std::string::npos);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
-    ::close(terminal);
+    EXPECT_EQ(ExitCode(child, terminal), 0);
 }
 
 // -batch: a failed file on a terminal does not hold the run, and the exit code tells of it.
 TEST(KeyWait, BatchNeverWaits)
 {
     testfiles::ScratchDirectory directory;
-    directory.Write("good.ase", "*HELPEROBJECT {\n*HELPER_CLASS \"Dummy\"\n}\n");
     int terminal = -1;
-    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    const pid_t child = StartOnTerminal(directory, {"-batch", "first.ase", "good.ase"}, &terminal);
     if (child < 0)
         GTEST_SKIP() << "no pseudo-terminal available here";
-    if (child == 0) {
-        if (::chdir(directory.Path().c_str()) != 0)
-            ::_exit(127);
-        ::execl(MAKEVERN3D_EXE, MAKEVERN3D_EXE, "-batch", "first.ase", "good.ase", static_cast<char*>(nullptr));
-        ::_exit(127);
-    }
     std::string seen;
     EXPECT_TRUE(ReadUntil(terminal, seen, "File successful compiled.", 10000)) << seen;
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 2);
-    ::close(terminal);
+    EXPECT_EQ(ExitCode(child, terminal), 2);
 }
 
 }  // namespace

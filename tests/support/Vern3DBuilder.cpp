@@ -115,7 +115,7 @@ NodeInfoRecord InfoFor(const std::array<float, 16>& matrix)
     return info;
 }
 
-Bytes BuildFile(const NodeSpec& root, const std::vector<std::vector<TextureEntryRecord>>& textureSets)
+Bytes BuildFile(const NodeShape& root, const std::vector<std::vector<TextureEntryRecord>>& textureSets)
 {
     testfiles::ScratchDirectory directory;
     const std::string path = directory.File("built.vern3D");
@@ -126,26 +126,26 @@ Bytes BuildFile(const NodeSpec& root, const std::vector<std::vector<TextureEntry
         ok = ok && Succeeded(writer.WriteData(bytes.data(), static_cast<uint32_t>(bytes.size()), chunk));
     };
     // Shallow trees only: the tests build a few levels.
-    std::function<void(const NodeSpec&, VernChunk*)> writeNode = [&](const NodeSpec& spec, VernChunk* parent) {
+    std::function<void(const NodeShape&, VernChunk*)> writeNode = [&](const NodeShape& shape, VernChunk* parent) {
         VernChunk* chunk = nullptr;
         ok = ok && Succeeded(writer.CreateChunk(&chunk, kChunkNode, parent));
         if (!ok)
             return;
-        for (const NodeSpec& child : spec.children)
+        for (const NodeShape& child : shape.children)
             writeNode(child, chunk);
         Bytes record;
         AppendU32(record, 104);
-        AppendU32(record, spec.info.flags);
-        AppendFloats(record, spec.info.matrix);
-        AppendFloats(record, spec.info.bounds);
-        AppendFloats(record, spec.info.parentBounds);
+        AppendU32(record, shape.info.flags);
+        AppendFloats(record, shape.info.matrix);
+        AppendFloats(record, shape.info.bounds);
+        AppendFloats(record, shape.info.parentBounds);
         write(chunk, record);
         OutputStream* stream = nullptr;
         ok = ok && Succeeded(writer.BeginDirectWrite(&stream, chunk)) &&
-             Succeeded(VernWriter::WriteCountedString(spec.name, stream)) &&
+             Succeeded(VernWriter::WriteCountedString(shape.name, stream)) &&
              Succeeded(writer.EndDirectWrite(stream, chunk));
-        for (auto [id, bytes] : {std::pair{kChunkNodeAnimation, spec.animation ? EncodeAnimation(*spec.animation) : Bytes()},
-                                 std::pair{kChunkMesh, spec.mesh ? EncodeMesh(*spec.mesh) : Bytes()}}) {
+        for (auto [id, bytes] : {std::pair{kChunkNodeAnimation, shape.animation ? EncodeAnimation(*shape.animation) : Bytes()},
+                                 std::pair{kChunkMesh, shape.mesh ? EncodeMesh(*shape.mesh) : Bytes()}}) {
             if (bytes.empty())
                 continue;
             VernChunk* sub = nullptr;

@@ -23,17 +23,17 @@ Bytes EncodeMesh(const vern3d::MeshData& mesh);
 // The ChunkNodeAnimation payload.
 Bytes EncodeAnimation(const vern3d::Animation& animation);
 
-struct NodeSpec {
+struct NodeShape {
     std::string name;
     vern3d::NodeInfoRecord info;  // size 104 is filled in
     const vern3d::Animation* animation = nullptr;
     const vern3d::MeshData* mesh = nullptr;
-    std::vector<NodeSpec> children;
+    std::vector<NodeShape> children;
 };
 
 // A whole file in the converter's order: children's chunks first, then the node's record and
 // name, its keys, its mesh; the texture table last.
-Bytes BuildFile(const NodeSpec& root, const std::vector<std::vector<vern3d::TextureEntryRecord>>& textureSets);
+Bytes BuildFile(const NodeShape& root, const std::vector<std::vector<vern3d::TextureEntryRecord>>& textureSets);
 
 // A transform node's record for `matrix`, without spheres.
 vern3d::NodeInfoRecord InfoFor(const std::array<float, 16>& matrix);

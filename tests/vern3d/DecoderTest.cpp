@@ -114,7 +114,7 @@ TEST(MeshDecoding, DamagedPayloadsFailAtTheRightByte)
 // A root with one mesh node "Box" under it and two texture sets.
 Bytes SampleFile(const MeshData& mesh, size_t sets = 2)
 {
-    NodeSpec root{"root", {}, nullptr, nullptr, {}};
+    NodeShape root{"root", {}, nullptr, nullptr, {}};
     root.info.flags = 1;
     root.children.push_back({"Box", InfoFor(kIdentity), nullptr, &mesh, {}});
     std::vector<std::vector<TextureEntryRecord>> textureSets = {{{0, "wood.tga"}}, {{1, "leaf.tga"}, {1, "leaf.tga"}}};
@@ -201,7 +201,7 @@ TEST(SceneDecoding, AnyTruncationOrByteFlipEndsInAResult)
     const MeshData sample = SampleMesh();
     Animation keys;
     keys.positionKeys = {{0, {0, 0, 0}, {}, {}}, {500, {1, 2, 3}, {}, {}}};
-    NodeSpec root{"root", {}, nullptr, nullptr, {}};
+    NodeShape root{"root", {}, nullptr, nullptr, {}};
     root.info.flags = 1;
     root.children.push_back({"Box", InfoFor(kIdentity), &keys, &sample, {}});
     const Bytes valid = BuildFile(root, {{{0, "a.tga"}}, {}});

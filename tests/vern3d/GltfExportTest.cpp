@@ -78,9 +78,9 @@ TEST(GltfExport, WorldPositionsEqualThoseOfTheFile)
     Animation keys;  // moving keys: the helper is written with translation, rotation and scale
     keys.positionKeys = {{0, {4, 5, 6}, {4, 5, 6}, {4, 5, 6}}, {1000, {7, 5, 6}, {7, 5, 6}, {7, 5, 6}}};
 
-    NodeSpec root{"root", {}, nullptr, nullptr, {}};
+    NodeShape root{"root", {}, nullptr, nullptr, {}};
     root.info.flags = 1;
-    NodeSpec helper{"helper", InfoFor(RowMatrix({2, 2, 2}, {0, 0, 1}, 0.5, {4, 5, 6})), &keys, nullptr, {}};
+    NodeShape helper{"helper", InfoFor(RowMatrix({2, 2, 2}, {0, 0, 1}, 0.5, {4, 5, 6})), &keys, nullptr, {}};
     helper.children.push_back({"box", InfoFor(RowMatrix({1, 3, 1}, {1, 0, 0}, -1.2, {0, 0, 10})), nullptr, &mesh, {}});
     root.children.push_back(helper);
     Scene scene;
@@ -134,7 +134,7 @@ TEST(GltfExport, ChannelsFollowTheConvertersKeyEvaluation)
     Animation keys;
     keys.positionKeys = {{0, {0, 0, 0}, {0, 0, 0}, {1, 0, 0}}, {990, {3, 0, 0}, {2, 0, 0}, {3, 0, 0}}};
     keys.rotationKeys = {{0, {0, 0, 1}, 0.7f, kIdentity}, {990, {0, 0, 1}, a, kIdentity}};
-    NodeSpec root{"root", {}, nullptr, nullptr, {}};
+    NodeShape root{"root", {}, nullptr, nullptr, {}};
     root.info.flags = 1;
     root.children.push_back({"spinner", InfoFor(kIdentity), &keys, nullptr, {}});
     Scene scene;
@@ -175,7 +175,7 @@ TEST(GltfExport, StoredFramesBecomeMorphTargetsWithOneHotWeights)
     later.time = 400, later.delta = 100;
     later.vertices[1].position = {1, 0, 2};
     mesh.frames = {frame, later};
-    NodeSpec root{"root", {}, nullptr, nullptr, {}};
+    NodeShape root{"root", {}, nullptr, nullptr, {}};
     root.info.flags = 1;
     root.children.push_back({"waver", InfoFor(kIdentity), nullptr, &mesh, {}});
     Scene scene;

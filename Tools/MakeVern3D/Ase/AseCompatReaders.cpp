@@ -125,22 +125,7 @@ void AseParser::ReadGroupAsNode(std::string& symbol)
     // keep their world transforms: the group's own stays the identity unless the block gives one.
     Warning(kMessageNodeFromGroup, node.name.c_str());
     LinkNode(root.get(), std::move(group));
-    NextSymbol(symbol);  // its "{", taken on trust as in the classic reading
-    if (!EnterBlock())
-        return;
-    bool more = NextSymbol(symbol);
-    while (more && !errorFlag) {
-        if (symbol == BlockBegin())
-            SkipBlock(symbol);
-        else if (symbol == BlockEnd())
-            break;
-        else if (symbol == "*NODE_TM")
-            ReadNodeTM(symbol, node);
-        else
-            HandleSymbol(symbol);
-        more = NextSymbol(symbol);
-    }
-    LeaveBlock();
+    ReadGroupContents(symbol, &node);
 }
 
 void AseParser::ReadPositionSamples(std::string& symbol, std::vector<PositionKey>& keys, const std::string& owner)

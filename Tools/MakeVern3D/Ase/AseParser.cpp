@@ -166,6 +166,11 @@ void AseParser::ReadScene(std::string& symbol)
 void AseParser::ReadGroup(std::string& symbol)
 {
     NextSymbol(symbol);  // the group's name
+    ReadGroupContents(symbol, nullptr);
+}
+
+void AseParser::ReadGroupContents(std::string& symbol, TransformNode* groupNode)
+{
     NextSymbol(symbol);  // its "{", taken on trust
     if (!EnterBlock())
         return;
@@ -175,6 +180,8 @@ void AseParser::ReadGroup(std::string& symbol)
             SkipBlock(symbol);
         else if (symbol == BlockEnd())
             break;
+        else if (groupNode && symbol == "*NODE_TM")
+            ReadNodeTM(symbol, *groupNode);
         else
             HandleSymbol(symbol);
         more = NextSymbol(symbol);

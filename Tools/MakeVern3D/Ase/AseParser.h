@@ -29,6 +29,9 @@ public:
     void ReadVersion(std::string& symbol);
     void ReadScene(std::string& symbol);
     void ReadGroup(std::string& symbol);
+    // The block of a group after its name: everything in it is read as if at the top level; a
+    // group read as a node (`groupNode`) also takes its own *NODE_TM.
+    void ReadGroupContents(std::string& symbol, TransformNode* groupNode);
     void ReadGeomObject(std::string& symbol);
     void ReadHelperObject(std::string& symbol);
     void ReadNodeTM(std::string& symbol, TransformNode& node);

@@ -1,4 +1,4 @@
-#include "Inspect.h"
+#include "Listing.h"
 
 #include "TextEncoding.h"
 
