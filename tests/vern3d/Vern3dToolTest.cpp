@@ -223,17 +223,25 @@ TEST_F(Vern3dTool, AssimpImportsTheSameCounts)
     }
 }
 
+// Loads an exported .glb without loading its images (they are only named).
+::testing::AssertionResult LoadGlb(const std::string& path, tinygltf::Model* model)
+{
+    tinygltf::TinyGLTF loader;
+    loader.SetImageLoader([](tinygltf::Image*, const int, std::string*, std::string*, int, int, const unsigned char*,
+                             int, void*) { return true; },
+                          nullptr);
+    std::string error, warning;
+    if (loader.LoadBinaryFromFile(model, &error, &warning, path))
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << path << ": " << error;
+}
+
 TEST_F(Vern3dTool, WorldPositionsFromGltfEqualThoseFromTheFile)
 {
     size_t compared = 0;
     for (const Output& output : *outputs) {
         tinygltf::Model model;
-        tinygltf::TinyGLTF loader;
-        loader.SetImageLoader([](tinygltf::Image*, const int, std::string*, std::string*, int, int, const unsigned char*,
-                                 int, void*) { return true; },
-                              nullptr);
-        std::string error, warning;
-        ASSERT_TRUE(loader.LoadBinaryFromFile(&model, &error, &warning, output.glb)) << output.glb << error;
+        ASSERT_TRUE(LoadGlb(output.glb, &model));
         const auto world = gltfworld::WorldMatrices(model);
         for (size_t n = 0; n < output.scene.nodes.size(); ++n) {
             const auto actual = gltfworld::GltfWorldPositions(model, world, n);
@@ -258,12 +266,7 @@ TEST_F(Vern3dTool, ExportedTrianglesFaceTheirNormals)
     size_t agreeing = 0, opposing = 0;
     for (const Output& output : *outputs) {
         tinygltf::Model model;
-        tinygltf::TinyGLTF loader;
-        loader.SetImageLoader([](tinygltf::Image*, const int, std::string*, std::string*, int, int, const unsigned char*,
-                                 int, void*) { return true; },
-                              nullptr);
-        std::string error, warning;
-        ASSERT_TRUE(loader.LoadBinaryFromFile(&model, &error, &warning, output.glb)) << output.glb << error;
+        ASSERT_TRUE(LoadGlb(output.glb, &model));
         for (const tinygltf::Mesh& mesh : model.meshes) {
             for (const tinygltf::Primitive& primitive : mesh.primitives) {
                 const auto p = gltfworld::ReadFloats(model, primitive.attributes.at("POSITION"));
