@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <string>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
@@ -36,6 +37,27 @@ void PrintFormattedMessage(uint32_t id, ...)
     va_end(args);
     if (length > 0)
         PrintText(std::string_view(buffer, std::min<size_t>(static_cast<size_t>(length), sizeof buffer - 1)));
+}
+
+void PrintErrorLine(uint32_t id, ...)
+{
+    ResString format;
+    format.Load(id);
+    va_list args;
+    va_start(args, id);
+    va_list copy;
+    va_copy(copy, args);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const int length = std::vsnprintf(nullptr, 0, format.c_str(), copy);
+    va_end(copy);
+    std::string text(static_cast<size_t>(std::max(length, 0)) + 1, '\0');
+    std::vsnprintf(text.data(), text.size(), format.c_str(), args);
+#pragma GCC diagnostic pop
+    va_end(args);
+    text.resize(static_cast<size_t>(std::max(length, 0)));
+    std::fflush(stdout);
+    std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 namespace {

@@ -17,6 +17,8 @@ int ConvertFiles(AseParser& reader, const std::vector<std::string>& inputFiles, 
         if (reader.HasError()) {
             PrintText(reader.ErrorText());
             anyFailed = true;
+            if (!reader.settings.compat && reader.ConvertsWithCompat(input))
+                PrintErrorLine(kMessageConvertsWithCompat, input.c_str());
             if (!reader.settings.batch)
                 WaitForKey();
         } else {

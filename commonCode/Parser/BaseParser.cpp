@@ -255,6 +255,9 @@ HRESULT BaseParser::Load(const std::string& newSourceName, const std::string& ne
     line = 1;
     column = 1;
     errorFlag = false;
+    openBlocks = 0;
+    outermostBlockLine = 0;
+    blocksClosedAtEnd = false;
     sourceName = newSourceName;
     BuildCharClasses();
 
@@ -352,7 +355,8 @@ bool BaseParser::ScanSymbol(std::string_view& symbol)
     cursor = static_cast<uint32_t>(p - data);
 
     if (first == '\0') {
-        symbol = kEndOfData;
+        // A zero byte inside the text ends the data there too, but reading goes on after it.
+        symbol = p - 1 == last ? EndSymbol() : kEndOfData;
         return true;
     }
 
@@ -407,6 +411,8 @@ bool BaseParser::ScanSymbol(std::string_view& symbol)
         }
         ++p;
     }
+    if (*p == '(' && joinNanPayloads && !zero)
+        p = NanPayloadEnd(start, p);
     column += static_cast<int32_t>(p - start) - 1;
     cursor = static_cast<uint32_t>(p - data);
     const size_t length = static_cast<size_t>(p - start);
@@ -414,6 +420,44 @@ bool BaseParser::ScanSymbol(std::string_view& symbol)
         return false;
     symbol = std::string_view(start, zero ? static_cast<size_t>(zero - start) : length);
     return true;
+}
+
+std::string_view BaseParser::EndSymbol()
+{
+    if (!closeBlocksAtEnd || openBlocks == 0)
+        return kEndOfData;
+    if (!blocksClosedAtEnd) {
+        blocksClosedAtEnd = true;
+        BlocksClosedAtEnd(outermostBlockLine);
+    }
+    // Every later read comes back to the final zero, until the readers have closed their blocks.
+    cursor = textSize - 1;
+    --column;
+    return BlockEnd();
+}
+
+const char* BaseParser::NanPayloadEnd(const char* start, const char* end) const
+{
+    if (end - start == 4 && (*start == '-' || *start == '+'))
+        ++start;
+    if (end - start != 3 || (start[0] | 0x20) != 'n' || (start[1] | 0x20) != 'a' || (start[2] | 0x20) != 'n')
+        return end;
+    const char* q = end + 1;  // past "("
+    while ((*q >= '0' && *q <= '9') || ((*q | 0x20) >= 'a' && (*q | 0x20) <= 'z') || *q == '_')
+        ++q;
+    return *q == ')' ? q + 1 : end;
+}
+
+void BaseParser::BlockOpened()
+{
+    if (openBlocks++ == 0)
+        outermostBlockLine = line;
+}
+
+void BaseParser::BlockClosed()
+{
+    if (openBlocks > 0)
+        --openBlocks;
 }
 
 bool BaseParser::NextSymbol(std::string& symbol)
@@ -452,6 +496,9 @@ void BaseParser::ParseSymbols()
             return;
         else
             HandleSymbol(symbol);
+        // At the top level every block reader has returned: none of its blocks is open, even
+        // when a reader left early without its "}".
+        openBlocks = 0;
         if (!NextSymbol(symbol))
             return;
     }
@@ -463,13 +510,19 @@ void BaseParser::SkipBlock(std::string& symbol)
     const std::string begin = BlockBegin();
     const std::string end = BlockEnd();
     uint64_t depth = 1;
+    BlockOpened();
     while (depth > 0) {
-        if (!NextSymbol(symbol) || errorFlag)
+        if (!NextSymbol(symbol) || errorFlag) {
+            openBlocks -= std::min(openBlocks, depth);
             return;
-        if (symbol == begin)
+        }
+        if (symbol == begin) {
             ++depth;
-        else if (symbol == end)
+            BlockOpened();
+        } else if (symbol == end) {
             --depth;
+            BlockClosed();
+        }
     }
 }
 
@@ -495,11 +548,14 @@ void BaseParser::Error(uint32_t id, ...)
     va_start(args, id);
     errorText += FormatMessage(format.c_str(), args);
     va_end(args);
-    TracePrintf("%s(%d) : %s", kSource, __LINE__, "Error: BaseParser: (%s)\n", errorText.c_str());
+    if (!quiet)
+        TracePrintf("%s(%d) : %s", kSource, __LINE__, "Error: BaseParser: (%s)\n", errorText.c_str());
 }
 
 void BaseParser::Warning(uint32_t id, ...)
 {
+    if (quiet)
+        return;
     std::string report = FormatMessageId(kWarningPrefix, sourceName.c_str(), static_cast<int>(line));
     ResString format;
     format.Load(id);

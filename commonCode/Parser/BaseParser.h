@@ -63,6 +63,10 @@ public:
     void Error(uint32_t id, ...);
     void Warning(uint32_t id, ...);
 
+    // Reports are printed and echoed unless the reader is quiet (a trial reading whose outcome
+    // alone counts); errors still set errorFlag and errorText.
+    void SetQuiet(bool value) { quiet = value; }
+
     bool HasError() const { return errorFlag; }
     const std::string& ErrorText() const { return errorText; }
     const std::string& SourceName() const { return sourceName; }
@@ -71,6 +75,22 @@ public:
     int32_t Column() const { return column; }
 
 protected:
+    // Blocks whose "{" has been read and whose "}" has not: SkipBlock keeps the count, and so do
+    // a derived reader's block loops, so that the end of the text knows what is still open.
+    void BlockOpened();
+    void BlockClosed();
+    // Called once per file when the end of the text closes open blocks (see closeBlocksAtEnd),
+    // with the line on which the outermost of them began.
+    virtual void BlocksClosedAtEnd(int32_t /*outermostLine*/) {}
+
+    // Leniencies for other writers' files, off by default:
+    // - closeBlocksAtEnd: the end of the text closes the blocks still open; each read there gives
+    //   BlockEnd() until none is open, then the end-of-data symbol;
+    // - joinNanPayloads: a word [sign]"nan" directly followed by "(" letters, digits or "_" ")" is
+    //   one word ("-nan(ind)", as C runtimes print it), not a word and three symbols.
+    bool closeBlocksAtEnd = false;
+    bool joinNanPayloads = false;
+
     std::string sourceName;
     int32_t line = 1;
     int32_t column = 1;
@@ -82,6 +102,10 @@ protected:
     bool errorFlag = false;
     std::string errorText;
     std::string_view lastSymbol;
+    uint64_t openBlocks = 0;
+    int32_t outermostBlockLine = 0;
+    bool blocksClosedAtEnd = false;  // said for this file
+    bool quiet = false;
 
 private:
     enum CharClass : uint8_t { kWordChar = 0, kWhitespace = 1, kSingleChar = 2, kZero = 3 };
@@ -95,6 +119,11 @@ private:
     bool EndOfText();  // reports "Could not read next char." and answers true at the end
     bool SymbolTooLong(size_t length);
     bool ScanSymbol(std::string_view& symbol);
+    // The symbol that the final zero byte gives: the end-of-data symbol, or BlockEnd() while
+    // closeBlocksAtEnd has blocks to close.
+    std::string_view EndSymbol();
+    // With joinNanPayloads: the end of the word [start, end) with a "(payload)" that follows it.
+    const char* NanPayloadEnd(const char* start, const char* end) const;
 
     CharClass charClass[256] = {};
 };

@@ -151,3 +151,26 @@ bool ScanFloat(std::string_view text, float* value) {
   }
   return false;
 }
+
+bool ScanFloatOrWindowsSpecial(std::string_view text, float* value) {
+  // Most texts are plain numbers: anything that is not "1.#" after a sign goes straight on.
+  const bool negative = !text.empty() && text.front() == '-';
+  const std::string_view rest = text.substr(negative || (!text.empty() && text.front() == '+') ? 1 : 0);
+  if (rest.size() < 4 || rest.compare(0, 3, "1.#") != 0) return ScanFloat(text, value);
+  struct Spelling {
+    std::string_view name;
+    bool infinite;
+  };
+  static constexpr Spelling kSpellings[] = {
+      {"QNAN", false}, {"SNAN", false}, {"IND", false}, {"INF", true}, {"QNB", false}, {"SNB", false},
+  };
+  const std::string_view special = rest.substr(3);
+  for (const Spelling& spelling : kSpellings) {
+    if (special.substr(0, spelling.name.size()) != spelling.name) continue;
+    if (special.find_first_not_of('0', spelling.name.size()) != std::string_view::npos) break;
+    const uint32_t signBit = negative ? 0x80000000u : 0u;
+    *value = std::bit_cast<float>((spelling.infinite ? 0x7f800000u : 0x7fc00000u) | signBit);
+    return true;
+  }
+  return ScanFloat(text, value);
+}

@@ -13,3 +13,11 @@
 
 bool ScanInt(std::string_view text, int32_t* value);
 bool ScanFloat(std::string_view text, float* value);
+
+// ScanFloat, and also the spellings of not-a-number and infinity that the Windows runtime prints
+// and "%f" reads only in part (it takes "1.#QNAN" as 1): a whole text of [sign] "1.#" followed by
+// QNAN, SNAN, IND or INF (or QNB and SNB, which "%.4f" prints for QNAN and SNAN), then nothing
+// but zeros, in the upper case the runtime prints. Those give infinity or a quiet NaN with the
+// text's sign; every other text gives exactly what ScanFloat gives. The C spellings ("nan",
+// "-nan(ind)", "inf", "infinity", any case) are ScanFloat's own.
+bool ScanFloatOrWindowsSpecial(std::string_view text, float* value);

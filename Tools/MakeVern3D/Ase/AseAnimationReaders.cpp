@@ -10,7 +10,6 @@ namespace {
 
 // Scans that fail leave the field as it was (zero): these readers do not report bad values.
 void ScanIntQuietly(const std::string& text, int32_t* value) { ScanInt(text, value); }
-void ScanFloatQuietly(const std::string& text, float* value) { ScanFloat(text, value); }
 
 // One third of the interval between two keys, in ticks, with the single-precision constants the
 // format has always used for 1/1000 and 1/3.
@@ -107,7 +106,8 @@ void AseParser::ReadKeyList(std::string& symbol, const char* keyName, int skippe
         key.time = TicksToMilliseconds(ticks);
         for (float* value : KeyValues(key)) {
             NextSymbol(keyword);
-            ScanFloatQuietly(keyword, value);
+            if (!ScanKeyValue(keyword, value))
+                return Keyword::ReturnNow;
         }
         SkipValues(keyword, skipped);
         keys.push_back(key);

@@ -35,6 +35,17 @@ bool AseParser::NextSymbolStartsWith(std::string_view prefix)
     return matches;
 }
 
+bool AseParser::ConvertsWithCompat(const std::string& sourceName) const
+{
+    AseParser trial;
+    trial.settings = settings;
+    trial.settings.compat = true;
+    trial.writeOutput = false;
+    trial.SetQuiet(true);
+    trial.ParseFile(sourceName, std::string());
+    return !trial.HasError();
+}
+
 void AseParser::TakeDefaultTiming()
 {
     if (frameSpeed == -1) {
@@ -58,7 +69,7 @@ void AseParser::ReadCameraOrLight(std::string& symbol, const char* kind)
     // A target camera or spot light carries its target's transform and keys in the same block,
     // after its own; the target is not a node of ours.
     auto dropTarget = [&](const std::string& targetName) {
-        if (!targetSaid)
+        if (!targetSaid && ShowRepeated(kMessageTargetDropped))
             Warning(kMessageTargetDropped, targetName.c_str(), node.name.c_str());
         targetSaid = true;
     };
@@ -110,7 +121,8 @@ void AseParser::ReadCameraOrLight(std::string& symbol, const char* kind)
     });
     if (result != Block::Ended)
         return;
-    Warning(kMessageNodeFromObject, kind, node.name.c_str());
+    if (ShowRepeated(kMessageNodeFromObject))
+        Warning(kMessageNodeFromObject, kind, node.name.c_str());
     if (!parentRecord)
         LinkNode(root.get(), std::move(holder));
 }
@@ -123,9 +135,20 @@ void AseParser::ReadGroupAsNode(std::string& symbol)
     node.name = symbol;
     // Linked before its contents are read, so that they can name it as their parent. Its objects
     // keep their world transforms: the group's own stays the identity unless the block gives one.
-    Warning(kMessageNodeFromGroup, node.name.c_str());
+    if (ShowRepeated(kMessageNodeFromGroup))
+        Warning(kMessageNodeFromGroup, node.name.c_str());
     LinkNode(root.get(), std::move(group));
     ReadGroupContents(symbol, &node);
+}
+
+void AseParser::SayTrackSampled(const std::string& track, const std::string& owner, size_t keyCount)
+{
+    if (!ShowRepeated(kMessageSampledTrack))
+        return;
+    if (keyCount == 1)
+        Warning(kMessageSampledTrackOneKey, track.c_str(), owner.c_str());
+    else
+        Warning(kMessageSampledTrack, track.c_str(), owner.c_str(), static_cast<unsigned>(keyCount));
 }
 
 void AseParser::ReadPositionSamples(std::string& symbol, std::vector<PositionKey>& keys, const std::string& owner)
@@ -140,7 +163,8 @@ void AseParser::ReadPositionSamples(std::string& symbol, std::vector<PositionKey
         ScanInt(keyword, &ticks);
         for (float* value : {&key.position.x, &key.position.y, &key.position.z}) {
             NextSymbol(keyword);
-            ScanFloat(keyword, value);
+            if (!ScanKeyValue(keyword, value))
+                return Keyword::ReturnNow;
         }
         key.time = TicksToMilliseconds(ticks);
         keys.push_back(key);
@@ -158,7 +182,7 @@ void AseParser::ReadPositionSamples(std::string& symbol, std::vector<PositionKey
         keys[k].outTangent = {a.x + (b.x - a.x) / 3.0f, a.y + (b.y - a.y) / 3.0f, a.z + (b.z - a.z) / 3.0f};
         keys[k + 1].inTangent = {b.x - (b.x - a.x) / 3.0f, b.y - (b.y - a.y) / 3.0f, b.z - (b.z - a.z) / 3.0f};
     }
-    Warning(kMessageSampledTrack, track.c_str(), owner.c_str(), static_cast<unsigned>(keys.size()));
+    SayTrackSampled(track, owner, keys.size());
 }
 
 void AseParser::ReadRotationSamples(std::string& symbol, std::vector<RotationKey>& keys, const std::string& owner)
@@ -175,13 +199,14 @@ void AseParser::ReadRotationSamples(std::string& symbol, std::vector<RotationKey
         ScanInt(keyword, &ticks);
         for (float* value : {&key.axis.x, &key.axis.y, &key.axis.z, &key.angle}) {
             NextSymbol(keyword);
-            ScanFloat(keyword, value);
+            if (!ScanKeyValue(keyword, value))
+                return Keyword::ReturnNow;
         }
         key.time = TicksToMilliseconds(ticks);
         keys.push_back(key);
         return Keyword::Handled;
     });
-    Warning(kMessageSampledTrack, track.c_str(), owner.c_str(), static_cast<unsigned>(keys.size()));
+    SayTrackSampled(track, owner, keys.size());
 }
 
 void AseParser::ReadScaleSamples(std::string& symbol, const std::string& owner)
@@ -198,7 +223,7 @@ void AseParser::ReadScaleSamples(std::string& symbol, const std::string& owner)
         SkipValues(keyword, 1);  // the time
         for (float& value : scale) {
             NextSymbol(keyword);
-            ScanFloat(keyword, &value);
+            ScanFloatOrWindowsSpecial(keyword, &value);
         }
         SkipValues(keyword, 4);  // the axis of the scale and its angle
         for (int i = 0; i < 3; ++i) {
@@ -210,7 +235,7 @@ void AseParser::ReadScaleSamples(std::string& symbol, const std::string& owner)
         first = false;
         return Keyword::Handled;
     });
-    if (changes)
+    if (changes && ShowRepeated(kMessageScaleNotKept))
         Warning(kMessageScaleNotKept, owner.c_str());
 }
 
@@ -228,7 +253,8 @@ void AseParser::LinkLaterParents()
             }
             const int32_t endLine = line;
             line = entry->line;
-            Warning(kMessageParentLater, entry->parentName.c_str(), entry->node->name.c_str());
+            if (ShowRepeated(kMessageParentLater))
+                Warning(kMessageParentLater, entry->parentName.c_str(), entry->node->name.c_str());
             line = endLine;
             LinkNode(parent, std::move(entry->node));
             entry = laterParents.erase(entry);

@@ -37,10 +37,17 @@ MaterialSlot& SlotOf(MaterialTableEntry& entry, int32_t subNumber)
 
 }  // namespace
 
-bool AseParser::ReadMaterialNumber(std::string& symbol, int32_t* number)
+bool AseParser::ReadMaterialNumber(std::string& symbol, int32_t* number, int32_t inOrder)
 {
-    if (!ReadInt(symbol, number))
+    // -compat: a writer that numbers materials by their order may leave the numbers out.
+    if (settings.compat && NextSymbolStartsWith(BlockBegin())) {
+        *number = inOrder;
+        if (!unnumberedMaterialSaid)
+            Warning(kMessageMaterialWithoutNumber, symbol.c_str(), inOrder);
+        unnumberedMaterialSaid = true;
+    } else if (!ReadInt(symbol, number)) {
         return false;
+    }
     if (*number >= 0 && *number <= kMaxMaterialNumber)
         return true;
     Error(kMessageMaterialNumberRange, *number, kMaxMaterialNumber);
@@ -49,22 +56,29 @@ bool AseParser::ReadMaterialNumber(std::string& symbol, int32_t* number)
 
 void AseParser::ReadMaterialList(std::string& symbol)
 {
-    ReadBlock(symbol, [&](std::string& keyword) {
-        if (keyword == "*MATERIAL_COUNT") {
-            SkipValues(keyword, 1);
+    // A material without its number (under -compat) takes the one after the material before it.
+    int32_t nextNumber = 0;
+    unnumberedMaterialSaid = false;
+    // The colours and amounts of a material are read and kept, but never written.
+    ReadListNotingUnused("material list", [&] {
+        ReadBlock(symbol, [&](std::string& keyword) {
+            if (keyword == "*MATERIAL_COUNT") {
+                SkipValues(keyword, 1);
+                return Keyword::Handled;
+            }
+            if (keyword != "*MATERIAL")
+                return Keyword::NotMine;
+            auto set = std::make_unique<TextureSet>();
+            auto properties = std::make_unique<MaterialProperties>();
+            int32_t number = 0;
+            if (!ReadMaterialNumber(keyword, &number, nextNumber))
+                return Keyword::ReturnNow;
+            nextNumber = number + 1;
+            ReadMaterial(keyword, *set, *properties, number);
+            RegisterProperties(std::move(properties), number, -1);
+            RegisterTextureSet(std::move(set), number, -1);
             return Keyword::Handled;
-        }
-        if (keyword != "*MATERIAL")
-            return Keyword::NotMine;
-        auto set = std::make_unique<TextureSet>();
-        auto properties = std::make_unique<MaterialProperties>();
-        int32_t number = 0;
-        if (!ReadMaterialNumber(keyword, &number))
-            return Keyword::ReturnNow;
-        ReadMaterial(keyword, *set, *properties, number);
-        RegisterProperties(std::move(properties), number, -1);
-        RegisterTextureSet(std::move(set), number, -1);
-        return Keyword::Handled;
+        });
     });
 }
 
@@ -74,10 +88,11 @@ void AseParser::ReadMaterial(std::string& symbol, TextureSet& textureSet, Materi
     std::string name;
     float selfIllumination = 0.0f;
     int32_t xpType = 0;
+    int32_t nextSubNumber = 0;
 
     auto readColour = [&](std::string& keyword, float* rgba) {
         for (int component = 0; component < 3; ++component)
-            if (!ReadFloat(keyword, &rgba[component]))
+            if (!ReadFloat(keyword, &rgba[component], ValueUse::NotWritten))
                 return Keyword::ReturnNow;
         return Keyword::Handled;
     };
@@ -106,13 +121,13 @@ void AseParser::ReadMaterial(std::string& symbol, TextureSet& textureSet, Materi
             return readColour(keyword, properties.specular);
         if (keyword == "*MATERIAL_SHINE") {
             float dropped = 0.0f;
-            return ReadFloat(keyword, &dropped) ? Keyword::Handled : Keyword::ReturnNow;
+            return ReadFloat(keyword, &dropped, ValueUse::NotWritten) ? Keyword::Handled : Keyword::ReturnNow;
         }
         if (keyword == "*MATERIAL_SHINESTRENGTH")
-            return ReadFloat(keyword, &properties.shineStrength) ? Keyword::Handled : Keyword::ReturnNow;
+            return ReadFloat(keyword, &properties.shineStrength, ValueUse::NotWritten) ? Keyword::Handled : Keyword::ReturnNow;
         if (keyword == "*MATERIAL_TRANSPARENCY") {
             float transparency = 0.0f;
-            if (!ReadFloat(keyword, &transparency))
+            if (!ReadFloat(keyword, &transparency, ValueUse::NotWritten))
                 return Keyword::ReturnNow;
             const float alpha = 1.0f - transparency;
             properties.diffuse[3] = properties.ambient[3] = properties.specular[3] = properties.emissive[3] = alpha;
@@ -124,8 +139,9 @@ void AseParser::ReadMaterial(std::string& symbol, TextureSet& textureSet, Materi
             auto subSet = std::make_unique<TextureSet>();
             auto subProperties = std::make_unique<MaterialProperties>();
             int32_t subNumber = 0;
-            if (!ReadMaterialNumber(keyword, &subNumber))
+            if (!ReadMaterialNumber(keyword, &subNumber, nextSubNumber))
                 return Keyword::ReturnNow;
+            nextSubNumber = subNumber + 1;
             // Nested sub-materials are registered under the same top-level material.
             ReadMaterial(keyword, *subSet, *subProperties, materialNumber);
             RegisterProperties(std::move(subProperties), materialNumber, subNumber);
@@ -146,7 +162,7 @@ void AseParser::ReadMaterial(std::string& symbol, TextureSet& textureSet, Materi
             return Keyword::Handled;
         }
         if (keyword == "*MATERIAL_SELFILLUM")
-            return ReadFloat(keyword, &selfIllumination) ? Keyword::Handled : Keyword::ReturnNow;
+            return ReadFloat(keyword, &selfIllumination, ValueUse::NotWritten) ? Keyword::Handled : Keyword::ReturnNow;
         if (keyword == "*MATERIAL_FALLOFF")
             return skip(keyword, 1);
         if (keyword == "*MATERIAL_SOFTEN")

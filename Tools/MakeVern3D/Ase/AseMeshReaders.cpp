@@ -95,8 +95,8 @@ void AseParser::ReadVertexList(std::string& symbol, Mesh& mesh)
             return Keyword::NotMine;
         int32_t number = 0;
         Vector3 position;
-        if (!ReadInt(keyword, &number) || !ReadFloat(keyword, &position.x) || !ReadFloat(keyword, &position.y) ||
-            !ReadFloat(keyword, &position.z))
+        if (!ReadInt(keyword, &number) || !ReadFloat(keyword, &position.x, ValueUse::Position) ||
+            !ReadFloat(keyword, &position.y, ValueUse::Position) || !ReadFloat(keyword, &position.z, ValueUse::Position))
             return Keyword::ReturnNow;
         if (!GrowForNumber(mesh.vertices, number))
             return Keyword::ReturnNow;
@@ -121,7 +121,7 @@ void AseParser::ReadFaceList(std::string& symbol, Mesh& mesh)
         for (int32_t* field : {&face.a, &face.b, &face.c, &face.ab, &face.bc, &face.ca}) {
             // -compat: a face line that ends after its corners (a Maya exporter) has edge flags 0.
             if (settings.compat && field == &face.ab && NextSymbolStartsWith("*MESH_SMOOTHING")) {
-                if (!edgeFlagsSaid)
+                if (!edgeFlagsSaid && ShowRepeated(kMessageNoEdgeFlags))
                     Warning(kMessageNoEdgeFlags);
                 edgeFlagsSaid = true;
                 break;
@@ -161,15 +161,19 @@ void AseParser::ReadFaceList(std::string& symbol, Mesh& mesh)
 
 void AseParser::ReadTexVertexList(std::string& symbol, Mesh& mesh)
 {
-    ReadBlock(symbol, [&](std::string& keyword) {
-        if (keyword != "*MESH_TVERT")
-            return Keyword::NotMine;
-        MeshTexVertex vertex;
-        if (!ReadInt(keyword, &vertex.index) || !ReadFloat(keyword, &vertex.u) || !ReadFloat(keyword, &vertex.v) ||
-            !ReadFloat(keyword, &vertex.w))
-            return Keyword::ReturnNow;
-        mesh.texVertices.push_back(vertex);
-        return Keyword::Handled;
+    // w is kept but never written.
+    ReadListNotingUnused("texture vertex list", [&] {
+        ReadBlock(symbol, [&](std::string& keyword) {
+            if (keyword != "*MESH_TVERT")
+                return Keyword::NotMine;
+            MeshTexVertex vertex;
+            if (!ReadInt(keyword, &vertex.index) || !ReadFloat(keyword, &vertex.u, ValueUse::TextureCoordinate) ||
+                !ReadFloat(keyword, &vertex.v, ValueUse::TextureCoordinate) ||
+                !ReadFloat(keyword, &vertex.w, ValueUse::NotWritten))
+                return Keyword::ReturnNow;
+            mesh.texVertices.push_back(vertex);
+            return Keyword::Handled;
+        });
     });
 }
 
@@ -189,6 +193,12 @@ void AseParser::ReadTexFaceList(std::string& symbol, Mesh& mesh)
 
 void AseParser::ReadNormals(std::string& symbol, Mesh& mesh)
 {
+    // The output makes its normals from the faces: the values of the list are never written.
+    ReadListNotingUnused("normal list", [&] { ReadNormalRecords(symbol, mesh); });
+}
+
+void AseParser::ReadNormalRecords(std::string& symbol, Mesh& mesh)
+{
     bool faceNormalsOnlySaid = false;
     ReadBlock(symbol, [&](std::string& keyword) {
         // -compat: corner normals listed apart from their faces (by vertex) are not kept.
@@ -200,12 +210,13 @@ void AseParser::ReadNormals(std::string& symbol, Mesh& mesh)
             return Keyword::NotMine;
         MeshFaceNormals record;
         auto readVector = [&](Vector3& v) {
-            return ReadFloat(keyword, &v.x) && ReadFloat(keyword, &v.y) && ReadFloat(keyword, &v.z);
+            return ReadFloat(keyword, &v.x, ValueUse::NotWritten) && ReadFloat(keyword, &v.y, ValueUse::NotWritten) &&
+                   ReadFloat(keyword, &v.z, ValueUse::NotWritten);
         };
         if (!ReadInt(keyword, &record.faceIndex) || !readVector(record.faceNormal))
             return Keyword::ReturnNow;
         if (settings.compat && !NextSymbolStartsWith("*MESH_VERTEXNORMAL")) {
-            if (!faceNormalsOnlySaid)
+            if (!faceNormalsOnlySaid && ShowRepeated(kMessageFaceNormalsOnly))
                 Warning(kMessageFaceNormalsOnly);
             faceNormalsOnlySaid = true;
             for (Vector3& corner : record.vertexNormals)

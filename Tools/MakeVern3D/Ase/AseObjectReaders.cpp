@@ -25,7 +25,7 @@ AseParser::Keyword AseParser::ReadObjectKeyword(std::string& keyword, TransformN
 }
 
 template <typename Node, typename Keywords>
-void AseParser::ReadObject(std::string& symbol, Keywords&& keywords)
+AseParser::Block AseParser::ReadObject(std::string& symbol, Keywords&& keywords)
 {
     auto owner = std::make_unique<Node>();
     Node& node = *owner;
@@ -38,13 +38,15 @@ void AseParser::ReadObject(std::string& symbol, Keywords&& keywords)
         return keywords(keyword, node);
     });
     if constexpr (std::is_same_v<Node, MeshNode>) {
-        if (settings.compat && result == Block::Ended && !errorFlag && node.materialRef == -1)
+        if (settings.compat && result == Block::Ended && !errorFlag && node.materialRef == -1 &&
+            ShowRepeated(kMessageDefaultMaterial))
             Warning(kMessageDefaultMaterial, node.name.c_str());
     }
     // Without a parent record the object hangs under the root once its block has ended; an
     // object left unlinked (no "{", a bad value, a missing parent) is discarded with `holder`.
     if (result == Block::Ended && !parentRecord)
         LinkNode(root.get(), std::move(holder));
+    return result;
 }
 
 void AseParser::ReadGeomObject(std::string& symbol)
@@ -70,10 +72,15 @@ void AseParser::ReadGeomObject(std::string& symbol)
 
 void AseParser::ReadHelperObject(std::string& symbol)
 {
-    ReadObject<TransformNode>(symbol, [&](std::string& keyword, TransformNode&) {
+    // -compat: a bone (3ds Max bone and biped rigs) is a transform node like a dummy; what makes
+    // it a bone has no place in our format.
+    const TransformNode* bone = nullptr;
+    const Block result = ReadObject<TransformNode>(symbol, [&](std::string& keyword, TransformNode& node) {
         if (keyword == "*HELPER_CLASS") {
             NextSymbol(keyword);
-            if (keyword != "Dummy" && keyword != "Band") {
+            if (settings.compat && keyword == "Bone") {
+                bone = &node;
+            } else if (keyword != "Dummy" && keyword != "Band") {
                 Error(kMessageUnknownHelperClass, keyword.c_str());
                 return Keyword::ReturnNow;
             }
@@ -84,6 +91,9 @@ void AseParser::ReadHelperObject(std::string& symbol)
         }
         return Keyword::Handled;
     });
+    // The node lives on in the tree (or waiting for a later parent) once its block has ended.
+    if (bone && result == Block::Ended && !errorFlag && ShowRepeated(kMessageNodeFromObject))
+        Warning(kMessageNodeFromObject, "Bone", bone->name.c_str());
 }
 
 void AseParser::ReadNodeTM(std::string& symbol, TransformNode& node)
@@ -91,7 +101,7 @@ void AseParser::ReadNodeTM(std::string& symbol, TransformNode& node)
     // A row's floats are stored one by one, so a row that fails half-way keeps its first values.
     auto readRow = [&](std::string& keyword, int row) {
         for (int column = 0; column < 3; ++column)
-            if (!ReadFloat(keyword, &node.world(row, column)))
+            if (!ReadFloat(keyword, &node.world(row, column), ValueUse::Transform))
                 return false;
         node.world(row, 3) = row == 3 ? 1.0f : 0.0f;
         return true;

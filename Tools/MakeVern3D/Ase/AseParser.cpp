@@ -3,6 +3,10 @@
 #include "Messages.h"
 #include "NumberScan.h"
 
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
 AseParser::AseParser() = default;
 AseParser::~AseParser() = default;
 
@@ -22,6 +26,11 @@ HRESULT AseParser::ParseFile(const std::string& sourceName, const std::string& o
     nodeIndex.Add(root.get());
     blockDepth = 0;
     zeroTimeBaseWarned = false;
+    unnumberedMaterialSaid = false;
+    nonFiniteUnused = false;
+    repeats.clear();
+    closeBlocksAtEnd = settings.compat;
+    joinNanPayloads = settings.compat;
     return BaseParser::ParseFile(sourceName, outputName);
 }
 
@@ -58,6 +67,7 @@ bool AseParser::EnterBlock()
         return false;
     }
     ++blockDepth;
+    BlockOpened();
     return true;
 }
 
@@ -73,15 +83,107 @@ bool AseParser::ReadInt(std::string&, int32_t* value)
     return false;
 }
 
-bool AseParser::ReadFloat(std::string&, float* value)
+namespace {
+
+const char* UseName(AseParser::ValueUse use)
+{
+    switch (use) {
+    case AseParser::ValueUse::Position: return "vertex position";
+    case AseParser::ValueUse::TextureCoordinate: return "texture coordinate";
+    case AseParser::ValueUse::Transform: return "transform row";
+    case AseParser::ValueUse::Key: return "key";
+    case AseParser::ValueUse::NotWritten: break;
+    }
+    return "value";
+}
+
+}  // namespace
+
+bool AseParser::ReadFloat(std::string&, float* value, ValueUse use)
 {
     std::string_view text;
     if (!NextSymbolView(text))
         text = LastSymbol();
-    if (ScanFloat(text, value))
-        return true;
+    if (!settings.compat) {
+        if (ScanFloat(text, value))
+            return true;
+    } else if (ScanFloatOrWindowsSpecial(text, value)) {
+        if (std::isfinite(*value))
+            return true;
+        if (use == ValueUse::NotWritten) {
+            nonFiniteUnused = true;
+            return true;
+        }
+        Error(kMessageNonFiniteValue, std::string(text).c_str(), UseName(use));
+        return false;
+    }
     Error(kMessageCouldNotScan, std::string(text).c_str());
     return false;
+}
+
+bool AseParser::ScanKeyValue(std::string_view text, float* value)
+{
+    if (!settings.compat) {
+        ScanFloat(text, value);
+        return true;
+    }
+    if (!ScanFloatOrWindowsSpecial(text, value) || std::isfinite(*value))
+        return true;
+    Error(kMessageNonFiniteValue, std::string(text).c_str(), UseName(ValueUse::Key));
+    return false;
+}
+
+bool AseParser::ShowRepeated(MessageId id)
+{
+    auto entry = std::find_if(repeats.begin(), repeats.end(), [id](const Repeats& r) { return r.id == id; });
+    if (entry == repeats.end())
+        entry = repeats.insert(repeats.end(), Repeats{id});
+    if (++entry->count == kShownRepeats + 1)
+        entry->firstHiddenLine = line;
+    return entry->count <= kShownRepeats;
+}
+
+void AseParser::ReportRepeats()
+{
+    // What the count line says of the warnings it stands for, in the singular and the plural.
+    struct Words {
+        MessageId id;
+        const char* one;
+        const char* many;
+    };
+    static constexpr Words kWords[] = {
+        {kMessageDefaultMaterial, "object without a material", "objects without a material"},
+        {kMessageFaceNormalsOnly, "normal list without corner normals", "normal lists without corner normals"},
+        {kMessageNodeFromObject, "camera, light or bone read as a transform node",
+         "cameras, lights and bones read as transform nodes"},
+        {kMessageNodeFromGroup, "group read as a transform node", "groups read as transform nodes"},
+        {kMessageTargetDropped, "target not kept", "targets not kept"},
+        {kMessageParentLater, "object linked to a later parent", "objects linked to a later parent"},
+        {kMessageSampledTrack, "sampled track made into keys", "sampled tracks made into keys"},
+        {kMessageScaleNotKept, "object whose scale changes over time", "objects whose scale changes over time"},
+        {kMessageNoEdgeFlags, "face list without edge flags", "face lists without edge flags"},
+        {kMessageNonFiniteUnused, "list with unused values that are not finite numbers",
+         "lists with unused values that are not finite numbers"},
+    };
+    const int32_t endLine = line;
+    for (const Repeats& entry : repeats) {
+        if (entry.count <= kShownRepeats)
+            continue;
+        const uint32_t hidden = entry.count - kShownRepeats;
+        const auto words = std::find_if(std::begin(kWords), std::end(kWords), [&](const Words& w) { return w.id == entry.id; });
+        if (words == std::end(kWords))
+            continue;
+        // Said at the first warning that was not printed.
+        line = entry.firstHiddenLine;
+        Warning(kMessageMoreOfTheSame, hidden, hidden == 1 ? words->one : words->many);
+    }
+    line = endLine;
+    repeats.clear();
+}
+
+void AseParser::BlocksClosedAtEnd(int32_t outermostLine)
+{
+    Warning(kMessageBlocksClosedAtEnd, outermostLine);
 }
 
 void AseParser::SkipValues(std::string&, int count)

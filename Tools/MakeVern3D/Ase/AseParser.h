@@ -5,11 +5,13 @@
 #include "BaseNode.h"
 #include "BaseParser.h"
 #include "ConvertSettings.h"
+#include "Messages.h"
 #include "NodeIndex.h"
 #include "SceneRecords.h"
 
 #include <memory>
 #include <unordered_map>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -58,6 +60,7 @@ public:
     void ReadTexVertexList(std::string& symbol, Mesh& mesh);
     void ReadTexFaceList(std::string& symbol, Mesh& mesh);
     void ReadNormals(std::string& symbol, Mesh& mesh);
+    void ReadNormalRecords(std::string& symbol, Mesh& mesh);
     void ReadMeshAnimation(std::string& symbol, MeshNode& node);
 
     // -compat: what other exporters write (Ase/AseCompatReaders.cpp). Each departure from the
@@ -69,6 +72,7 @@ public:
     void ReadPositionSamples(std::string& symbol, std::vector<PositionKey>& keys, const std::string& owner);
     void ReadRotationSamples(std::string& symbol, std::vector<RotationKey>& keys, const std::string& owner);
     void ReadScaleSamples(std::string& symbol, const std::string& owner);
+    void SayTrackSampled(const std::string& track, const std::string& owner, size_t keyCount);
     // 3ds Max's defaults (30 frames per second, 160 ticks per frame) for what the scene lacks.
     void TakeDefaultTiming();
     // Objects whose parent came later in the file are linked when the file has ended.
@@ -77,6 +81,14 @@ public:
     void GiveDefaultMaterials();
     // True when the next symbol begins with `prefix`; nothing is consumed.
     bool NextSymbolStartsWith(std::string_view prefix);
+    // A warning that can come once per object or list: the first kShownRepeats of a file are
+    // printed (true: print it now), later ones are counted and said once, as a count, by
+    // ReportRepeats when the file has been read.
+    static constexpr uint32_t kShownRepeats = 3;
+    bool ShowRepeated(MessageId id);
+    void ReportRepeats();
+    // Whether the file converts with -compat: a quiet reading that writes nothing.
+    bool ConvertsWithCompat(const std::string& sourceName) const;
 
     // Bounds of ours on numbers that size tables and lists: a material or sub-material number
     // above kMaxMaterialNumber, and a vertex or face number or vertex count above kMaxListEntries,
@@ -91,6 +103,14 @@ public:
     int32_t TicksToMilliseconds(int32_t ticks);
 
     BaseNode* Root() const { return root.get(); }
+
+    // Where a float goes. Under -compat a value that is not a finite number (the runtimes'
+    // spellings of NaN and infinity included) is an error where it would be written, and only
+    // noted (nonFiniteUnused) where the output does not use it.
+    enum class ValueUse { NotWritten, Position, TextureCoordinate, Transform, Key };
+
+    // Off for a trial reading: everything but the writing of the output file.
+    bool writeOutput = true;
 
     int32_t frameSpeed = -1;
     int32_t ticksPerFrame = -1;
@@ -111,13 +131,20 @@ protected:
 
     // One value: the next symbol scanned; a failed scan is reported (4104) and answers false.
     bool ReadInt(std::string& symbol, int32_t* value);
-    bool ReadFloat(std::string& symbol, float* value);
+    bool ReadFloat(std::string& symbol, float* value, ValueUse use);
+    // A float of a key line: a failed scan leaves the value as it was, without a report; under
+    // -compat a value that is not a finite number is reported and answers false.
+    bool ScanKeyValue(std::string_view text, float* value);
+    // Runs `read` (a list reader); under -compat says once, after it, that the list held values
+    // that are not finite numbers where they are not used.
+    template <typename Read>
+    void ReadListNotingUnused(const char* listName, Read&& read);
     void SkipValues(std::string& symbol, int count);
 
     // An object block: a new node of type Node, the shared object keywords, then `keywords`;
     // linked under the root at the end unless a parent record linked it.
     template <typename Node, typename Keywords>
-    void ReadObject(std::string& symbol, Keywords&& keywords);
+    Block ReadObject(std::string& symbol, Keywords&& keywords);
     // A block of key lines: the time in ticks, the key's values, then `skipped` values.
     template <typename Key>
     void ReadKeyList(std::string& symbol, const char* keyName, int skipped, std::vector<Key>& keys);
@@ -128,14 +155,21 @@ protected:
     void LinkNode(BaseNode* parent, std::unique_ptr<BaseNode> node);
     void RenameNode(BaseNode& node, const std::string& name);
 
+    void BlocksClosedAtEnd(int32_t outermostLine) override;
+
 private:
     bool EnterBlock();  // false (after reporting) when nesting is too deep
-    void LeaveBlock() { --blockDepth; }
+    void LeaveBlock()
+    {
+        --blockDepth;
+        BlockClosed();
+    }
     HRESULT WriteSceneFile();
     // Refuses, before anything is written, what the mesh output could not use.
     void CheckMeshes();
-    // Reads a material or sub-material number and checks it against kMaxMaterialNumber.
-    bool ReadMaterialNumber(std::string& symbol, int32_t* number);
+    // Reads a material or sub-material number and checks it against kMaxMaterialNumber; under
+    // -compat a block without its number takes `inOrder`.
+    bool ReadMaterialNumber(std::string& symbol, int32_t* number, int32_t inOrder);
     // Resizes a vertex or face list to `size` entries when our bounds allow it (else reports).
     template <typename List>
     bool ResizeList(List& list, int64_t size);
@@ -157,6 +191,15 @@ private:
     uint64_t createdListEntries = 0;
     int blockDepth = 0;
     bool zeroTimeBaseWarned = false;
+    bool unnumberedMaterialSaid = false;  // in the current material list
+    bool nonFiniteUnused = false;         // in the current list
+    // Warnings of ShowRepeated, in the order of their first appearance.
+    struct Repeats {
+        MessageId id;
+        uint32_t count = 0;
+        int32_t firstHiddenLine = 0;
+    };
+    std::vector<Repeats> repeats;
 };
 
 template <typename Keywords>
@@ -192,4 +235,14 @@ AseParser::Block AseParser::ReadBlock(std::string& symbol, Keywords&& keywords)
     }
     LeaveBlock();
     return Block::Ended;
+}
+
+template <typename Read>
+void AseParser::ReadListNotingUnused(const char* listName, Read&& read)
+{
+    const bool outer = std::exchange(nonFiniteUnused, false);
+    read();
+    if (nonFiniteUnused && !errorFlag && ShowRepeated(kMessageNonFiniteUnused))
+        Warning(kMessageNonFiniteUnused, listName);
+    nonFiniteUnused = outer;
 }

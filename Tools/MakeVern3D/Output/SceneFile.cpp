@@ -11,6 +11,8 @@ void AseParser::Finish()
         LinkLaterParents();
         GiveDefaultMaterials();
     }
+    if (settings.compat)
+        ReportRepeats();
     if (!settings.objectNames.empty())
         root->SelectObjects(settings.objectNames);
     root->ApplyNameDirectives(*this);
@@ -18,7 +20,7 @@ void AseParser::Finish()
         CheckMeshes();
     // The text is not needed once it has been read; the render meshes need the room.
     text.reset();
-    if (!errorFlag && Failed(WriteSceneFile()))
+    if (!errorFlag && writeOutput && Failed(WriteSceneFile()))
         Error(kMessageWriteFailed, outputName.c_str());
     BaseParser::Finish();
 }

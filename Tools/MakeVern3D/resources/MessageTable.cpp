@@ -37,7 +37,7 @@ constexpr std::string_view kHelpText =
     "MakeVern3D.exe \"file with spaces.ase\"\n"
     "\t";
 
-constexpr std::array<std::pair<uint32_t, std::string_view>, 50> kMessages{{
+constexpr std::array<std::pair<uint32_t, std::string_view>, 57> kMessages{{
     {1, "MakeVern3D Version 2.0\n"
         "Copyright (C) The MakeVern3D developers. All rights reserved.\n"
         "\n"},
@@ -81,6 +81,14 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 50> kMessages{{
     {36, "The scene gives no '%s'; %d is taken.\n"},
     {37, "The version number is missing.\n"},
     {38, "Faces come without edge flags; they are taken as 0.\n"},
+    {60, "The file ends inside a block begun on line %d; the blocks still open are closed there.\n"},
+    {61, "Value '%s' is not a finite number; a %s must be one.\n"},
+    {62, "The %s holds values that are not finite numbers; they are not used.\n"},
+    {63, "'%s' without a number takes %d, the next in order; so do the later ones of this list.\n"},
+    {64, "Sampled track '%s' of '%s' becomes 1 key.\n"},
+    {65, "... and %u more %s.\n"},
+    // Printed on standard error, after a file failed without -compat.
+    {66, "Note: '%s' converts with -compat, which reads what failed here.\n"},
     {4096, "Could not open file '%s'.\n"},
     {4097, "%s(%d) error: "},
     {4098, "Could not read next char.\n"},
