@@ -1,6 +1,7 @@
 // Differential fuzz target: ScanInt and ScanFloat must agree with the C library's sscanf on every
 // input, in success, in the value's bits (sign of zero and NaN patterns included) and in leaving
-// the value alone on failure. Any disagreement aborts so that the fuzzer keeps the input.
+// the value alone on failure; ScanFloatOrWindowsSpecial with ScanFloat wherever no '#' is
+// written. Any disagreement aborts so that the fuzzer keeps the input.
 #include "NumberScan.h"
 
 #include <bit>
@@ -22,6 +23,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool theirFloatOk = std::sscanf(terminated.c_str(), "%f", &theirFloat) == 1;
   if (ourFloatOk != theirFloatOk ||
       std::bit_cast<uint32_t>(ourFloat) != std::bit_cast<uint32_t>(theirFloat)) {
+    std::abort();
+  }
+
+  // The reading of -compat differs only for the Windows spellings, which all hold a '#'.
+  float lenientFloat = std::bit_cast<float>(kFloatSentinel);
+  const bool lenientOk = ScanFloatOrWindowsSpecial(text, &lenientFloat);
+  if (text.find('#') == std::string_view::npos &&
+      (lenientOk != ourFloatOk || std::bit_cast<uint32_t>(lenientFloat) != std::bit_cast<uint32_t>(ourFloat))) {
     std::abort();
   }
 

@@ -1,6 +1,7 @@
 // The switches of ours: -compat for what other exporters write, -batch for build pipelines, -uri
 // for absolute paths. Without them the classic rules hold (the rest of the suite shows that).
 #include "AseParser.h"
+#include "AseTestParse.h"
 #include "BaseNode.h"
 #include "CommandLine.h"
 #include "TestFiles.h"
@@ -113,6 +114,168 @@ TEST(Compat, LaterParentsAreLinkedWhenTheFileEnds)
         EXPECT_EQ(child->Parent()->name, "late");
         EXPECT_EQ(child->Parent()->Parent()->name, "later");
     }
+}
+
+// ---- Real-world exports: a small scene per cause
+
+const std::string kMaterial = "*MATERIAL_LIST {\n*MATERIAL 0 {\n}\n}\n";
+
+// A triangle object; `vertex1` is the text of its second vertex, `extra` comes after its mesh
+// lists inside *MESH, `object` after *NODE_NAME.
+std::string Triangle(const std::string& vertex1 = "1 0 0", const std::string& extra = "", const std::string& object = "")
+{
+    return "*GEOMOBJECT {\n*NODE_NAME \"Tri\"\n" + object + "*MATERIAL_REF 0\n*MESH {\n*MESH_VERTEX_LIST {\n"
+           "*MESH_VERTEX 0 0 0 0\n*MESH_VERTEX 1 " + vertex1 + "\n*MESH_VERTEX 2 0 1 0\n}\n*MESH_FACE_LIST {\n"
+           "*MESH_FACE 0: A: 0 B: 1 C: 2 AB: 1 BC: 1 CA: 1 *MESH_SMOOTHING 1 *MESH_MTLID 0\n}\n" + extra + "}\n}\n";
+}
+
+// Each converts with -compat into a file that decodes, with its warning; without -compat it
+// fails as it always did, and one line on standard error says that -compat converts it.
+TEST(Compat, RealWorldCausesConvertWithTheirWarning)
+{
+    const std::string bone = "*HELPEROBJECT {\n*NODE_NAME \"Bone01\"\n*HELPER_CLASS \"Bone\"\n*NODE_TM {\n*TM_ROW3 1 2 3\n}\n"
+                             "*BOUNDINGBOX_MIN -1 -1 -1\n}\n";
+    const std::string triangle = Triangle();
+    struct Case {
+        std::string text;
+        std::string warning;  // with -compat
+        std::string error;    // without
+    };
+    const Case cases[] = {
+        {bone + kMaterial + Triangle("1 0 0", "", "*NODE_PARENT \"Bone01\"\n"),
+         "(8) warning: Bone 'Bone01' is read as a transform node.\n", "(3) error: Unknown helper class 'Bone'.\n"},
+        {kMaterial + triangle.substr(0, triangle.size() - 4),
+         "(17) warning: The file ends inside a block begun on line 5; the blocks still open are closed there.\n",
+         "(17) error: Could not read next char.\n"},
+        {kMaterial + Triangle("1 0 0", "*MESH_NORMALS {\n*MESH_FACENORMAL 0 -nan(ind) -nan(ind) -nan(ind)\n"
+                                       "*MESH_VERTEXNORMAL 0 -nan(ind) -1.#IND 1.#QNAN\n*MESH_VERTEXNORMAL 1 nan inf -1.#INF\n"
+                                       "*MESH_VERTEXNORMAL 2 0 0 1\n}\n"),
+         "(22) warning: The normal list holds values that are not finite numbers; they are not used.\n",
+         "(18) error: Symbol '(' could not scanned.\n"},
+        {"*MATERIAL_LIST {\n*MATERIAL {\n*SUBMATERIAL {\n}\n}\n}\n" + triangle,
+         "(2) warning: '*MATERIAL' without a number takes 0, the next in order; so do the later ones of this list.\n",
+         "(2) error: Symbol '{' could not scanned.\n"},
+    };
+    ScratchDirectory directory;
+    for (const Case& c : cases) {
+        directory.Write("scene.ase", c.text);
+        const auto compat = testfiles::Run(directory.Path(), MAKEVERN3D_EXE, {"-compat", "-batch", "scene.ase"});
+        EXPECT_EQ(compat.exitCode, 0) << compat.output;
+        EXPECT_NE(compat.output.find("scene.ase" + c.warning + kCompiled), std::string::npos) << compat.output;
+        vern3d::Scene scene;
+        std::string error;
+        EXPECT_TRUE(vern3d::DecodeFile(directory.File("scene.vern3D"), &scene, &error)) << error;
+        std::filesystem::remove(directory.File("scene.vern3D"));
+        const auto plain = testfiles::Run(directory.Path(), MAKEVERN3D_EXE, {"-batch", "scene.ase"});
+        EXPECT_EQ(plain.exitCode, 2) << plain.output;
+        EXPECT_NE(plain.output.find("scene.ase" + c.error + "Note: 'scene.ase' converts with -compat, which reads what failed here.\n"),
+                  std::string::npos) << plain.output;
+        EXPECT_FALSE(testfiles::Exists(directory.File("scene.vern3D")));
+    }
+    // A failure of the writing is not one that -compat changes: no note.
+    directory.Write("good.ase", kMaterial + triangle);
+    std::filesystem::create_directory(directory.File("good.vern3D"));
+    const auto unwritable = testfiles::Run(directory.Path(), MAKEVERN3D_EXE, {"good.ase"});
+    EXPECT_NE(unwritable.output.find("error: Error occured while writing file 'good.vern3D'."), std::string::npos);
+    EXPECT_EQ(unwritable.output.find("Note:"), std::string::npos) << unwritable.output;
+
+    // The bone is a transform node with its transform, and the parent of the triangle.
+    directory.Write("scene.ase", cases[0].text);
+    testfiles::Run(directory.Path(), MAKEVERN3D_EXE, {"-compat", "scene.ase"});
+    vern3d::Scene scene;
+    std::string error;
+    ASSERT_TRUE(vern3d::DecodeFile(directory.File("scene.vern3D"), &scene, &error)) << error;
+    ASSERT_EQ(scene.nodes.size(), 3u);
+    EXPECT_EQ(scene.nodes[1].name, "Bone01");
+    EXPECT_EQ(scene.nodes[2].name, "Tri");
+    EXPECT_EQ(scene.nodes[2].parent, 1u);
+    EXPECT_FALSE(scene.nodes[1].hasMesh);
+    EXPECT_EQ((std::array<float, 3>{scene.nodes[1].info.matrix[12], scene.nodes[1].info.matrix[13], scene.nodes[1].info.matrix[14]}),
+              (std::array<float, 3>{1, 2, 3}));
+}
+
+// Where a value that is not a finite number would be written, -compat refuses the file with
+// file and line; such a file gets no note without -compat either.
+TEST(Compat, NonFiniteValuesThatWouldBeWrittenAreErrors)
+{
+    const std::string key = "*TM_ANIMATION {\n*CONTROL_POS_BEZIER {\n*CONTROL_BEZIER_POS_KEY 0 0 1.#INF 0 0 0 0 0 0 0 0\n}\n}\n";
+    const std::string sample = "*TM_ANIMATION {\n*CONTROL_POS_TRACK {\n*CONTROL_POS_SAMPLE 0 0 0 -nan(ind)\n}\n}\n";
+    struct Case {
+        std::string text;
+        std::string error;
+    };
+    const Case cases[] = {
+        {Triangle("1.#QNAN 0 0"), "(11) error: Value '1.#QNAN' of a vertex position is not a finite number; it cannot be converted.\n"},
+        {Triangle("1 0 -nan(ind)"), "(11) error: Value '-nan(ind)' of a vertex position is not a finite number; it cannot be converted.\n"},
+        {Triangle("1 0 0", "*MESH_TVERTLIST {\n*MESH_TVERT 0 0 -1.#IND 0\n}\n"),
+         "(18) error: Value '-1.#IND' of a texture coordinate is not a finite number; it cannot be converted.\n"},
+        {Triangle("1 0 0", "", "*NODE_TM {\n*TM_ROW0 inf 0 0\n}\n"),
+         "(8) error: Value 'inf' of a transform row is not a finite number; it cannot be converted.\n"},
+        {Triangle("1 0 0", "", key), "(9) error: Value '1.#INF' of a key is not a finite number; it cannot be converted.\n"},
+        {Triangle("1 0 0", "", sample), "(9) error: Value '-nan(ind)' of a key is not a finite number; it cannot be converted.\n"},
+    };
+    for (const Case& c : cases) {
+        ConvertSettings settings;
+        settings.compat = true;
+        const asetest::Parsed parsed = asetest::ParseAse(kMaterial + c.text, settings);
+        EXPECT_EQ(parsed.Failed() ? parsed.ErrorText().substr(parsed.source.size()) : "converted", c.error);
+        EXPECT_FALSE(parsed.reader->ConvertsWithCompat(parsed.source));
+    }
+    // A texture vertex's w is never written: it is only said.
+    ConvertSettings settings;
+    settings.compat = true;
+    const asetest::Parsed w = asetest::ParseAse(kMaterial + Triangle("1 0 0", "*MESH_TVERTLIST {\n*MESH_TVERT 0 0 0 1.#QNAN\n}\n"), settings);
+    EXPECT_FALSE(w.Failed()) << w.ErrorText();
+    EXPECT_NE(w.printed.find("(19) warning: The texture vertex list holds values that are not finite numbers"), std::string::npos) << w.printed;
+}
+
+// Materials and sub-materials without a number take the one after the material before them.
+TEST(Compat, MaterialsWithoutNumbersTakeTheNextInOrder)
+{
+    ConvertSettings settings;
+    settings.compat = true;
+    const asetest::Parsed parsed = asetest::ParseAse(
+        "*MATERIAL_LIST {\n*MATERIAL 2 {\n*SUBMATERIAL 1 {\n}\n*SUBMATERIAL {\n}\n}\n*MATERIAL {\n}\n}\n", settings);
+    ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
+    // Registered in this order: sub-materials 1 and 2 of material 2, material 2, material 3.
+    const auto& table = parsed.reader->materialTable;
+    ASSERT_EQ(table.size(), 4u);
+    EXPECT_EQ(table[3].slot.propertiesIndex, 3);
+    EXPECT_EQ(table[2].slot.propertiesIndex, 2);
+    ASSERT_TRUE(table[2].subMaterials);
+    ASSERT_EQ(table[2].subMaterials->size(), 3u);
+    EXPECT_EQ((*table[2].subMaterials)[2].propertiesIndex, 1);
+    EXPECT_EQ(parsed.printed, parsed.At(5) + "'*SUBMATERIAL' without a number takes 2, the next in order; so do the later ones of this list.\n");
+}
+
+// A warning that comes once per object is printed three times, then once as a count at the
+// first one not printed; counts and numbers of keys take the singular where they are 1.
+TEST(Compat, RepeatedWarningsBecomeACount)
+{
+    auto objects = [](int count) {
+        std::string text;
+        for (int i = 0; i < count; ++i)
+            text += "*GEOMOBJECT {\n*NODE_NAME \"o" + std::to_string(i) + "\"\n}\n";
+        return text;
+    };
+    auto noMaterial = [](const asetest::Parsed& parsed, int index, int line) {
+        return parsed.At(line) + "Object 'o" + std::to_string(index) + "' has no material; it gets a default material.\n";
+    };
+    ConvertSettings settings;
+    settings.compat = true;
+    for (const int count : {3, 4, 6}) {
+        const asetest::Parsed parsed = asetest::ParseAse(objects(count), settings);
+        std::string expected = noMaterial(parsed, 0, 3) + noMaterial(parsed, 1, 6) + noMaterial(parsed, 2, 9);
+        if (count == 4)
+            expected += parsed.At(12) + "... and 1 more object without a material.\n";
+        if (count == 6)
+            expected += parsed.At(12) + "... and 3 more objects without a material.\n";
+        EXPECT_EQ(parsed.printed, expected);
+    }
+    const asetest::Parsed sampled = asetest::ParseAse(
+        "*SCENE {\n*SCENE_FRAMESPEED 30\n*SCENE_TICKSPERFRAME 160\n}\n*HELPEROBJECT {\n*NODE_NAME \"h\"\n*TM_ANIMATION {\n"
+        "*CONTROL_POS_TRACK {\n*CONTROL_POS_SAMPLE 0 1 2 3\n}\n}\n}\n", settings);
+    EXPECT_EQ(sampled.printed, sampled.At(10) + "Sampled track '*CONTROL_POS_TRACK' of 'h' becomes 1 key.\n");
 }
 
 // ---- Sampled tracks: the keys made from them give the samples back at the sample times

@@ -122,6 +122,35 @@ TEST(NumberScanTest, ZeroByteEndsTheText) {
   EXPECT_EQ(number, 12);
 }
 
+// Under -compat the Windows runtime's spellings read as what they name; every other text, near
+// misses included, reads exactly as ScanFloat (and so sscanf) reads it.
+TEST(NumberScanTest, WindowsSpellingsOfNanAndInfinity) {
+  struct Case {
+    const char* text;
+    uint32_t bits;
+  };
+  const Case cases[] = {
+      {"1.#QNAN", 0x7fc00000u}, {"-1.#QNAN", 0xffc00000u}, {"1.#QNAN0", 0x7fc00000u}, {"1.#SNAN", 0x7fc00000u},
+      {"-1.#IND", 0xffc00000u}, {"-1.#IND00", 0xffc00000u}, {"1.#INF", 0x7f800000u}, {"+1.#INF", 0x7f800000u},
+      {"-1.#INF", 0xff800000u}, {"1.#INF00", 0x7f800000u}, {"1.#QNB", 0x7fc00000u}, {"-1.#SNB", 0xffc00000u},
+  };
+  for (const Case& c : cases) {
+    float value = 0.0f;
+    EXPECT_TRUE(ScanFloatOrWindowsSpecial(c.text, &value)) << c.text;
+    EXPECT_EQ(std::bit_cast<uint32_t>(value), c.bits) << c.text;
+  }
+  std::vector<std::string_view> others = {"1.#QNANx", "1.#qnan", "2.#INF", "1.#IN", "1.#", "1.#INF01", "11.#INF",
+                                          "--1.#INF", "1.#INF ", "-nan(ind)", "NAN", "-inf", "1.25", "x", ""};
+  others.insert(others.end(), std::begin(kAwkward), std::end(kAwkward));
+  for (const std::string_view text : others) {
+    if (text == "-1.#IND0" || text == "1.#QNAN")
+      continue;
+    float ours = std::bit_cast<float>(kSentinel), plain = ours;
+    EXPECT_EQ(ScanFloatOrWindowsSpecial(text, &ours), ScanFloat(text, &plain)) << Show(text);
+    EXPECT_EQ(std::bit_cast<uint32_t>(ours), std::bit_cast<uint32_t>(plain)) << Show(text);
+  }
+}
+
 // Random strings assembled from the pieces that steer the collection rules.
 class Generator {
  public:

@@ -7,6 +7,7 @@
 #include "NumberScan.h"
 
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -26,8 +27,11 @@ bool AseParser::NextSymbolStartsWith(std::string_view prefix)
     const int32_t savedLine = line;
     const int32_t savedColumn = column;
     const std::string_view savedLast = lastSymbol;
+    // A look at the end of the text does not yet say that it closes open blocks.
+    const bool savedClosedSaid = std::exchange(blocksClosedAtEnd, true);
     std::string_view next;
     const bool matches = NextSymbolView(next) && next.substr(0, prefix.size()) == prefix;
+    blocksClosedAtEnd = savedClosedSaid;
     cursor = savedCursor;
     line = savedLine;
     column = savedColumn;
@@ -37,6 +41,8 @@ bool AseParser::NextSymbolStartsWith(std::string_view prefix)
 
 bool AseParser::ConvertsWithCompat(const std::string& sourceName) const
 {
+    if (writeFailed)
+        return false;
     AseParser trial;
     trial.settings = settings;
     trial.settings.compat = true;

@@ -26,6 +26,7 @@ HRESULT AseParser::ParseFile(const std::string& sourceName, const std::string& o
     nodeIndex.Add(root.get());
     blockDepth = 0;
     zeroTimeBaseWarned = false;
+    writeFailed = false;
     unnumberedMaterialSaid = false;
     nonFiniteUnused = false;
     repeats.clear();

@@ -87,7 +87,8 @@ public:
     static constexpr uint32_t kShownRepeats = 3;
     bool ShowRepeated(MessageId id);
     void ReportRepeats();
-    // Whether the file converts with -compat: a quiet reading that writes nothing.
+    // Whether the file that failed converts with -compat: a quiet reading that writes nothing.
+    // False when the failure was the writing of the output, which -compat does not change.
     bool ConvertsWithCompat(const std::string& sourceName) const;
 
     // Bounds of ours on numbers that size tables and lists: a material or sub-material number
@@ -191,6 +192,7 @@ private:
     uint64_t createdListEntries = 0;
     int blockDepth = 0;
     bool zeroTimeBaseWarned = false;
+    bool writeFailed = false;
     bool unnumberedMaterialSaid = false;  // in the current material list
     bool nonFiniteUnused = false;         // in the current list
     // Warnings of ShowRepeated, in the order of their first appearance.

@@ -20,8 +20,10 @@ void AseParser::Finish()
         CheckMeshes();
     // The text is not needed once it has been read; the render meshes need the room.
     text.reset();
-    if (!errorFlag && writeOutput && Failed(WriteSceneFile()))
+    if (!errorFlag && writeOutput && Failed(WriteSceneFile())) {
+        writeFailed = true;
         Error(kMessageWriteFailed, outputName.c_str());
+    }
     BaseParser::Finish();
 }
 

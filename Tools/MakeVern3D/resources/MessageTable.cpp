@@ -82,7 +82,7 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 57> kMessages{{
     {37, "The version number is missing.\n"},
     {38, "Faces come without edge flags; they are taken as 0.\n"},
     {60, "The file ends inside a block begun on line %d; the blocks still open are closed there.\n"},
-    {61, "Value '%s' is not a finite number; a %s must be one.\n"},
+    {61, "Value '%s' of a %s is not a finite number; it cannot be converted.\n"},
     {62, "The %s holds values that are not finite numbers; they are not used.\n"},
     {63, "'%s' without a number takes %d, the next in order; so do the later ones of this list.\n"},
     {64, "Sampled track '%s' of '%s' becomes 1 key.\n"},
