@@ -48,6 +48,10 @@ std::string Disagreement(std::string_view text) {
                   theirs.bits);
     return Show(text) + line;
   }
+  // The reading of -compat departs only for the Windows spellings, which all hold a '#'.
+  float lenientFloat = std::bit_cast<float>(kSentinel);
+  const Outcome lenient{ScanFloatOrWindowsSpecial(view, &lenientFloat), std::bit_cast<uint32_t>(lenientFloat)};
+  if (text.find('#') == std::string_view::npos && lenient != ours) return Show(text) + " differs with -compat";
   int32_t ourInt = static_cast<int32_t>(kSentinel);
   const bool ourOk = ScanInt(view, &ourInt);
   for (const char* format : {"%d", "%d:"}) {
@@ -122,8 +126,8 @@ TEST(NumberScanTest, ZeroByteEndsTheText) {
   EXPECT_EQ(number, 12);
 }
 
-// Under -compat the Windows runtime's spellings read as what they name; every other text, near
-// misses included, reads exactly as ScanFloat (and so sscanf) reads it.
+// Under -compat the Windows runtime's spellings read as what they name; every other text reads
+// exactly as ScanFloat (and so sscanf) reads it: Disagreement checks that for texts without '#'.
 TEST(NumberScanTest, WindowsSpellingsOfNanAndInfinity) {
   struct Case {
     const char* text;
@@ -139,12 +143,9 @@ TEST(NumberScanTest, WindowsSpellingsOfNanAndInfinity) {
     EXPECT_TRUE(ScanFloatOrWindowsSpecial(c.text, &value)) << c.text;
     EXPECT_EQ(std::bit_cast<uint32_t>(value), c.bits) << c.text;
   }
-  std::vector<std::string_view> others = {"1.#QNANx", "1.#qnan", "2.#INF", "1.#IN", "1.#", "1.#INF01", "11.#INF",
-                                          "--1.#INF", "1.#INF ", "-nan(ind)", "NAN", "-inf", "1.25", "x", ""};
-  others.insert(others.end(), std::begin(kAwkward), std::end(kAwkward));
-  for (const std::string_view text : others) {
-    if (text == "-1.#IND0" || text == "1.#QNAN")
-      continue;
+  // Near misses read as "%f" reads them.
+  for (const std::string_view text : {"1.#QNANx", "1.#qnan", "2.#INF", "1.#IN", "1.#", "1.#INF01", "11.#INF",
+                                      "--1.#INF", "1.#INF ", "-1.#IND0x"}) {
     float ours = std::bit_cast<float>(kSentinel), plain = ours;
     EXPECT_EQ(ScanFloatOrWindowsSpecial(text, &ours), ScanFloat(text, &plain)) << Show(text);
     EXPECT_EQ(std::bit_cast<uint32_t>(ours), std::bit_cast<uint32_t>(plain)) << Show(text);

@@ -124,7 +124,8 @@ void AseParser::ReadMaterial(std::string& symbol, TextureSet& textureSet, Materi
             return ReadFloat(keyword, &dropped, ValueUse::NotWritten) ? Keyword::Handled : Keyword::ReturnNow;
         }
         if (keyword == "*MATERIAL_SHINESTRENGTH")
-            return ReadFloat(keyword, &properties.shineStrength, ValueUse::NotWritten) ? Keyword::Handled : Keyword::ReturnNow;
+            return ReadFloat(keyword, &properties.shineStrength, ValueUse::NotWritten) ? Keyword::Handled
+                                                                                       : Keyword::ReturnNow;
         if (keyword == "*MATERIAL_TRANSPARENCY") {
             float transparency = 0.0f;
             if (!ReadFloat(keyword, &transparency, ValueUse::NotWritten))

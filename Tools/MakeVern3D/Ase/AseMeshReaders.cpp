@@ -96,7 +96,8 @@ void AseParser::ReadVertexList(std::string& symbol, Mesh& mesh)
         int32_t number = 0;
         Vector3 position;
         if (!ReadInt(keyword, &number) || !ReadFloat(keyword, &position.x, ValueUse::Position) ||
-            !ReadFloat(keyword, &position.y, ValueUse::Position) || !ReadFloat(keyword, &position.z, ValueUse::Position))
+            !ReadFloat(keyword, &position.y, ValueUse::Position) ||
+            !ReadFloat(keyword, &position.z, ValueUse::Position))
             return Keyword::ReturnNow;
         if (!GrowForNumber(mesh.vertices, number))
             return Keyword::ReturnNow;

@@ -171,7 +171,8 @@ void AseParser::ReportRepeats()
         if (entry.count <= kShownRepeats)
             continue;
         const uint32_t hidden = entry.count - kShownRepeats;
-        const auto words = std::find_if(std::begin(kWords), std::end(kWords), [&](const Words& w) { return w.id == entry.id; });
+        const auto words =
+            std::find_if(std::begin(kWords), std::end(kWords), [&](const Words& w) { return w.id == entry.id; });
         if (words == std::end(kWords))
             continue;
         // Said at the first warning that was not printed.
