@@ -225,12 +225,13 @@ TEST(Compat, MaterialsWithoutNumbersTakeTheNextInOrder)
     ConvertSettings settings;
     settings.compat = true;
     const asetest::Parsed parsed = asetest::ParseAse(
-        "*MATERIAL_LIST {\n*MATERIAL 2 {\n*SUBMATERIAL 1 {\n}\n*SUBMATERIAL {\n}\n}\n*MATERIAL {\n}\n}\n", settings);
+        "*MATERIAL_LIST {\n*MATERIAL 2 {\n*SUBMATERIAL 1 {\n}\n*SUBMATERIAL {\n}\n}\n*MATERIAL 0 {\n}\n*MATERIAL {\n}\n}\n",
+        settings);
     ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
-    // Registered in this order: sub-materials 1 and 2 of material 2, material 2, material 3.
+    // Registered in this order: sub-materials 1 and 2 of material 2, materials 2, 0 and 1.
     const auto& table = parsed.reader->materialTable;
-    ASSERT_EQ(table.size(), 4u);
-    EXPECT_EQ(table[3].slot.propertiesIndex, 3);
+    ASSERT_EQ(table.size(), 3u);
+    EXPECT_EQ(table[1].slot.propertiesIndex, 4);
     EXPECT_EQ(table[2].slot.propertiesIndex, 2);
     ASSERT_TRUE(table[2].subMaterials);
     ASSERT_EQ(table[2].subMaterials->size(), 3u);
