@@ -1,5 +1,6 @@
 #include "TestFiles.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -47,6 +48,15 @@ std::vector<unsigned char> ReadBytes(const std::string& path)
 bool Exists(const std::string& path)
 {
     return std::filesystem::exists(path);
+}
+
+std::vector<std::string> Entries(const std::string& folder)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 RunResult Run(const std::string& directory, const std::string& program, const std::vector<std::string>& arguments)

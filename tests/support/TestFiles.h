@@ -26,6 +26,8 @@ private:
 std::string ReadText(const std::string& path);
 std::vector<unsigned char> ReadBytes(const std::string& path);
 bool Exists(const std::string& path);
+// The names in a folder, sorted.
+std::vector<std::string> Entries(const std::string& folder);
 
 struct RunResult {
     int exitCode = -1;

@@ -145,6 +145,8 @@ public:
     // Checks before anything is written what the mesh output would otherwise read out of range
     // (material reference, corners, the vertex file); reports through `reader`, false on error.
     bool CheckBeforeWrite(AseParser& reader);
+    // -ivertex: the render data from the node's vertex file; reports through `reader`.
+    bool ReadVertexFile(AseParser& reader);
 
     // Render mesh building (see RenderMesh.cpp).
     void ToNodeSpace(Mesh& source);
