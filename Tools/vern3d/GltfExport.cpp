@@ -1,16 +1,17 @@
 #include "GltfExport.h"
 
+#include "ReplacementFile.h"
 #include "TextEncoding.h"
 #include "TransformSampling.h"
 
 #include <tiny_gltf.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <fstream>
 #include <map>
-#include <sstream>
 
 namespace vern3d {
 
@@ -170,7 +171,50 @@ bool HasMorphTargets(const MeshData& mesh)
     return mesh.frames.size() > 1 && (mesh.header.flags & (kComponentPosition | kComponentNormal)) != 0;
 }
 
-bool AddMesh(const Node& node, BufferBuilder& buffers, tinygltf::Model& model, std::string* error)
+// The values a mesh's animation takes as morph targets and a weights track (see ExportOptions).
+uint64_t MorphValues(const MeshData& mesh)
+{
+    const uint64_t targets = mesh.frames.size() - 1;
+    const bool normals = (mesh.header.flags & kComponentNormal) != 0;
+    uint64_t perTarget = 0;
+    for (const VertexRange& range : Ranges(mesh))
+        perTarget += uint64_t{range.vertexCount} * (normals ? 6 : 3) + (normals ? 2 : 1) * kValuesPerAccessor;
+    // Keys: at most one per stored frame, each with a weight per target; the mesh's own weights.
+    return targets * perTarget + (targets + 1) * (targets + 1) + 2 * kValuesPerAccessor;
+}
+
+// Which meshes keep their animation: those within the scene's budget, in file order.
+std::vector<bool> AnimatedMeshes(const Scene& scene, const ExportOptions& options, std::vector<std::string>* notes)
+{
+    const uint64_t budget = options.morphValuesPerByte * scene.fileSize + options.morphValuesBase;
+    uint64_t used = 0;
+    std::vector<bool> kept(scene.nodes.size(), false);
+    for (size_t i = 0; i < scene.nodes.size(); ++i) {
+        const Node& node = scene.nodes[i];
+        if (!node.hasMesh || !HasMorphTargets(node.mesh))
+            continue;
+        const size_t frames = node.mesh.frames.size();
+        const std::string left = "node '" + node.name + "': its animation of " + std::to_string(frames) +
+                                 " stored frames is left out: ";
+        const uint64_t values = MorphValues(node.mesh);
+        if (frames - 1 > options.maxMorphTargets) {
+            notes->push_back(left + "the export makes at most " + std::to_string(options.maxMorphTargets) +
+                             " morph targets per mesh");
+        } else if (values > budget - used) {
+            notes->push_back(left + "its morph targets and weights would take " + std::to_string(values) +
+                             " values, and those of the scene at most " + std::to_string(budget) + " (" +
+                             std::to_string(options.morphValuesPerByte) + " per byte of its " +
+                             std::to_string(scene.fileSize) + " bytes + " + std::to_string(options.morphValuesBase) +
+                             "), of which " + std::to_string(used) + " are taken");
+        } else {
+            used += values;
+            kept[i] = true;
+        }
+    }
+    return kept;
+}
+
+bool AddMesh(const Node& node, bool animate, BufferBuilder& buffers, tinygltf::Model& model, std::string* error)
 {
     const MeshData& mesh = node.mesh;
     for (size_t f = 0; f < mesh.frames.size(); ++f) {
@@ -183,7 +227,8 @@ bool AddMesh(const Node& node, BufferBuilder& buffers, tinygltf::Model& model, s
         }
     }
     const std::vector<VertexRecord>& base = mesh.frames[0].vertices;
-    const bool morph = HasMorphTargets(mesh);
+    const bool morph = animate && HasMorphTargets(mesh);
+    const bool movingNormals = (mesh.header.flags & kComponentNormal) != 0;
     tinygltf::Mesh gltfMesh;
     gltfMesh.name = ToUtf8(node.name);
     for (const VertexRange& range : Ranges(mesh)) {
@@ -213,16 +258,18 @@ bool AddMesh(const Node& node, BufferBuilder& buffers, tinygltf::Model& model, s
                 std::vector<float> positionDeltas, normalDeltas;
                 for (uint32_t v = range.firstVertex; v < range.firstVertex + range.vertexCount; ++v) {
                     const VertexRecord& frameVertex = mesh.frames[f].vertices[v];
+                    for (int c = 0; c < 3; ++c)
+                        positionDeltas.push_back(frameVertex.position[c] - base[v].position[c]);
+                    if (!movingNormals)
+                        continue;
                     const auto from = UnitNormal(base[v].normal);
                     const auto to = UnitNormal(frameVertex.normal);
-                    for (int c = 0; c < 3; ++c) {
-                        positionDeltas.push_back(frameVertex.position[c] - base[v].position[c]);
+                    for (int c = 0; c < 3; ++c)
                         normalDeltas.push_back(to[c] - from[c]);
-                    }
                 }
                 std::map<std::string, int> target;
                 target["POSITION"] = buffers.Floats(positionDeltas, TINYGLTF_TYPE_VEC3, 3, kArrayBuffer, true);
-                if (mesh.header.flags & kComponentNormal)
+                if (movingNormals)
                     target["NORMAL"] = buffers.Floats(normalDeltas, TINYGLTF_TYPE_VEC3, 3, kArrayBuffer, false);
                 primitive.targets.push_back(target);
             }
@@ -332,11 +379,15 @@ void AddWeightsAnimation(const Node& node, int index, BufferBuilder& buffers, ti
 
 }  // namespace
 
-bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model* model, std::string* error)
+bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model* model, std::string* error,
+               std::vector<std::string>* notes)
 {
     std::string reason;
     if (!error)
         error = &reason;
+    std::vector<std::string> ignored;
+    if (!notes)
+        notes = &ignored;
     *model = tinygltf::Model{};
     model->asset.version = "2.0";
     model->asset.generator = "vern3d";
@@ -347,15 +398,9 @@ bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model
     animation.name = "vern3d";
 
     size_t animated = 0;
-    for (const Node& node : scene.nodes) {
+    for (const Node& node : scene.nodes)
         animated += node.hasAnimation && HasMovingKeys(node.animation);
-        if (node.hasMesh && HasMorphTargets(node.mesh) && node.mesh.frames.size() - 1 > options.maxMorphTargets) {
-            *error = "node '" + node.name + "' has " + std::to_string(node.mesh.frames.size()) +
-                     " stored frames; the export makes at most " + std::to_string(options.maxMorphTargets) +
-                     " morph targets";
-            return false;
-        }
-    }
+    const std::vector<bool> morphs = AnimatedMeshes(scene, options, notes);
     const size_t samplesPerNode = std::max<size_t>(
         std::min(options.maxSamplesPerScene / std::max<size_t>(animated, 1), options.maxSamplesPerNode), 2);
 
@@ -385,7 +430,7 @@ bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model
         }
         if (node.hasMesh) {
             const size_t meshes = model->meshes.size();
-            if (!AddMesh(node, buffers, *model, error))
+            if (!AddMesh(node, morphs[i], buffers, *model, error))
                 return false;
             if (model->meshes.size() > meshes) {
                 out.mesh = static_cast<int>(meshes);
@@ -405,7 +450,8 @@ bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model
     return true;
 }
 
-bool ExportGltf(const Scene& scene, const std::string& path, const ExportOptions& options, std::string* error)
+bool ExportGltf(const Scene& scene, const std::string& path, const ExportOptions& options, std::string* error,
+                std::vector<std::string>* notes)
 {
     std::string reason;
     if (!error)
@@ -418,22 +464,23 @@ bool ExportGltf(const Scene& scene, const std::string& path, const ExportOptions
         return false;
     }
     tinygltf::Model model;
-    if (!BuildGltf(scene, options, &model, error))
+    if (!BuildGltf(scene, options, &model, error, notes))
         return false;
-    tinygltf::TinyGLTF writer;
-    writer.SetImageWriter(nullptr, nullptr);  // images stay external files named by their URIs
-    std::ostringstream text;
-    if (!writer.WriteGltfSceneToStream(&model, text, true, binary)) {
-        *error = "glTF writing failed";
+    // Written straight into the file (no copy of it in memory), under a temporary name.
+    ReplacementFile replacement;
+    const bool replace = ReplacementFile::Replaceable(path);
+    if (replace && replacement.Create(path) != 0) {
+        *error = "cannot write " + path + ": " + std::strerror(errno);
         return false;
     }
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    const std::string bytes = text.str();
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    std::ofstream file(replace ? replacement.TemporaryPath() : path, std::ios::binary | std::ios::trunc);
+    tinygltf::TinyGLTF writer;
+    writer.SetImageWriter(nullptr, nullptr);  // images stay external files named by their URIs
+    const bool written = file && writer.WriteGltfSceneToStream(&model, file, true, binary);
     file.close();
-    if (!file) {
+    if (!written || !file || (replace && replacement.Commit() != 0)) {
         *error = "cannot write " + path;
-        return false;
+        return false;  // the temporary file goes with `replacement`
     }
     return true;
 }

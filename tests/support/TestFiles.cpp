@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -90,8 +91,10 @@ RunResult Run(const std::string& directory, const std::string& program, const st
         result.output.append(buffer, static_cast<size_t>(count));
     ::close(pipeEnds[0]);
     int status = 0;
-    ::waitpid(child, &status, 0);
+    struct rusage usage {};
+    ::wait4(child, &status, 0, &usage);
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.peakKilobytes = usage.ru_maxrss;
     return result;
 }
 

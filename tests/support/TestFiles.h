@@ -32,6 +32,7 @@ std::vector<std::string> Entries(const std::string& folder);
 struct RunResult {
     int exitCode = -1;
     std::string output;  // standard output and standard error
+    long peakKilobytes = 0;  // the program's peak resident memory
 };
 
 // Runs `program` with `arguments` in `directory`, standard input from /dev/null.

@@ -58,7 +58,8 @@ MeshNode::~MeshNode() = default;
 bool MeshNode::ReadVertexFile(AseParser& reader)
 {
     const ConvertSettings& settings = reader.settings;
-    const VertexFileLocation location = LocateVertexFile(name, settings.vertexFolder, settings.uri);
+    const VertexFileLocation location = nameCut ? VertexFileLocation{VertexFileVerdict::ControlCharacter, {}}
+                                                : LocateVertexFile(name, settings.vertexFolder, settings.uri);
     const std::string shown = PrintableName(name);
     switch (location.verdict) {
     case VertexFileVerdict::Inside: break;

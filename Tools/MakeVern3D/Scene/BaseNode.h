@@ -97,6 +97,7 @@ public:
     uint64_t LinkSequence() const { return linkSequence; }
 
     std::string name;
+    bool nameCut = false;  // the file's name held a zero byte, where it was cut: it names no file
     bool hasBounds = false;
     Sphere bounds;
     VernChunk* chunk = nullptr;

@@ -84,7 +84,7 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 56> kMessages{{
     // -ivertex reads only regular files inside its folder; what is refused is never opened.
     {50, "Object '%s' names its vertex file by an absolute path; vertex files are read only inside the vertex folder.\n"},
     {51, "Object '%s' names its vertex file with a '..' component; vertex files are read only inside the vertex folder.\n"},
-    {52, "Object '%s' has a control character in its name, which names no vertex file.\n"},
+    {52, "The name of object '%s' holds a control character or a zero byte; it names no vertex file.\n"},
     {53, "The vertex file of object '%s' leads outside the vertex folder through a symbolic link; it is not read.\n"},
     {54, "The vertex file of object '%s' is not a regular file; it is not read.\n"},
     {55, "The vertex folder '%s' cannot be opened.\n"},
