@@ -123,7 +123,7 @@ TEST(VertexFiles, OnlyRegularFilesInsideTheFolderAreRead)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.result);
         root.Write("work/scene.ase", Objects(c.name));
-        std::vector<std::string> arguments = {"60", MAKEVERN3D_EXE, "scene.ase", "-ivertex"};
+        std::vector<std::string> arguments = {"20", MAKEVERN3D_EXE, "scene.ase", "-ivertex"};
         arguments.insert(arguments.end(), c.switches.begin(), c.switches.end());
         const auto run = testfiles::Run(base + "/work", "/usr/bin/timeout", arguments);  // a FIFO must not block
         EXPECT_EQ(run.exitCode, 0) << run.output;
