@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -92,6 +93,94 @@ private:
 
     tinygltf::Model& model;
 };
+
+// Whether translation, rotation and scale give the matrix back: each element of its upper 3×3
+// within `tolerance` times its longest row, and nothing in its last column but (0, 0, 0, 1).
+bool NearlyTrs(const std::array<float, 16>& m, const Trs& trs, double tolerance)
+{
+    if (m[3] != 0.0f || m[7] != 0.0f || m[11] != 0.0f || m[15] != 1.0f)
+        return false;
+    const double x = trs.rotation[0], y = trs.rotation[1], z = trs.rotation[2], w = trs.rotation[3];
+    const double r[3][3] = {{1 - 2 * (y * y + z * z), 2 * (x * y - z * w), 2 * (x * z + y * w)},
+                            {2 * (x * y + z * w), 1 - 2 * (x * x + z * z), 2 * (y * z - x * w)},
+                            {2 * (x * z - y * w), 2 * (y * z + x * w), 1 - 2 * (x * x + y * y)}};
+    double longest = 0.0, deviation = 0.0;
+    for (int row = 0; row < 3; ++row) {
+        longest = std::max(longest, std::hypot(double{m[4 * row]}, double{m[4 * row + 1]}, double{m[4 * row + 2]}));
+        // Row `row` of ours is the image of axis `row`: column `row` of R, times its scale.
+        for (int i = 0; i < 3; ++i)
+            deviation = std::max(deviation, std::abs(r[i][row] * trs.scale[row] - m[4 * row + i]));
+    }
+    return deviation <= tolerance * longest;
+}
+
+// Whether the Khronos validator takes a matrix as decomposable into translation, rotation and
+// scale. It rebuilds the matrix from its own decomposition in single precision and compares the
+// largest column sum of absolute values with the original's, within 5e-5; this follows it step
+// by step (every stored value rounded to float, as its arrays do), with a margin.
+bool ValidGltfMatrix(const std::array<float, 16>& m)
+{
+    if (m[3] != 0.0f || m[7] != 0.0f || m[11] != 0.0f || m[15] != 1.0f)
+        return false;
+    auto f = [](double value) { return static_cast<double>(static_cast<float>(value)); };
+    const double a = m[0], b = m[1], c = m[2], d = m[4], e = m[5], g = m[6], h = m[8], i = m[9], j = m[10];
+    const double determinant = a * (e * j - g * i) - b * (d * j - g * h) + c * (d * i - e * h);
+    if (determinant == 0.0 || !std::isfinite(determinant))
+        return false;
+    double scale[3];
+    for (int column = 0; column < 3; ++column)
+        scale[column] = std::sqrt(f(m[4 * column]) * m[4 * column] + f(m[4 * column + 1]) * m[4 * column + 1] +
+                                  f(m[4 * column + 2]) * m[4 * column + 2]);
+    if (determinant < 0)
+        scale[0] = -scale[0];
+    double r[9];  // the columns divided by their lengths
+    for (int column = 0; column < 3; ++column)
+        for (int k = 0; k < 3; ++k)
+            r[3 * column + k] = f(m[4 * column + k] * (1 / scale[column]));
+    double q[4];
+    const double trace = r[0] + r[4] + r[8];
+    if (trace > 0) {
+        double root = std::sqrt(trace + 1);
+        q[3] = f(root * 0.5);
+        root = 0.5 / root;
+        q[0] = f((r[5] - r[7]) * root), q[1] = f((r[6] - r[2]) * root), q[2] = f((r[1] - r[3]) * root);
+    } else {
+        const int n = r[0] < r[4] ? (r[4] < r[8] ? 2 : 1) : (r[0] < r[8] ? 2 : 0);
+        const int n1 = (n + 1) % 3, n2 = (n + 2) % 3;
+        double root = std::sqrt(r[4 * n] - r[4 * n1] - r[4 * n2] + 1);
+        q[n] = f(root * 0.5);
+        root = 0.5 / root;
+        q[3] = f((r[3 * n1 + n2] - r[3 * n2 + n1]) * root);
+        q[n1] = f((r[3 * n + n1] + r[3 * n1 + n]) * root);
+        q[n2] = f((r[3 * n + n2] + r[3 * n2 + n]) * root);
+    }
+    const double x2 = q[0] + q[0], y2 = q[1] + q[1], z2 = q[2] + q[2];
+    const double xx = q[0] * x2, xy = q[0] * y2, xz = q[0] * z2, yy = q[1] * y2, yz = q[1] * z2, zz = q[2] * z2;
+    const double wx = q[3] * x2, wy = q[3] * y2, wz = q[3] * z2;
+    const double rebuilt[3][3] = {{1 - (yy + zz), xy + wz, xz - wy}, {xy - wz, 1 - (xx + zz), yz + wx},
+                                  {xz + wy, yz - wx, 1 - (xx + yy)}};  // columns
+    double rebuiltNorm = 0.0, norm = 0.0;
+    for (int column = 0; column < 3; ++column) {
+        double rebuiltSum = 0.0, sum = 0.0;
+        for (int k = 0; k < 3; ++k) {
+            rebuiltSum += std::abs(f(f(rebuilt[column][k]) * f(scale[column])));
+            sum += std::abs(double{m[4 * column + k]});
+        }
+        rebuiltNorm = std::max(rebuiltNorm, rebuiltSum);
+        norm = std::max(norm, sum);
+    }
+    const double translation = std::abs(double{m[12]}) + std::abs(double{m[13]}) + std::abs(double{m[14]}) + 1;
+    rebuiltNorm = std::max(rebuiltNorm, translation);
+    norm = std::max(norm, translation);
+    return std::abs(rebuiltNorm - norm) < 2.5e-5;  // the validator's bound is 5e-5
+}
+
+std::string FormatTolerance(double tolerance)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", tolerance);
+    return text;
+}
 
 // A relative URI for a bitmap name: every byte outside the unreserved set percent-encoded.
 std::string FileUri(const std::string& name)
@@ -416,17 +505,27 @@ bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model
         } else if (!Finite(node.info.matrix)) {
             *error = "node '" + node.name + "': its matrix is not finite";
             return false;
-        } else if (node.hasAnimation && HasMovingKeys(node.animation)) {
-            // Animated nodes carry translation, rotation and scale, never a matrix.
-            const Trs trs = Decompose(node.info.matrix);
-            out.translation.assign(trs.translation.begin(), trs.translation.end());
-            out.rotation.assign(trs.rotation.begin(), trs.rotation.end());
-            out.scale.assign(trs.scale.begin(), trs.scale.end());
-            if (!AddTransformAnimation(node, index, options, samplesPerNode, buffers, animation, error))
-                return false;
         } else {
-            // Row-major for row vectors reads as column-major for column vectors: the same floats.
-            out.matrix.assign(node.info.matrix.begin(), node.info.matrix.end());
+            // Animated nodes carry translation, rotation and scale, never a matrix; so does every
+            // node whose matrix is one of those within the tolerance. A matrix that is not (a
+            // shear) stays a matrix when glTF takes it, else it is straightened, with a note.
+            const bool animated = node.hasAnimation && HasMovingKeys(node.animation);
+            const Trs trs = Decompose(node.info.matrix);
+            const bool nearTrs = NearlyTrs(node.info.matrix, trs, options.trsTolerance);
+            if (!animated && !nearTrs && ValidGltfMatrix(node.info.matrix)) {
+                // Row-major for row vectors reads as column-major for column vectors: the same floats.
+                out.matrix.assign(node.info.matrix.begin(), node.info.matrix.end());
+            } else {
+                out.translation.assign(trs.translation.begin(), trs.translation.end());
+                out.rotation.assign(trs.rotation.begin(), trs.rotation.end());
+                out.scale.assign(trs.scale.begin(), trs.scale.end());
+                if (!nearTrs)
+                    notes->push_back("node '" + node.name + "': its matrix has no translation, rotation and scale " +
+                                     "within " + FormatTolerance(options.trsTolerance) +
+                                     "; it is written straightened" + (animated ? ", as its animation is" : ""));
+            }
+            if (animated && !AddTransformAnimation(node, index, options, samplesPerNode, buffers, animation, error))
+                return false;
         }
         if (node.hasMesh) {
             const size_t meshes = model->meshes.size();

@@ -4,6 +4,10 @@
 //   row vectors; glTF's are column-major for column vectors, which is the transpose stored in the
 //   other order: the same 16 floats in the same order. The scene root (which has no matrix) turns
 //   the source's Z-up axes into glTF's Y-up: (x, y, z) becomes (x, z, -y).
+// - A node's transform is written as translation, rotation and scale when its matrix is those
+//   within ExportOptions::trsTolerance (a matrix written with 4 decimals is, straightened a
+//   little), or when the node is animated. A matrix that is not (a shear) stays a matrix when
+//   glTF accepts it as one, and is straightened otherwise, with a note.
 // - Meshes: one per mesh node, one primitive per batch with the batch's vertices (positions,
 //   normals renormalized, texture coordinates) and its triangles. Our triangles list their
 //   corners clockwise (seen from the front, in the source's right-handed axes); glTF's front
@@ -45,6 +49,9 @@ struct ExportOptions {
     // Meshes are taken in file order; one that does not fit keeps only its first frame. With the
     // transform samples (at most maxSamplesPerScene), the export of any file up to 64 KB stays
     // under 200 MB.
+    // A node whose matrix is translation, rotation and scale within this much (relative to its
+    // longest axis) is written as those; so is every animated node.
+    double trsTolerance = 1e-3;
     size_t morphValuesPerByte = 16;
     size_t morphValuesBase = size_t{1} << 22;
 };

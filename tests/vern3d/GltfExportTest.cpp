@@ -93,7 +93,7 @@ TEST(GltfExport, WorldPositionsEqualThoseOfTheFile)
     ASSERT_TRUE(BuildGltf(scene, ExportOptions{}, &model, &error)) << error;
     ASSERT_EQ(model.nodes.size(), 3u);
     EXPECT_TRUE(model.nodes[1].matrix.empty());  // animated: TRS
-    EXPECT_EQ(model.nodes[2].matrix.size(), 16u);
+    EXPECT_TRUE(model.nodes[2].matrix.empty());  // a matrix of rotation and scale: TRS too
     const auto world = gltfworld::WorldMatrices(model);
     const auto expected = gltfworld::Vern3DWorldPositions(scene, 2);
     const auto actual = gltfworld::GltfWorldPositions(model, world, 2);
@@ -108,6 +108,51 @@ TEST(GltfExport, WorldPositionsEqualThoseOfTheFile)
     EXPECT_EQ(gltfworld::ReadFloats(model, primitive.attributes.at("TEXCOORD_0")),
               (std::vector<float>{0.1f, 0.9f, 0.8f, 0.9f, 0.1f, 0.2f}));
     EXPECT_EQ(model.images.at(0).uri, "wood.tga");
+}
+
+// Static nodes: translation, rotation and scale where the matrix is those within the tolerance
+// (4 decimals are), a matrix where the validator takes it (a shear beside a large translation, as
+// the validator compares column sums), else straightened with a note. The expected forms are the
+// validator's verdicts on these matrices exported as they stand.
+TEST(GltfExport, NodesAreTranslationRotationAndScaleWhereTheyCanBe)
+{
+    const struct {
+        std::array<float, 16> matrix;
+        bool keptAsMatrix, straightened;
+    } cases[] = {
+        {{-0.0514f, -0.8752f, -0.4810f, 0, -0.2477f, 0.4777f, -0.8429f, 0, 0.9675f, 0.0758f, -0.2413f, 0, 0, 0, 0, 1},
+         false, false},
+        {{1, 0, 0, 0, 0.5f, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, false, true},
+        {{1, 0, 0, 0, 0.5f, 1, 0, 0, 0, 0, 1, 0, 100, 200, 300, 1}, true, false},
+        {{1, 0, 0, 0.5f, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, false, true},  // projective: no glTF matrix
+    };
+    NodeShape root{"root", {}, nullptr, nullptr, {}};
+    root.info.flags = 1;
+    for (const auto& c : cases)
+        root.children.push_back({"n" + std::to_string(root.children.size() + 1), InfoFor(c.matrix), nullptr, nullptr, {}});
+    Scene scene;
+    std::string error;
+    ASSERT_TRUE(Decode(BuildFile(root, {}), &scene, &error)) << error;
+    tinygltf::Model model;
+    std::vector<std::string> notes;
+    ASSERT_TRUE(BuildGltf(scene, ExportOptions{}, &model, &error, &notes)) << error;
+    std::vector<std::string> expectedNotes;
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        SCOPED_TRACE(i);
+        const tinygltf::Node& node = model.nodes.at(i + 1);
+        EXPECT_EQ(node.matrix.size(), cases[i].keptAsMatrix ? 16u : 0u);
+        EXPECT_EQ(node.rotation.size(), cases[i].keptAsMatrix ? 0u : 4u);
+        if (cases[i].straightened)
+            expectedNotes.push_back("node 'n" + std::to_string(i + 1) +
+                                    "': its matrix has no translation, rotation and scale within 0.001; it is written "
+                                    "straightened");
+        if (cases[i].straightened || cases[i].keptAsMatrix)
+            continue;
+        const Mat local = gltfworld::LocalMatrix(node);
+        for (int k = 0; k < 16; ++k)
+            EXPECT_NEAR(local[k], cases[i].matrix[k], 2e-4) << k;  // the 4 decimals, straightened
+    }
+    EXPECT_EQ(notes, expectedNotes);
 }
 
 // Sampled values at a time, from the exported channels of node `node`.
