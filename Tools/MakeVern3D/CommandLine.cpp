@@ -99,6 +99,9 @@ CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSett
         } else if (option == "ma") {
             if (!takeValue(settings.meshOpsFile))
                 return CommandLineResult::MissingValue;
+        } else if (option == "vertexdir") {
+            if (!takeValue(settings.vertexFolder))
+                return CommandLineResult::MissingValue;
         } else if (option == "analyse") {
             std::string value;
             if (!takeValue(value))
@@ -143,6 +146,7 @@ CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSett
             input = PathFromName(input, true);
         result.outputName = PathFromName(result.outputName, true);
         settings.meshOpsFile = PathFromName(settings.meshOpsFile, true);
+        settings.vertexFolder = PathFromName(settings.vertexFolder, true);
     }
     return CommandLineResult::Ok;
 }

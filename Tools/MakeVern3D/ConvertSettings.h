@@ -16,4 +16,5 @@ struct ConvertSettings {
     bool compat = false;  // -compat: accept what other exporters write, with a warning per departure
     bool batch = false;   // -batch: never wait for a key; a failed input makes the exit code 2
     bool uri = false;     // -uri: "file:" names (file:/abs/path, file:///abs/path) for absolute paths
+    std::string vertexFolder;  // -vertexdir: the folder -ivertex reads from (empty: the current folder)
 };

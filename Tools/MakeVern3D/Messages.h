@@ -43,6 +43,13 @@ enum MessageId : uint32_t {
     kMessageDefaultTiming = 36,
     kMessageVersionMissing = 37,
     kMessageNoEdgeFlags = 38,
+    // -ivertex: names that would reach outside the vertex folder, and files that are not read.
+    kMessageVertexNameAbsolute = 50,
+    kMessageVertexNameParent = 51,
+    kMessageVertexNameControl = 52,
+    kMessageVertexFileOutside = 53,
+    kMessageVertexFileNotRegular = 54,
+    kMessageVertexFolderMissing = 55,
     // Departures of -compat for real-world exports, and the messages that keep them readable.
     kMessageBlocksClosedAtEnd = 60,
     kMessageNonFiniteValue = 61,

@@ -140,7 +140,11 @@ int Export(const std::vector<std::string>& arguments, std::ostream& out, std::os
     if (!Load(input, &scene, err))
         return kExitBadFile;
     std::string error;
-    if (!ExportGltf(scene, output, ExportOptions{}, &error)) {
+    std::vector<std::string> notes;
+    const bool exported = ExportGltf(scene, output, ExportOptions{}, &error, &notes);
+    for (const std::string& note : notes)
+        err << input << ": note: " << note << "\n";
+    if (!exported) {
         err << input << ": export failed: " << error << "\n";
         return kExitBadFile;
     }

@@ -1,16 +1,18 @@
 #include "GltfExport.h"
 
+#include "ReplacementFile.h"
 #include "TextEncoding.h"
 #include "TransformSampling.h"
 
 #include <tiny_gltf.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <map>
-#include <sstream>
 
 namespace vern3d {
 
@@ -92,6 +94,94 @@ private:
     tinygltf::Model& model;
 };
 
+// Whether translation, rotation and scale give the matrix back: each element of its upper 3×3
+// within `tolerance` times its longest row, and nothing in its last column but (0, 0, 0, 1).
+bool NearlyTrs(const std::array<float, 16>& m, const Trs& trs, double tolerance)
+{
+    if (m[3] != 0.0f || m[7] != 0.0f || m[11] != 0.0f || m[15] != 1.0f)
+        return false;
+    const double x = trs.rotation[0], y = trs.rotation[1], z = trs.rotation[2], w = trs.rotation[3];
+    const double r[3][3] = {{1 - 2 * (y * y + z * z), 2 * (x * y - z * w), 2 * (x * z + y * w)},
+                            {2 * (x * y + z * w), 1 - 2 * (x * x + z * z), 2 * (y * z - x * w)},
+                            {2 * (x * z - y * w), 2 * (y * z + x * w), 1 - 2 * (x * x + y * y)}};
+    double longest = 0.0, deviation = 0.0;
+    for (int row = 0; row < 3; ++row) {
+        longest = std::max(longest, std::hypot(double{m[4 * row]}, double{m[4 * row + 1]}, double{m[4 * row + 2]}));
+        // Row `row` of ours is the image of axis `row`: column `row` of R, times its scale.
+        for (int i = 0; i < 3; ++i)
+            deviation = std::max(deviation, std::abs(r[i][row] * trs.scale[row] - m[4 * row + i]));
+    }
+    return deviation <= tolerance * longest;
+}
+
+// Whether the Khronos validator takes a matrix as decomposable into translation, rotation and
+// scale. It rebuilds the matrix from its own decomposition in single precision and compares the
+// largest column sum of absolute values with the original's, within 5e-5; this follows it step
+// by step (every stored value rounded to float, as its arrays do), with a margin.
+bool ValidGltfMatrix(const std::array<float, 16>& m)
+{
+    if (m[3] != 0.0f || m[7] != 0.0f || m[11] != 0.0f || m[15] != 1.0f)
+        return false;
+    auto f = [](double value) { return static_cast<double>(static_cast<float>(value)); };
+    const double a = m[0], b = m[1], c = m[2], d = m[4], e = m[5], g = m[6], h = m[8], i = m[9], j = m[10];
+    const double determinant = a * (e * j - g * i) - b * (d * j - g * h) + c * (d * i - e * h);
+    if (determinant == 0.0 || !std::isfinite(determinant))
+        return false;
+    double scale[3];
+    for (int column = 0; column < 3; ++column)
+        scale[column] = std::sqrt(f(m[4 * column]) * m[4 * column] + f(m[4 * column + 1]) * m[4 * column + 1] +
+                                  f(m[4 * column + 2]) * m[4 * column + 2]);
+    if (determinant < 0)
+        scale[0] = -scale[0];
+    double r[9];  // the columns divided by their lengths
+    for (int column = 0; column < 3; ++column)
+        for (int k = 0; k < 3; ++k)
+            r[3 * column + k] = f(m[4 * column + k] * (1 / scale[column]));
+    double q[4];
+    const double trace = r[0] + r[4] + r[8];
+    if (trace > 0) {
+        double root = std::sqrt(trace + 1);
+        q[3] = f(root * 0.5);
+        root = 0.5 / root;
+        q[0] = f((r[5] - r[7]) * root), q[1] = f((r[6] - r[2]) * root), q[2] = f((r[1] - r[3]) * root);
+    } else {
+        const int n = r[0] < r[4] ? (r[4] < r[8] ? 2 : 1) : (r[0] < r[8] ? 2 : 0);
+        const int n1 = (n + 1) % 3, n2 = (n + 2) % 3;
+        double root = std::sqrt(r[4 * n] - r[4 * n1] - r[4 * n2] + 1);
+        q[n] = f(root * 0.5);
+        root = 0.5 / root;
+        q[3] = f((r[3 * n1 + n2] - r[3 * n2 + n1]) * root);
+        q[n1] = f((r[3 * n + n1] + r[3 * n1 + n]) * root);
+        q[n2] = f((r[3 * n + n2] + r[3 * n2 + n]) * root);
+    }
+    const double x2 = q[0] + q[0], y2 = q[1] + q[1], z2 = q[2] + q[2];
+    const double xx = q[0] * x2, xy = q[0] * y2, xz = q[0] * z2, yy = q[1] * y2, yz = q[1] * z2, zz = q[2] * z2;
+    const double wx = q[3] * x2, wy = q[3] * y2, wz = q[3] * z2;
+    const double rebuilt[3][3] = {{1 - (yy + zz), xy + wz, xz - wy}, {xy - wz, 1 - (xx + zz), yz + wx},
+                                  {xz + wy, yz - wx, 1 - (xx + yy)}};  // columns
+    double rebuiltNorm = 0.0, norm = 0.0;
+    for (int column = 0; column < 3; ++column) {
+        double rebuiltSum = 0.0, sum = 0.0;
+        for (int k = 0; k < 3; ++k) {
+            rebuiltSum += std::abs(f(f(rebuilt[column][k]) * f(scale[column])));
+            sum += std::abs(double{m[4 * column + k]});
+        }
+        rebuiltNorm = std::max(rebuiltNorm, rebuiltSum);
+        norm = std::max(norm, sum);
+    }
+    const double translation = std::abs(double{m[12]}) + std::abs(double{m[13]}) + std::abs(double{m[14]}) + 1;
+    rebuiltNorm = std::max(rebuiltNorm, translation);
+    norm = std::max(norm, translation);
+    return std::abs(rebuiltNorm - norm) < 2.5e-5;  // the validator's bound is 5e-5
+}
+
+std::string FormatTolerance(double tolerance)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", tolerance);
+    return text;
+}
+
 // A relative URI for a bitmap name: every byte outside the unreserved set percent-encoded.
 std::string FileUri(const std::string& name)
 {
@@ -170,7 +260,50 @@ bool HasMorphTargets(const MeshData& mesh)
     return mesh.frames.size() > 1 && (mesh.header.flags & (kComponentPosition | kComponentNormal)) != 0;
 }
 
-bool AddMesh(const Node& node, BufferBuilder& buffers, tinygltf::Model& model, std::string* error)
+// The values a mesh's animation takes as morph targets and a weights track (see ExportOptions).
+uint64_t MorphValues(const MeshData& mesh)
+{
+    const uint64_t targets = mesh.frames.size() - 1;
+    const bool normals = (mesh.header.flags & kComponentNormal) != 0;
+    uint64_t perTarget = 0;
+    for (const VertexRange& range : Ranges(mesh))
+        perTarget += uint64_t{range.vertexCount} * (normals ? 6 : 3) + (normals ? 2 : 1) * kValuesPerAccessor;
+    // Keys: at most one per stored frame, each with a weight per target; the mesh's own weights.
+    return targets * perTarget + (targets + 1) * (targets + 1) + 2 * kValuesPerAccessor;
+}
+
+// Which meshes keep their animation: those within the scene's budget, in file order.
+std::vector<bool> AnimatedMeshes(const Scene& scene, const ExportOptions& options, std::vector<std::string>* notes)
+{
+    const uint64_t budget = options.morphValuesPerByte * scene.fileSize + options.morphValuesBase;
+    uint64_t used = 0;
+    std::vector<bool> kept(scene.nodes.size(), false);
+    for (size_t i = 0; i < scene.nodes.size(); ++i) {
+        const Node& node = scene.nodes[i];
+        if (!node.hasMesh || !HasMorphTargets(node.mesh))
+            continue;
+        const size_t frames = node.mesh.frames.size();
+        const std::string left = "node '" + node.name + "': its animation of " + std::to_string(frames) +
+                                 " stored frames is left out: ";
+        const uint64_t values = MorphValues(node.mesh);
+        if (frames - 1 > options.maxMorphTargets) {
+            notes->push_back(left + "the export makes at most " + std::to_string(options.maxMorphTargets) +
+                             " morph targets per mesh");
+        } else if (values > budget - used) {
+            notes->push_back(left + "its morph targets and weights would take " + std::to_string(values) +
+                             " values, and those of the scene at most " + std::to_string(budget) + " (" +
+                             std::to_string(options.morphValuesPerByte) + " per byte of its " +
+                             std::to_string(scene.fileSize) + " bytes + " + std::to_string(options.morphValuesBase) +
+                             "), of which " + std::to_string(used) + " are taken");
+        } else {
+            used += values;
+            kept[i] = true;
+        }
+    }
+    return kept;
+}
+
+bool AddMesh(const Node& node, bool animate, BufferBuilder& buffers, tinygltf::Model& model, std::string* error)
 {
     const MeshData& mesh = node.mesh;
     for (size_t f = 0; f < mesh.frames.size(); ++f) {
@@ -183,7 +316,8 @@ bool AddMesh(const Node& node, BufferBuilder& buffers, tinygltf::Model& model, s
         }
     }
     const std::vector<VertexRecord>& base = mesh.frames[0].vertices;
-    const bool morph = HasMorphTargets(mesh);
+    const bool morph = animate && HasMorphTargets(mesh);
+    const bool movingNormals = (mesh.header.flags & kComponentNormal) != 0;
     tinygltf::Mesh gltfMesh;
     gltfMesh.name = ToUtf8(node.name);
     for (const VertexRange& range : Ranges(mesh)) {
@@ -213,16 +347,18 @@ bool AddMesh(const Node& node, BufferBuilder& buffers, tinygltf::Model& model, s
                 std::vector<float> positionDeltas, normalDeltas;
                 for (uint32_t v = range.firstVertex; v < range.firstVertex + range.vertexCount; ++v) {
                     const VertexRecord& frameVertex = mesh.frames[f].vertices[v];
+                    for (int c = 0; c < 3; ++c)
+                        positionDeltas.push_back(frameVertex.position[c] - base[v].position[c]);
+                    if (!movingNormals)
+                        continue;
                     const auto from = UnitNormal(base[v].normal);
                     const auto to = UnitNormal(frameVertex.normal);
-                    for (int c = 0; c < 3; ++c) {
-                        positionDeltas.push_back(frameVertex.position[c] - base[v].position[c]);
+                    for (int c = 0; c < 3; ++c)
                         normalDeltas.push_back(to[c] - from[c]);
-                    }
                 }
                 std::map<std::string, int> target;
                 target["POSITION"] = buffers.Floats(positionDeltas, TINYGLTF_TYPE_VEC3, 3, kArrayBuffer, true);
-                if (mesh.header.flags & kComponentNormal)
+                if (movingNormals)
                     target["NORMAL"] = buffers.Floats(normalDeltas, TINYGLTF_TYPE_VEC3, 3, kArrayBuffer, false);
                 primitive.targets.push_back(target);
             }
@@ -332,11 +468,15 @@ void AddWeightsAnimation(const Node& node, int index, BufferBuilder& buffers, ti
 
 }  // namespace
 
-bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model* model, std::string* error)
+bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model* model, std::string* error,
+               std::vector<std::string>* notes)
 {
     std::string reason;
     if (!error)
         error = &reason;
+    std::vector<std::string> ignored;
+    if (!notes)
+        notes = &ignored;
     *model = tinygltf::Model{};
     model->asset.version = "2.0";
     model->asset.generator = "vern3d";
@@ -347,15 +487,9 @@ bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model
     animation.name = "vern3d";
 
     size_t animated = 0;
-    for (const Node& node : scene.nodes) {
+    for (const Node& node : scene.nodes)
         animated += node.hasAnimation && HasMovingKeys(node.animation);
-        if (node.hasMesh && HasMorphTargets(node.mesh) && node.mesh.frames.size() - 1 > options.maxMorphTargets) {
-            *error = "node '" + node.name + "' has " + std::to_string(node.mesh.frames.size()) +
-                     " stored frames; the export makes at most " + std::to_string(options.maxMorphTargets) +
-                     " morph targets";
-            return false;
-        }
-    }
+    const std::vector<bool> morphs = AnimatedMeshes(scene, options, notes);
     const size_t samplesPerNode = std::max<size_t>(
         std::min(options.maxSamplesPerScene / std::max<size_t>(animated, 1), options.maxSamplesPerNode), 2);
 
@@ -371,21 +505,31 @@ bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model
         } else if (!Finite(node.info.matrix)) {
             *error = "node '" + node.name + "': its matrix is not finite";
             return false;
-        } else if (node.hasAnimation && HasMovingKeys(node.animation)) {
-            // Animated nodes carry translation, rotation and scale, never a matrix.
-            const Trs trs = Decompose(node.info.matrix);
-            out.translation.assign(trs.translation.begin(), trs.translation.end());
-            out.rotation.assign(trs.rotation.begin(), trs.rotation.end());
-            out.scale.assign(trs.scale.begin(), trs.scale.end());
-            if (!AddTransformAnimation(node, index, options, samplesPerNode, buffers, animation, error))
-                return false;
         } else {
-            // Row-major for row vectors reads as column-major for column vectors: the same floats.
-            out.matrix.assign(node.info.matrix.begin(), node.info.matrix.end());
+            // Animated nodes carry translation, rotation and scale, never a matrix; so does every
+            // node whose matrix is one of those within the tolerance. A matrix that is not (a
+            // shear) stays a matrix when glTF takes it, else it is straightened, with a note.
+            const bool animated = node.hasAnimation && HasMovingKeys(node.animation);
+            const Trs trs = Decompose(node.info.matrix);
+            const bool nearTrs = NearlyTrs(node.info.matrix, trs, options.trsTolerance);
+            if (!animated && !nearTrs && ValidGltfMatrix(node.info.matrix)) {
+                // Row-major for row vectors reads as column-major for column vectors: the same floats.
+                out.matrix.assign(node.info.matrix.begin(), node.info.matrix.end());
+            } else {
+                out.translation.assign(trs.translation.begin(), trs.translation.end());
+                out.rotation.assign(trs.rotation.begin(), trs.rotation.end());
+                out.scale.assign(trs.scale.begin(), trs.scale.end());
+                if (!nearTrs)
+                    notes->push_back("node '" + node.name + "': its matrix has no translation, rotation and scale " +
+                                     "within " + FormatTolerance(options.trsTolerance) +
+                                     "; it is written straightened" + (animated ? ", as its animation is" : ""));
+            }
+            if (animated && !AddTransformAnimation(node, index, options, samplesPerNode, buffers, animation, error))
+                return false;
         }
         if (node.hasMesh) {
             const size_t meshes = model->meshes.size();
-            if (!AddMesh(node, buffers, *model, error))
+            if (!AddMesh(node, morphs[i], buffers, *model, error))
                 return false;
             if (model->meshes.size() > meshes) {
                 out.mesh = static_cast<int>(meshes);
@@ -405,7 +549,8 @@ bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model
     return true;
 }
 
-bool ExportGltf(const Scene& scene, const std::string& path, const ExportOptions& options, std::string* error)
+bool ExportGltf(const Scene& scene, const std::string& path, const ExportOptions& options, std::string* error,
+                std::vector<std::string>* notes)
 {
     std::string reason;
     if (!error)
@@ -418,22 +563,23 @@ bool ExportGltf(const Scene& scene, const std::string& path, const ExportOptions
         return false;
     }
     tinygltf::Model model;
-    if (!BuildGltf(scene, options, &model, error))
+    if (!BuildGltf(scene, options, &model, error, notes))
         return false;
-    tinygltf::TinyGLTF writer;
-    writer.SetImageWriter(nullptr, nullptr);  // images stay external files named by their URIs
-    std::ostringstream text;
-    if (!writer.WriteGltfSceneToStream(&model, text, true, binary)) {
-        *error = "glTF writing failed";
+    // Written straight into the file (no copy of it in memory), under a temporary name.
+    ReplacementFile replacement;
+    const bool replace = ReplacementFile::Replaceable(path);
+    if (replace && replacement.Create(path) != 0) {
+        *error = "cannot write " + path + ": " + std::strerror(errno);
         return false;
     }
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    const std::string bytes = text.str();
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    std::ofstream file(replace ? replacement.TemporaryPath() : path, std::ios::binary | std::ios::trunc);
+    tinygltf::TinyGLTF writer;
+    writer.SetImageWriter(nullptr, nullptr);  // images stay external files named by their URIs
+    const bool written = file && writer.WriteGltfSceneToStream(&model, file, true, binary);
     file.close();
-    if (!file) {
+    if (!written || !file || (replace && replacement.Commit() != 0)) {
         *error = "cannot write " + path;
-        return false;
+        return false;  // the temporary file goes with `replacement`
     }
     return true;
 }

@@ -328,6 +328,7 @@ bool BaseParser::SymbolTooLong(size_t length)
 
 bool BaseParser::ScanSymbol(std::string_view& symbol)
 {
+    lastSymbolCut = false;
     if (errorFlag)
         return false;
     if (!text || EndOfText()) {
@@ -383,6 +384,7 @@ bool BaseParser::ScanSymbol(std::string_view& symbol)
             return false;
         // The symbol ends at its first zero byte, like the buffer it was always assembled in.
         const void* zero = std::memchr(p, '\0', length);
+        lastSymbolCut = zero != nullptr;
         symbol = std::string_view(p, zero ? static_cast<size_t>(static_cast<const char*>(zero) - p) : length);
         return true;
     }
@@ -418,6 +420,7 @@ bool BaseParser::ScanSymbol(std::string_view& symbol)
     const size_t length = static_cast<size_t>(p - start);
     if (SymbolTooLong(length))
         return false;
+    lastSymbolCut = zero != nullptr;
     symbol = std::string_view(start, zero ? static_cast<size_t>(zero - start) : length);
     return true;
 }

@@ -54,6 +54,8 @@ public:
     bool NextSymbolView(std::string_view& symbol);
     // The last symbol handed out; a read that fails leaves it in place.
     std::string_view LastSymbol() const { return lastSymbol; }
+    // Whether the last symbol scanned was cut at a zero byte inside it.
+    bool LastSymbolCut() const { return lastSymbolCut; }
 
     // Consumes everything up to and including the "}" that matches a "{" just read.
     void SkipBlock(std::string& symbol);
@@ -106,6 +108,7 @@ protected:
     int32_t outermostBlockLine = 0;
     bool blocksClosedAtEnd = false;  // said for this file
     bool quiet = false;
+    bool lastSymbolCut = false;
 
 private:
     enum CharClass : uint8_t { kWordChar = 0, kWhitespace = 1, kSingleChar = 2, kZero = 3 };

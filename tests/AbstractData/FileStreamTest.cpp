@@ -33,6 +33,7 @@ constexpr HRESULT kUnexpected = static_cast<HRESULT>(0x8000FFFFu);
 constexpr HRESULT kFail = static_cast<HRESULT>(0x80004005u);
 constexpr HRESULT kInvalidArg = static_cast<HRESULT>(0x80070057u);
 constexpr uint32_t kCreate = FileStream::CreateAlways | FileStream::WriteAccess;
+constexpr uint32_t kReplace = kCreate | FileStream::ReplaceOnCommit;
 
 class FileStreamTest : public ::testing::Test {
 protected:
@@ -171,6 +172,38 @@ TEST_F(FileStreamTest, CreateAlwaysTruncatesAndOpenReplacesTheFile)
     EXPECT_EQ(FileStream().Open(first.c_str(), FileStream::WriteAccess), S_OK);
 }
 
+// A replacing stream writes a temporary file beside the named one: the named file changes only
+// at Commit, keeps its mode, and is reached through a link that stays a link. Without Commit
+// nothing is left but the earlier file.
+TEST_F(FileStreamTest, ReplaceOnCommitChangesTheFileOnlyAtCommit)
+{
+    const std::string existing = dir.Write("existing.bin", "old"), link = File("link.bin"), fresh = File("fresh.bin");
+    ASSERT_EQ(::chmod(existing.c_str(), 0640), 0);
+    ASSERT_EQ(::symlink("existing.bin", link.c_str()), 0);
+    for (const std::string& name : {existing, link, fresh}) {
+        SCOPED_TRACE(name);
+        for (bool commit : {false, true}) {
+            FileStream stream;
+            ASSERT_EQ(stream.Open(name.c_str(), kReplace), S_OK);
+            ASSERT_EQ(stream.Write("new", 3), S_OK);
+            EXPECT_EQ(testfiles::Entries(dir.Path()).size(), 3u);  // with the temporary file
+            EXPECT_EQ(testfiles::ReadText(name), name == fresh ? "" : "old");
+            EXPECT_EQ(commit ? stream.Commit() : stream.Close(), S_OK);
+            EXPECT_EQ(testfiles::ReadText(name), commit ? "new" : name == fresh ? "" : "old");
+        }
+        EXPECT_TRUE(std::filesystem::is_symlink(link));
+        EXPECT_EQ(std::filesystem::status(existing).permissions(), std::filesystem::perms(0640));
+        const Lines left = name == fresh ? Lines{"existing.bin", "fresh.bin", "link.bin"} : Lines{"existing.bin", "link.bin"};
+        EXPECT_EQ(testfiles::Entries(dir.Path()), left);
+        dir.Write("existing.bin", "old");
+    }
+    // Commit without an open file fails; a directory's place is not taken.
+    FileStream stream;
+    EXPECT_EQ(stream.Commit(), kUnexpected);
+    TraceCapture trace;
+    EXPECT_TRUE(Failed(stream.Open(dir.Path().c_str(), kReplace)));
+}
+
 TEST_F(FileStreamTest, SharingFollowsTheWindowsRules)
 {
     const std::string path = dir.Write("shared.bin", "0123456789"), hardLink = File("hard.bin"),
@@ -195,6 +228,7 @@ TEST_F(FileStreamTest, SharingFollowsTheWindowsRules)
         {0, path, 0, S_OK},
         {writer, hardLink, 0, kSharing},
         {writer, symLink, kCreate, kSharing},
+        {0, symLink, kReplace, kSharing},  // a replacing stream holds the file it replaces
         {0, hardLink, FileStream::ReadAccess, S_OK},
     };
     for (const auto& c : cases) {

@@ -1,11 +1,13 @@
 #include "TestFiles.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -49,6 +51,15 @@ bool Exists(const std::string& path)
     return std::filesystem::exists(path);
 }
 
+std::vector<std::string> Entries(const std::string& folder)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 RunResult Run(const std::string& directory, const std::string& program, const std::vector<std::string>& arguments)
 {
     int pipeEnds[2];
@@ -80,8 +91,10 @@ RunResult Run(const std::string& directory, const std::string& program, const st
         result.output.append(buffer, static_cast<size_t>(count));
     ::close(pipeEnds[0]);
     int status = 0;
-    ::waitpid(child, &status, 0);
+    struct rusage usage {};
+    ::wait4(child, &status, 0, &usage);
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.peakKilobytes = usage.ru_maxrss;
     return result;
 }
 

@@ -26,10 +26,13 @@ private:
 std::string ReadText(const std::string& path);
 std::vector<unsigned char> ReadBytes(const std::string& path);
 bool Exists(const std::string& path);
+// The names in a folder, sorted.
+std::vector<std::string> Entries(const std::string& folder);
 
 struct RunResult {
     int exitCode = -1;
     std::string output;  // standard output and standard error
+    long peakKilobytes = 0;  // the program's peak resident memory
 };
 
 // Runs `program` with `arguments` in `directory`, standard input from /dev/null.

@@ -2,12 +2,14 @@
 // converter's key evaluation in the animation channels, morph targets, winding and texture space.
 #include "GltfExport.h"
 #include "GltfWorld.h"
+#include "TestFiles.h"
 #include "TransformSampling.h"
 #include "Vern3DBuilder.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <numbers>
 
 namespace {
@@ -91,7 +93,7 @@ TEST(GltfExport, WorldPositionsEqualThoseOfTheFile)
     ASSERT_TRUE(BuildGltf(scene, ExportOptions{}, &model, &error)) << error;
     ASSERT_EQ(model.nodes.size(), 3u);
     EXPECT_TRUE(model.nodes[1].matrix.empty());  // animated: TRS
-    EXPECT_EQ(model.nodes[2].matrix.size(), 16u);
+    EXPECT_TRUE(model.nodes[2].matrix.empty());  // a matrix of rotation and scale: TRS too
     const auto world = gltfworld::WorldMatrices(model);
     const auto expected = gltfworld::Vern3DWorldPositions(scene, 2);
     const auto actual = gltfworld::GltfWorldPositions(model, world, 2);
@@ -106,6 +108,51 @@ TEST(GltfExport, WorldPositionsEqualThoseOfTheFile)
     EXPECT_EQ(gltfworld::ReadFloats(model, primitive.attributes.at("TEXCOORD_0")),
               (std::vector<float>{0.1f, 0.9f, 0.8f, 0.9f, 0.1f, 0.2f}));
     EXPECT_EQ(model.images.at(0).uri, "wood.tga");
+}
+
+// Static nodes: translation, rotation and scale where the matrix is those within the tolerance
+// (4 decimals are), a matrix where the validator takes it (a shear beside a large translation, as
+// the validator compares column sums), else straightened with a note. The expected forms are the
+// validator's verdicts on these matrices exported as they stand.
+TEST(GltfExport, NodesAreTranslationRotationAndScaleWhereTheyCanBe)
+{
+    const struct {
+        std::array<float, 16> matrix;
+        bool keptAsMatrix, straightened;
+    } cases[] = {
+        {{-0.0514f, -0.8752f, -0.4810f, 0, -0.2477f, 0.4777f, -0.8429f, 0, 0.9675f, 0.0758f, -0.2413f, 0, 0, 0, 0, 1},
+         false, false},
+        {{1, 0, 0, 0, 0.5f, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, false, true},
+        {{1, 0, 0, 0, 0.5f, 1, 0, 0, 0, 0, 1, 0, 100, 200, 300, 1}, true, false},
+        {{1, 0, 0, 0.5f, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, false, true},  // projective: no glTF matrix
+    };
+    NodeShape root{"root", {}, nullptr, nullptr, {}};
+    root.info.flags = 1;
+    for (const auto& c : cases)
+        root.children.push_back({"n" + std::to_string(root.children.size() + 1), InfoFor(c.matrix), nullptr, nullptr, {}});
+    Scene scene;
+    std::string error;
+    ASSERT_TRUE(Decode(BuildFile(root, {}), &scene, &error)) << error;
+    tinygltf::Model model;
+    std::vector<std::string> notes;
+    ASSERT_TRUE(BuildGltf(scene, ExportOptions{}, &model, &error, &notes)) << error;
+    std::vector<std::string> expectedNotes;
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        SCOPED_TRACE(i);
+        const tinygltf::Node& node = model.nodes.at(i + 1);
+        EXPECT_EQ(node.matrix.size(), cases[i].keptAsMatrix ? 16u : 0u);
+        EXPECT_EQ(node.rotation.size(), cases[i].keptAsMatrix ? 0u : 4u);
+        if (cases[i].straightened)
+            expectedNotes.push_back("node 'n" + std::to_string(i + 1) +
+                                    "': its matrix has no translation, rotation and scale within 0.001; it is written "
+                                    "straightened");
+        if (cases[i].straightened || cases[i].keptAsMatrix)
+            continue;
+        const Mat local = gltfworld::LocalMatrix(node);
+        for (int k = 0; k < 16; ++k)
+            EXPECT_NEAR(local[k], cases[i].matrix[k], 2e-4) << k;  // the 4 decimals, straightened
+    }
+    EXPECT_EQ(notes, expectedNotes);
 }
 
 // Sampled values at a time, from the exported channels of node `node`.
@@ -194,10 +241,90 @@ TEST(GltfExport, StoredFramesBecomeMorphTargetsWithOneHotWeights)
     EXPECT_EQ(ChannelAt(model, 1, "weights", 0.4f), (std::vector<float>{1}));
     EXPECT_EQ(model.materials.at(0).alphaMode, "OPAQUE");
 
-    ExportOptions few;
-    few.maxMorphTargets = 0;  // weights grow with the square of the targets: a bound, and a reason
-    EXPECT_FALSE(BuildGltf(scene, few, &model, &error));
-    EXPECT_EQ(error, "node 'waver' has 2 stored frames; the export makes at most 0 morph targets");
+    // Beyond either bound the mesh keeps its first frame, and a note says why.
+    ExportOptions fewTargets, fewValues;
+    fewTargets.maxMorphTargets = 0;
+    // One target of 3 vertices and its accessor, 2 stored frames of weights and their accessors.
+    const size_t values = (3 * 3 + kValuesPerAccessor) + 2 * 2 + 2 * kValuesPerAccessor;
+    fewValues.morphValuesPerByte = 0;
+    fewValues.morphValuesBase = values - 1;
+    const std::string left = "node 'waver': its animation of 2 stored frames is left out: ";
+    for (const auto& [options, reason] :
+         {std::pair{fewTargets, left + "the export makes at most 0 morph targets per mesh"},
+          std::pair{fewValues, left + "its morph targets and weights would take " + std::to_string(values) +
+                                      " values, and those of the scene at most " + std::to_string(values - 1) +
+                                      " (0 per byte of its " + std::to_string(scene.fileSize) + " bytes + " +
+                                      std::to_string(values - 1) + "), of which 0 are taken"}}) {
+        std::vector<std::string> notes;
+        ASSERT_TRUE(BuildGltf(scene, options, &model, &error, &notes)) << error;
+        EXPECT_EQ(notes, std::vector<std::string>{reason});
+        EXPECT_TRUE(model.meshes.at(0).primitives.at(0).targets.empty());
+        EXPECT_TRUE(model.meshes[0].weights.empty());
+        EXPECT_TRUE(model.animations.empty());
+    }
+}
+
+// Files of at most 64 KB shaped to make the export grow faster than the file: one mesh of
+// thousands of frames (its weights grow with their square), many one-triangle batches moving over
+// many frames (an accessor each), a hundred nodes with keys far apart (the most samples) beside a
+// mesh of many frames. The program exports each; its peak memory stays under 200 MB, and what
+// the budget leaves out is said.
+TEST(GltfExport, AdversarialFilesStayWithinTheBudget)
+{
+    auto flicker = [](uint32_t batches, uint32_t frames, uint32_t flags) {
+        MeshData mesh;
+        mesh.header = {40, flags, batches, batches, batches, frames, {}, 1};
+        FrameRecord frame{16, 0, 1, 0, {}, 0};
+        for (uint32_t b = 0; b < batches; ++b) {
+            mesh.batches.push_back({28, 0, b, 1, b, 1, 0});
+            mesh.triangles.push_back({0, {0, 0, 0}, 0});
+            frame.vertices.push_back({{0, 0, 0}, {0, 0, 1}, ~0u, 0, 0, 0});
+        }
+        for (uint32_t f = 0; f < frames; ++f) {
+            mesh.frames.push_back(frame);
+            frame.time += 10, frame.delta = 10;
+            for (VertexRecord& vertex : frame.vertices)
+                vertex.position[0] += 1, vertex.normal[1] += 0.5f;
+        }
+        return mesh;
+    };
+    const struct {
+        const char* name;
+        MeshData mesh;
+        uint32_t animatedNodes;
+        bool leftOut;
+    } cases[] = {
+        {"one mesh of many frames", flicker(1, 2000, kComponentPosition), 0, false},
+        {"the same, beyond the budget", flicker(1, 2200, kComponentPosition), 0, true},
+        {"many batches over many frames", flicker(16, 150, kComponentPosition | kComponentNormal), 0, false},
+        {"many samples and many frames", flicker(1, 1300, kComponentPosition), 100, false},
+    };
+    testfiles::ScratchDirectory directory;
+    Animation keys;
+    keys.positionKeys = {{0, {0, 0, 0}, {0, 0, 0}, {0, 0, 0}}, {0x7FFFFFFF, {1, 0, 0}, {1, 0, 0}, {1, 0, 0}}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        NodeShape root{"root", {}, nullptr, nullptr, {}};
+        root.info.flags = 1;
+        root.children.push_back({"m", InfoFor(kIdentity), nullptr, &c.mesh, {}});
+        for (uint32_t n = 0; n < c.animatedNodes; ++n)
+            root.children.push_back({"n" + std::to_string(n), InfoFor(kIdentity), &keys, nullptr, {}});
+        const Bytes file = BuildFile(root, {{}});
+        EXPECT_LE(file.size(), 65536u);
+        directory.Write("in.vern3D", std::string(file.begin(), file.end()));
+        const auto run = testfiles::Run(directory.Path(), VERN3D_EXE, {"export", "in.vern3D", "-o", "out.glb"});
+        EXPECT_EQ(run.exitCode, 0) << run.output;
+        EXPECT_EQ(run.output.find("in.vern3D: note: node 'm': its animation of " + std::to_string(c.mesh.frames.size()) +
+                                  " stored frames is left out: its morph targets and weights would take ") !=
+                      std::string::npos,
+                  c.leftOut)
+            << run.output;
+#ifndef __SANITIZE_ADDRESS__  // the sanitizer's own bookkeeping is no measure of the program's
+        EXPECT_LT(run.peakKilobytes, 200 * 1024);
+#endif
+        RecordProperty(c.name, std::to_string(file.size()) + " bytes, peak " + std::to_string(run.peakKilobytes) +
+                                   " KB, glb " + std::to_string(std::filesystem::file_size(directory.File("out.glb"))));
+    }
 }
 
 }  // namespace

@@ -223,6 +223,7 @@ void AseParser::RenameNode(BaseNode& node, const std::string& name)
     if (node.Parent())
         nodeIndex.Rename(&node, name);
     node.name = name;
+    node.nameCut = LastSymbolCut();  // the name was just read
 }
 
 void AseParser::ReadVersion(std::string& symbol)

@@ -3,6 +3,7 @@
 // node's own chunks.
 #include "AseParser.h"
 #include "CommandLine.h"
+#include "FilePath.h"
 #include "BaseNode.h"
 #include "FrameStream.h"
 #include "Messages.h"
@@ -13,7 +14,9 @@
 
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -49,34 +52,62 @@ bool ReadRecords(std::FILE* file, uint64_t& remaining, std::vector<Record>& reco
 
 MeshNode::~MeshNode() = default;
 
+// The vertex file, named after the node, replaces the render mesh built from the faces. Its name
+// must stay inside the vertex folder and the file must be a regular one; a FIFO or a device is
+// never waited on. Nothing read from a file that fails its checks is shown.
+bool MeshNode::ReadVertexFile(AseParser& reader)
+{
+    const ConvertSettings& settings = reader.settings;
+    const VertexFileLocation location = nameCut ? VertexFileLocation{VertexFileVerdict::ControlCharacter, {}}
+                                                : LocateVertexFile(name, settings.vertexFolder, settings.uri);
+    const std::string shown = PrintableName(name);
+    switch (location.verdict) {
+    case VertexFileVerdict::Inside: break;
+    case VertexFileVerdict::Absolute: reader.Error(kMessageVertexNameAbsolute, shown.c_str()); return false;
+    case VertexFileVerdict::ParentStep: reader.Error(kMessageVertexNameParent, shown.c_str()); return false;
+    case VertexFileVerdict::ControlCharacter: reader.Error(kMessageVertexNameControl, shown.c_str()); return false;
+    case VertexFileVerdict::Outside: reader.Error(kMessageVertexFileOutside, shown.c_str()); return false;
+    case VertexFileVerdict::FolderMissing:
+        reader.Error(kMessageVertexFolderMissing, PrintableName(settings.vertexFolder).c_str());
+        return false;
+    case VertexFileVerdict::Missing: reader.Error(kMessageVertexFileShort, shown.c_str()); return false;
+    }
+
+    const int descriptor = ::open(location.path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY);
+    struct stat info {};
+    if (descriptor >= 0 && (::fstat(descriptor, &info) != 0 || !S_ISREG(info.st_mode))) {
+        ::close(descriptor);
+        reader.Error(kMessageVertexFileNotRegular, shown.c_str());
+        return false;
+    }
+    std::FILE* file = descriptor >= 0 ? ::fdopen(descriptor, "rb") : nullptr;
+    if (file == nullptr && descriptor >= 0)
+        ::close(descriptor);
+    uint64_t remaining = file ? static_cast<uint64_t>(info.st_size) : 0;
+    bool complete = file && ReadRecords(file, remaining, vertexSources);
+    complete = complete && remaining >= 4 && std::fread(&materialRef, 4, 1, file) == 1;
+    remaining -= complete ? 4 : 0;
+    complete = complete && ReadRecords(file, remaining, renderVertices) && ReadRecords(file, remaining, renderTriangles);
+    if (file)
+        std::fclose(file);
+    if (!complete) {
+        reader.Error(kMessageVertexFileShort, shown.c_str());
+        return false;
+    }
+    if (vertexSources.size() != renderVertices.size()) {
+        reader.Error(kMessageVertexFileLists, shown.c_str());
+        return false;
+    }
+    verticesLoaded = true;
+    return true;
+}
+
 bool MeshNode::CheckBeforeWrite(AseParser& reader)
 {
     if (mesh.faces.empty())
         return true;
-    if (reader.settings.ivertex) {
-        // The vertex file, named after the node, replaces the render mesh built from the faces.
-        std::FILE* file = std::fopen(PathFromName(name, reader.settings.uri).c_str(), "rb");
-        struct stat info {};
-        bool complete = file && ::fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode);
-        uint64_t remaining = complete ? static_cast<uint64_t>(info.st_size) : 0;
-        complete = complete && ReadRecords(file, remaining, vertexSources);
-        complete = complete && remaining >= 4 && std::fread(&materialRef, 4, 1, file) == 1;
-        remaining -= complete ? 4 : 0;
-        complete = complete && ReadRecords(file, remaining, renderVertices) && ReadRecords(file, remaining, renderTriangles);
-        if (file)
-            std::fclose(file);
-        if (!complete) {
-            reader.Error(kMessageVertexFileShort, name.c_str());
-            return false;
-        }
-        if (vertexSources.size() != renderVertices.size()) {
-            reader.Error(kMessageVertexFileLists, name.c_str(), static_cast<unsigned>(vertexSources.size()),
-                         static_cast<unsigned>(renderVertices.size()));
-            return false;
-        }
-        verticesLoaded = true;
-        return true;
-    }
+    if (reader.settings.ivertex)
+        return ReadVertexFile(reader);
     if (materialRef < -1 || (materialRef >= 0 && static_cast<size_t>(materialRef) >= reader.materialTable.size())) {
         reader.Error(kMessageMaterialRefRange, name.c_str(), materialRef);
         return false;

@@ -82,7 +82,10 @@ HRESULT AseParser::WriteSceneFile()
                 status = writer.EndDirectWrite(stream, table);
         }
     }
-    if (Succeeded(status))
+    // Only Close puts the file in place. An error reported while writing (an object without
+    // material) still gives the whole file, as the rules say, except under -batch, where an input
+    // that failed leaves no new output: the writer then abandons it, as it does after a failure.
+    if (Succeeded(status) && !(settings.batch && errorFlag))
         status = writer.Close();
     return status;
 }

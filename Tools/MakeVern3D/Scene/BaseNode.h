@@ -97,6 +97,7 @@ public:
     uint64_t LinkSequence() const { return linkSequence; }
 
     std::string name;
+    bool nameCut = false;  // the file's name held a zero byte, where it was cut: it names no file
     bool hasBounds = false;
     Sphere bounds;
     VernChunk* chunk = nullptr;
@@ -145,6 +146,8 @@ public:
     // Checks before anything is written what the mesh output would otherwise read out of range
     // (material reference, corners, the vertex file); reports through `reader`, false on error.
     bool CheckBeforeWrite(AseParser& reader);
+    // -ivertex: the render data from the node's vertex file; reports through `reader`.
+    bool ReadVertexFile(AseParser& reader);
 
     // Render mesh building (see RenderMesh.cpp).
     void ToNodeSpace(Mesh& source);

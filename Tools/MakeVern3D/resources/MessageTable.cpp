@@ -37,7 +37,7 @@ constexpr std::string_view kHelpText =
     "MakeVern3D.exe \"file with spaces.ase\"\n"
     "\t";
 
-constexpr std::array<std::pair<uint32_t, std::string_view>, 57> kMessages{{
+constexpr std::array<std::pair<uint32_t, std::string_view>, 63> kMessages{{
     {1, "MakeVern3D Version 2.0\n"
         "Copyright (C) The MakeVern3D developers. All rights reserved.\n"
         "\n"},
@@ -68,7 +68,7 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 57> kMessages{{
     {24, "Object '%s' refers to material %d, which the material list does not define.\n"},
     {25, "Face %d of object '%s' uses vertex %d, which its mesh does not have.\n"},
     {26, "The vertex file '%s' is missing or shorter than its counts.\n"},
-    {27, "The vertex file '%s' holds %u vertex sources for %u vertices.\n"},
+    {27, "The vertex file '%s' holds unequal numbers of vertex sources and vertices.\n"},
     // Departures that -compat makes from the classic rules, each said as a warning.
     {28, "Object '%s' has no material; it gets a default material.\n"},
     {29, "Face normals come without corner normals; the corners take their face's normal.\n"},
@@ -81,6 +81,13 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 57> kMessages{{
     {36, "The scene gives no '%s'; %d is taken.\n"},
     {37, "The version number is missing.\n"},
     {38, "Faces come without edge flags; they are taken as 0.\n"},
+    // -ivertex reads only regular files inside its folder; what is refused is never opened.
+    {50, "Object '%s' names its vertex file by an absolute path; vertex files are read only inside the vertex folder.\n"},
+    {51, "Object '%s' names its vertex file with a '..' component; vertex files are read only inside the vertex folder.\n"},
+    {52, "The name of object '%s' holds a control character or a zero byte; it names no vertex file.\n"},
+    {53, "The vertex file of object '%s' leads outside the vertex folder through a symbolic link; it is not read.\n"},
+    {54, "The vertex file of object '%s' is not a regular file; it is not read.\n"},
+    {55, "The vertex folder '%s' cannot be opened.\n"},
     {60, "The file ends inside a block begun on line %d; the blocks still open are closed there.\n"},
     {61, "Value '%s' of a %s is not a finite number; it cannot be converted.\n"},
     {62, "The %s holds values that are not finite numbers; they are not used.\n"},

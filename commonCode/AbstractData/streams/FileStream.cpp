@@ -1,6 +1,7 @@
 #include "FileStream.h"
 
 #include "Platform.h"
+#include "ReplacementFile.h"
 #include "Trace.h"
 
 #include <cerrno>
@@ -133,26 +134,41 @@ HRESULT FileStream::Open(const char* fileName, uint32_t flags)
     const int openFlags = mode | O_CLOEXEC | O_NOCTTY | (create ? O_CREAT : 0);
 
     int fd = -1;
-    do
-        fd = ::open(name, openFlags, 0666);
-    while (fd < 0 && errno == EINTR);
+    if (write && create && (flags & ReplaceOnCommit) != 0 && ReplacementFile::Replaceable(name)) {
+        auto file = std::make_unique<ReplacementFile>();
+        if (file->Create(name) == 0) {
+            fd = file->Descriptor();
+            replacement = std::move(file);
+        }
+    } else {
+        do
+            fd = ::open(name, openFlags, 0666);
+        while (fd < 0 && errno == EINTR);
+    }
 
     HRESULT status = S_OK;
     if (fd < 0) {
         status = HResultFromWin32(platform::SetLastErrorFromOpenErrno(name));
     } else {
         struct stat info {};
-        if (::fstat(fd, &info) != 0) {
+        const bool known = ::fstat(fd, &info) == 0;
+        // A replacing stream holds the file it is going to replace, for the sharing rules.
+        struct stat target {};
+        if (known && replacement && ::stat(replacement->TargetPath().c_str(), &target) == 0)
+            info = target;
+        if (!known) {
             status = FailFromErrno();
         } else if (S_ISDIR(info.st_mode)) {
             status = FailWith(platform::ERROR_ACCESS_DENIED_CODE);  // a directory is no file stream
         } else if (!ShareRegistry::Instance().TryAdd({info.st_dev, info.st_ino}, this, access, share)) {
             status = FailWith(platform::ERROR_SHARING_VIOLATION_CODE);
-        } else if (create && S_ISREG(info.st_mode) && ::ftruncate(fd, 0) != 0) {
+        } else if (create && !replacement && S_ISREG(info.st_mode) && ::ftruncate(fd, 0) != 0) {
             status = FailFromErrno();
             ShareRegistry::Instance().Remove({info.st_dev, info.st_ino}, this);
         }
-        if (Failed(status)) {
+        if (Failed(status) && replacement) {
+            replacement.reset();  // removes the temporary file
+        } else if (Failed(status)) {
             ::close(fd);
         } else {
             handle = fd;
@@ -177,10 +193,26 @@ HRESULT FileStream::Close()
     const int fd = handle;
     handle = -1;
     desiredAccess = 0;
+    if (replacement) {
+        replacement.reset();  // not committed: the temporary file goes, the named file stays
+        return S_OK;
+    }
     // Some file systems report a failed delayed write only here; EINTR still closes on Linux.
     if (::close(fd) != 0 && errno != EINTR)
         return FailFromErrno();
     return S_OK;
+}
+
+HRESULT FileStream::Commit()
+{
+    if (!replacement)
+        return handle < 0 ? E_UNEXPECTED : Close();
+    ShareRegistry::Instance().Remove({fileDevice, fileInode}, this);
+    handle = -1;
+    desiredAccess = 0;
+    const int error = replacement->Commit();
+    replacement.reset();
+    return error == 0 ? S_OK : FailFromErrno();
 }
 
 // One logical transfer of `size` bytes. POSIX may move them in pieces, so keep going until the

@@ -206,7 +206,9 @@ HRESULT VernWriter::Open(const char* fileName, bool create)
             status = E_OUTOFMEMORY;
         }
         if (Succeeded(status))
-            status = stream->Open(fileName, create ? FileStream::CreateAlways | FileStream::WriteAccess : 0);
+            status = stream->Open(fileName, create ? FileStream::CreateAlways | FileStream::WriteAccess |
+                                                         FileStream::ReplaceOnCommit
+                                                   : 0);
     }
     if (Failed(status)) {
         AssertHresult(kSource, kLineOpen, status);
@@ -386,7 +388,7 @@ HRESULT VernWriter::Close()
         status = stream->Write(bytes.data(), kHeaderSize);
     }
     if (Succeeded(status))
-        status = stream->Close();  // a delayed write error may only show now
+        status = stream->Commit();  // a delayed write error may only show now
     if (Failed(status))
         AssertHresult(kSource, kLineClose, status);
     Release();
@@ -395,8 +397,9 @@ HRESULT VernWriter::Close()
 
 HRESULT VernWriter::Release()
 {
-    // What was accepted reaches the file even when the writer is abandoned, as it would have
-    // without a buffer; the placeholder header marks such a file as unfinished.
+    // A file that is not closed is abandoned: a new file (written under a temporary name) goes
+    // and the earlier one stays. What was accepted still reaches a device or pipe written in
+    // place, as it would have without a buffer; its placeholder header marks it as unfinished.
     if (output) {
         output->Flush();
         output.reset();

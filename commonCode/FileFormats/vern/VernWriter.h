@@ -1,5 +1,10 @@
 // Writer of vern chunk containers: a 44-byte GUID-tagged header, the chunks' bytes, and a
 // directory of the chunk tree written last.
+//
+// A file opened with `create` is written under a temporary name beside it and takes its name
+// only when Close succeeds. Release, the destructor, or a failed Close abandon it: the
+// temporary file is removed and an earlier file of that name stays as it was. Abandoning is the
+// one way to make a write leave no output.
 #pragma once
 
 #include "OutputStream.h"

@@ -2,7 +2,6 @@
 // and how failures of the file surface.
 #include "FileStream.h"
 #include "Trace.h"
-#include "VernReader.h"
 #include "VernWriter.h"
 
 #include "TestFiles.h"
@@ -270,31 +269,29 @@ TEST_F(VernWriterTest, OpenOnAnOpenWriterFailsAndReleases)
         EXPECT_EQ(trace.lines, Lines{Report(97, kUnexpected)});
     }
     EXPECT_TRUE(writer.Root()->children.empty());
-    EXPECT_FALSE(std::filesystem::exists(second));
-    // The first file is closed (free for another writer) and holds what was written so far.
-    EXPECT_EQ(FileStream().Open(first.c_str(), FileStream::WriteAccess), S_OK);
-    EXPECT_EQ(std::filesystem::file_size(first), 48u);
+    // Both are gone: the first file was abandoned, the second never opened.
+    EXPECT_EQ(testfiles::Entries(dir.Path()), Lines{});
     // Released means ready for a new file.
     Begin(writer, second);
     EXPECT_EQ(writer.Close(), S_OK);
     EXPECT_EQ(std::filesystem::file_size(second), 60u);
 }
 
-TEST_F(VernWriterTest, AnUnclosedWriterLeavesThePlaceholderHeader)
+// A file is written under a temporary name and takes its place only at Close: abandoned, it
+// leaves the earlier file as it was, with nothing beside it.
+TEST_F(VernWriterTest, AnUnclosedWriterLeavesTheEarlierFile)
 {
-    const std::string path = File("unfinished.vern3D");
-    {
+    const std::string path = dir.Write("earlier.vern3D", "earlier");
+    for (bool release : {false, true}) {
         VernWriter writer;
-        Begin(writer, path);  // the type set here belongs to the finished header only
+        Begin(writer, path);
         ASSERT_EQ(writer.WriteData("0123456789", 10, Chunk(writer, 5)), S_OK);
+        EXPECT_EQ(testfiles::Entries(dir.Path()).size(), 2u);  // the file and its temporary
+        if (release)
+            EXPECT_EQ(writer.Release(), S_OK);
     }
-    Bytes expected = kPlaceholder;
-    for (char c : std::string("0123456789"))
-        expected.push_back(static_cast<uint8_t>(c));
-    const Bytes file = testfiles::ReadBytes(path);
-    EXPECT_EQ(file, expected);
-    VernContainer container;
-    EXPECT_TRUE(Failed(DecodeVern(file, &container, nullptr)));
+    EXPECT_EQ(testfiles::Entries(dir.Path()), Lines{"earlier.vern3D"});
+    EXPECT_EQ(testfiles::ReadText(path), "earlier");
 }
 
 TEST_F(VernWriterTest, CallsOutOfOrderFailWithoutHarm)
@@ -361,9 +358,10 @@ TEST_F(VernWriterTest, AFullDiskFailsNoLaterThanClose)
 }
 
 // A file size limit lets a write fail after the header went through, so that only the gathered
-// data or the final flush meets the failure.
+// data or the final flush meets the failure; the earlier file stays as it was.
 TEST_F(VernWriterTest, AWriteFailureAfterTheHeaderSurfacesByClose)
 {
+    const std::string earlier(3000, 'e');
     const struct {
         rlim_t limit;
         uint32_t blocks;  // of 1000 bytes each
@@ -371,7 +369,8 @@ TEST_F(VernWriterTest, AWriteFailureAfterTheHeaderSurfacesByClose)
     } cases[] = {{44 + 5000, 5, true}, {100000, 300, false}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.blocks);
-        const std::string path = File("limited" + std::to_string(c.blocks) + ".vern3D");
+        const std::string name = "limited" + std::to_string(c.blocks) + ".vern3D";
+        const std::string path = dir.Write(name, earlier);
         HRESULT firstFailure = S_OK, closed = S_OK;
         TraceCapture trace;
         {
@@ -397,10 +396,9 @@ TEST_F(VernWriterTest, AWriteFailureAfterTheHeaderSurfacesByClose)
         EXPECT_TRUE(Failed(closed));
         ASSERT_FALSE(trace.lines.empty());
         EXPECT_EQ(trace.lines.back(), Report(321, closed));
-        // The header was never rewritten: the file is marked unfinished.
-        const Bytes file = testfiles::ReadBytes(path);
-        ASSERT_GE(file.size(), 44u);
-        EXPECT_EQ(Bytes(file.begin(), file.begin() + 44), kPlaceholder);
+        EXPECT_EQ(testfiles::ReadText(path), earlier);
+        EXPECT_EQ(testfiles::Entries(dir.Path()), Lines{name});
+        std::filesystem::remove(path);
     }
 }
 
