@@ -73,7 +73,7 @@ void PrintInfo(const Scene& scene, const std::string& path, std::ostream& out)
     out << "  meshes      " << totals.meshes << ": " << totals.triangles << " triangles, " << totals.vertices
         << " vertices, " << totals.batches << " batches\n";
     const NodeInfoRecord& root = scene.nodes[0].info;
-    if (root.flags & kInfoBounds)
+    if (root.flags & kNodeBounds)
         out << "  bounds      centre " << List(std::array{root.bounds[0], root.bounds[1], root.bounds[2]})
             << ", radius " << Number(root.bounds[3]) << "\n";
     else
@@ -119,7 +119,7 @@ std::string InfoJson(const Scene& scene, const std::string& path)
     document["vertices"] = totals.vertices;
     document["batches"] = totals.batches;
     const NodeInfoRecord& root = scene.nodes[0].info;
-    document["bounds"] = (root.flags & kInfoBounds)
+    document["bounds"] = (root.flags & kNodeBounds)
                              ? json{{"centre", {root.bounds[0], root.bounds[1], root.bounds[2]}}, {"radius", root.bounds[3]}}
                              : json(nullptr);
     json sets = json::array();
@@ -171,16 +171,16 @@ void PrintDump(const Scene& scene, std::ostream& out, size_t limit)
             out << ", parent " << node.parent;
         out << ", " << node.children.size() << " children, data offset " << node.chunkOffset << "\n";
         out << "  flags " << info.flags << "\n";
-        if (info.flags & kInfoMatrix) {
+        if (info.flags & kNodeMatrix) {
             for (int row = 0; row < 4; ++row)
                 out << "  matrix row " << row << " "
                     << List(std::array{info.matrix[4 * row], info.matrix[4 * row + 1], info.matrix[4 * row + 2],
                                        info.matrix[4 * row + 3]})
                     << "\n";
         }
-        if (info.flags & kInfoBounds)
+        if (info.flags & kNodeBounds)
             out << "  bounds " << List(info.bounds) << " (centre, radius)\n";
-        if ((info.flags & kInfoParentBounds) == kInfoParentBounds)
+        if ((info.flags & kNodeParentBounds) == kNodeParentBounds)
             out << "  parent-space bounds " << List(info.parentBounds) << "\n";
         if (node.hasAnimation) {
             const Animation& animation = node.animation;

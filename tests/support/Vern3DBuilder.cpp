@@ -2,6 +2,7 @@
 
 #include "TestFiles.h"
 #include "VernWriter.h"
+#include "vern/Vern3DLayout.h"
 
 #include <bit>
 #include <cstdlib>
@@ -61,7 +62,7 @@ Bytes EncodeMesh(const MeshData& mesh)
     for (size_t f = 0; f < mesh.frames.size(); ++f) {
         const FrameRecord& frame = mesh.frames[f];
         if (f > 0)
-            bytes.push_back(0x01);
+            bytes.push_back(kFrameFollows);
         for (uint32_t value : {frame.headerSize, static_cast<uint32_t>(frame.time), frame.one, static_cast<uint32_t>(frame.delta)})
             AppendU32(bytes, value);
         const uint32_t flags = f == 0 ? kComponentAll : h.flags;
@@ -80,7 +81,7 @@ Bytes EncodeMesh(const MeshData& mesh)
             }
         }
     }
-    bytes.push_back(0x00);
+    bytes.push_back(kFramesEnd);
     return bytes;
 }
 
@@ -89,8 +90,9 @@ Bytes EncodeAnimation(const Animation& animation)
     Bytes bytes;
     const auto positions = static_cast<uint32_t>(animation.positionKeys.size());
     const auto rotations = static_cast<uint32_t>(animation.rotationKeys.size());
-    const uint32_t flags = (positions ? 1u : 0u) | (rotations ? 2u : 0u);
-    for (uint32_t value : {32u, flags, 32 + 40 * positions, positions, 40u, 0u, rotations, 84u})
+    const uint32_t flags = (positions ? kHasPositionKeys : 0u) | (rotations ? kHasRotationKeys : 0u);
+    for (uint32_t value : {kAnimationHeaderSize, flags, kAnimationHeaderSize + kPositionKeySize * positions, positions,
+                           kPositionKeySize, 0u, rotations, kRotationKeySize})
         AppendU32(bytes, value);
     for (const PositionKeyRecord& key : animation.positionKeys) {
         AppendU32(bytes, static_cast<uint32_t>(key.time));
@@ -110,7 +112,7 @@ Bytes EncodeAnimation(const Animation& animation)
 NodeInfoRecord InfoFor(const std::array<float, 16>& matrix)
 {
     NodeInfoRecord info;
-    info.flags = kInfoFilled | kInfoMatrix;
+    info.flags = kNodeFlags;
     info.matrix = matrix;
     return info;
 }
@@ -134,7 +136,7 @@ Bytes BuildFile(const NodeShape& root, const std::vector<std::vector<TextureEntr
         for (const NodeShape& child : shape.children)
             writeNode(child, chunk);
         Bytes record;
-        AppendU32(record, 104);
+        AppendU32(record, kNodeInfoSize);
         AppendU32(record, shape.info.flags);
         AppendFloats(record, shape.info.matrix);
         AppendFloats(record, shape.info.bounds);
@@ -158,7 +160,7 @@ Bytes BuildFile(const NodeShape& root, const std::vector<std::vector<TextureEntr
     ok = ok && Succeeded(writer.CreateChunk(&table, kChunkTextureTable, writer.Root()));
     Bytes values;
     auto value = [&](uint32_t v) {
-        for (uint32_t field : {12u, 0u, v})
+        for (uint32_t field : {kValueRecordSize, 0u, v})
             AppendU32(values, field);
     };
     value(static_cast<uint32_t>(textureSets.size()));

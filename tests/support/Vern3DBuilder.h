@@ -2,7 +2,7 @@
 // converter does not (yet) write, or damaged ones.
 #pragma once
 
-#include "Vern3DDecoder.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <cstdint>
 #include <string>

@@ -117,7 +117,7 @@ inline std::vector<Point> Vern3DWorldPositions(const vern3d::Scene& scene, size_
         std::array<double, 4> p = {vertex.position[0], vertex.position[1], vertex.position[2], 1.0};
         for (uint32_t n = static_cast<uint32_t>(index); n != UINT32_MAX; n = scene.nodes[n].parent) {
             const vern3d::NodeInfoRecord& info = scene.nodes[n].info;
-            if (!(info.flags & vern3d::kInfoMatrix))
+            if (!(info.flags & vern3d::kNodeMatrix))
                 continue;
             std::array<double, 4> q{};
             for (int c = 0; c < 4; ++c)

@@ -315,7 +315,7 @@ TEST_F(Vern3dTool, DamagedCopiesFailWithChunkOffsetAndReason)
     for (const Output& output : *outputs) {
         const Bytes file = load(output.vern3d);
         VernContainer container;
-        ASSERT_EQ(DecodeVern(file, &container, nullptr), S_OK);
+        ASSERT_TRUE(DecodeVern(file, &container, nullptr));
         for (const VernDecodedChunk& chunk : container.chunks) {
             if (chunk.id != kChunkMesh)
                 continue;

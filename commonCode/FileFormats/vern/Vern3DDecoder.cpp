@@ -1,8 +1,9 @@
 // The vern3D layout over the container: node chunks with their records, names, key chunks and
 // mesh chunks, and the texture table. Every failure names its chunk and file offset.
-#include "Vern3DDecoder.h"
+#include "vern/Vern3DDecoder.h"
 
-#include "VernReader.h"
+#include "vern/MappedFile.h"
+#include "vern/VernReader.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,12 +12,6 @@
 namespace vern3d {
 
 namespace {
-
-constexpr uint32_t kNodeInfoSize = 104;
-constexpr uint32_t kAnimationHeaderSize = 32;
-constexpr uint32_t kPositionKeySize = 40;
-constexpr uint32_t kRotationKeySize = 84;
-constexpr uint32_t kValueRecordSize = 12;
 
 bool Fail(std::string* error, const std::string& reason)
 {
@@ -101,11 +96,11 @@ bool DecodeNodePayload(std::span<const uint8_t> payload, Node& node, bool isRoot
     if (!valid)
         return place.Fail(error, 4, "NodeInfo flags " + std::to_string(info.flags) + " of node '" + node.name +
                                         "' are not " + (isRoot ? "1 or 9 (scene root)" : "3 or 31"));
-    if (!(info.flags & kInfoMatrix) && !AllZero(info.matrix))
+    if (!(info.flags & kNodeMatrix) && !AllZero(info.matrix))
         return place.Fail(error, 8, "matrix set without its flag");
-    if (!(info.flags & kInfoBounds) && !AllZero(info.bounds))
+    if (!(info.flags & kNodeBounds) && !AllZero(info.bounds))
         return place.Fail(error, 72, "bounds set without their flag");
-    if ((info.flags & kInfoParentBounds) != kInfoParentBounds && !AllZero(info.parentBounds))
+    if ((info.flags & kNodeParentBounds) != kNodeParentBounds && !AllZero(info.parentBounds))
         return place.Fail(error, 88, "parent bounds set without their flag");
     return true;
 }
@@ -234,14 +229,14 @@ bool DecodeScene(std::span<const uint8_t> bytes, Scene* scene, std::string* erro
 {
     VernContainer container;
     std::string reason;
-    if (Failed(DecodeVern(bytes, &container, &reason)))
+    if (!DecodeVern(bytes, &container, &reason))
         return Fail(error, "container: " + reason);
     scene->fileType = container.header.fileType;
     scene->headerSize = container.header.headerSize;
     scene->entrySize = container.header.entrySize;
     scene->chunkCount = static_cast<uint32_t>(container.chunks.size());
     scene->fileSize = bytes.size();
-    if (scene->fileType != EncodeGuid(FileTypeVern3D))
+    if (scene->fileType != GuidBytes(kFileTypeVern3D))
         return Fail(error, "header, file offset 8: the file type GUID is not that of vern3D");
 
     const VernDecodedChunk& top = container.chunks[0];
@@ -271,7 +266,7 @@ bool DecodeScene(std::span<const uint8_t> bytes, Scene* scene, std::string* erro
             node.depth = scene->nodes[item.parentNode].depth + 1;
         }
         const ChunkPlace place(container, item.chunk, "");
-        if (chunk.offset == kVernNoOffset)
+        if (chunk.offset == kNoOffset)
             return place.Fail(error, 0, "node chunk holds no bytes");
         if (!DecodeNodePayload(chunk.payload, node, item.parentNode == UINT32_MAX, place, error))
             return false;
@@ -283,7 +278,7 @@ bool DecodeScene(std::span<const uint8_t> bytes, Scene* scene, std::string* erro
             const VernDecodedChunk& sub = container.chunks[child];
             const ChunkPlace subPlace(container, child, " of node '" + node.name + "'");
             if (sub.id == kChunkNode && stage == 0) {
-                if (sub.offset == kVernNoOffset || sub.offset >= chunk.offset)
+                if (sub.offset == kNoOffset || sub.offset >= chunk.offset)
                     return subPlace.Fail(error, 0, "a child node's bytes must come before its parent's");
                 childNodes.push_back(child);
             } else if (sub.id == kChunkNodeAnimation && stage < 1) {
@@ -335,12 +330,13 @@ bool Decode(std::span<const uint8_t> bytes, Scene* scene, std::string* error)
 
 bool DecodeFile(const std::string& path, Scene* scene, std::string* error)
 {
-    std::vector<uint8_t> bytes;
-    if (Failed(ReadFileBytes(path.c_str(), &bytes))) {
+    std::string reason;
+    const std::unique_ptr<MappedFile> file = MappedFile::Open(path, &reason);
+    if (!file) {
         *scene = Scene{};
-        return Fail(error, "cannot read " + path);
+        return Fail(error, reason);
     }
-    return Decode(bytes, scene, error);
+    return Decode(file->Bytes(), scene, error);
 }
 
 Totals CountTotals(const Scene& scene)

@@ -7,6 +7,8 @@
 // so arbitrary bytes end in a reason, never in a crash, a hang or a huge allocation.
 #pragma once
 
+#include "vern/Vern3DLayout.h"
+
 #include <array>
 #include <cstdint>
 #include <span>
@@ -14,28 +16,6 @@
 #include <vector>
 
 namespace vern3d {
-
-constexpr uint32_t kChunkNode = 0x10000;
-constexpr uint32_t kChunkNodeAnimation = 0x10001;
-constexpr uint32_t kChunkMesh = 0x10002;
-constexpr uint32_t kChunkTextureTable = 0x10003;
-
-// NodeInfo flags.
-constexpr uint32_t kInfoFilled = 1;
-constexpr uint32_t kInfoMatrix = 2;
-constexpr uint32_t kInfoBounds = 8;
-constexpr uint32_t kInfoParentBounds = 4 | 16;
-
-// Vertex components that frames after the first store (the mesh header's flags).
-constexpr uint32_t kComponentPosition = 1;
-constexpr uint32_t kComponentNormal = 2;
-constexpr uint32_t kComponentColour = 4;
-constexpr uint32_t kComponentMaterial = 8;
-constexpr uint32_t kComponentTexture = 16;
-constexpr uint32_t kComponentAll = 31;
-
-// Bytes per vertex that a later frame stores for `flags`.
-uint32_t StoredVertexBytes(uint32_t flags);
 
 struct NodeInfoRecord {
     uint32_t size = 0;

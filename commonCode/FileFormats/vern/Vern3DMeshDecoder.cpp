@@ -3,21 +3,13 @@
 // The frame stream holds frame 0 complete; every further stored frame follows the byte 0x01 and
 // holds only the components the header's flags select; the byte 0x00 ends it. Decoded frames are
 // complete: what a frame does not store is carried from the frame stored before it.
-#include "Vern3DDecoder.h"
+#include "vern/Vern3DDecoder.h"
 
-#include "VernReader.h"
+#include "vern/VernReader.h"
 
 namespace vern3d {
 
 namespace {
-
-constexpr uint32_t kMeshHeaderSize = 40;
-constexpr uint32_t kBatchSize = 28;
-constexpr uint32_t kTriangleSize = 20;
-constexpr uint32_t kFrameHeaderSize = 16;
-constexpr uint32_t kVertexSize = 40;
-constexpr uint8_t kMoreFrames = 0x01;
-constexpr uint8_t kEndOfFrames = 0x00;
 
 class MeshReader {
 public:
@@ -216,9 +208,9 @@ private:
             uint8_t marker = 0;
             if (!cursor.ReadU8(&marker))
                 return Fail(at, "the frame stream ends without its 0x00 marker");
-            if (marker == kEndOfFrames)
+            if (marker == kFramesEnd)
                 break;
-            if (marker != kMoreFrames)
+            if (marker != kFrameFollows)
                 return Fail(at, "frame marker is " + std::to_string(marker) + ", not 0x01 or 0x00");
             if (mesh.frames.size() >= mesh.header.frameCount)
                 return Fail(at, "more frames are stored than the header's " + std::to_string(mesh.header.frameCount));
@@ -266,13 +258,6 @@ private:
 };
 
 }  // namespace
-
-uint32_t StoredVertexBytes(uint32_t flags)
-{
-    return ((flags & kComponentPosition) ? 12u : 0u) + ((flags & kComponentNormal) ? 12u : 0u) +
-           ((flags & kComponentColour) ? 4u : 0u) + ((flags & kComponentMaterial) ? 4u : 0u) +
-           ((flags & kComponentTexture) ? 8u : 0u);
-}
 
 bool DecodeMesh(std::span<const uint8_t> payload, MeshData* mesh, std::string* error, size_t* position)
 {

@@ -293,8 +293,8 @@ TEST_F(VernWriterTest, AnUnclosedWriterLeavesThePlaceholderHeader)
         expected.push_back(static_cast<uint8_t>(c));
     const Bytes file = testfiles::ReadBytes(path);
     EXPECT_EQ(file, expected);
-    VernContainer container;
-    EXPECT_TRUE(Failed(DecodeVern(file, &container, nullptr)));
+    vern3d::VernContainer container;
+    EXPECT_FALSE(vern3d::DecodeVern(file, &container, nullptr));
 }
 
 TEST_F(VernWriterTest, CallsOutOfOrderFailWithoutHarm)
