@@ -26,6 +26,8 @@ std::string List(const Values& values)
     return text + ")";
 }
 
+std::string List(const Vector3& v) { return List(std::array{v.x, v.y, v.z}); }
+
 std::string Quoted(const std::string& name) { return "'" + ToUtf8(name) + "'"; }
 
 bool IsVern3D(const std::array<uint8_t, 16>& type)
@@ -188,16 +190,16 @@ void PrintDump(const Scene& scene, std::ostream& out, size_t limit)
                 << animation.rotationKeys.size() << " rotation\n";
             const size_t positions = Shown(animation.positionKeys.size(), limit);
             for (size_t k = 0; k < positions; ++k) {
-                const PositionKeyRecord& key = animation.positionKeys[k];
+                const PositionKey& key = animation.positionKeys[k];
                 out << "    position " << k << " at " << key.time << " ms: " << List(key.position) << " in "
                     << List(key.inTangent) << " out " << List(key.outTangent) << "\n";
             }
             MoreLine(out, "    ", animation.positionKeys.size(), positions);
             const size_t rotations = Shown(animation.rotationKeys.size(), limit);
             for (size_t k = 0; k < rotations; ++k) {
-                const RotationKeyRecord& key = animation.rotationKeys[k];
+                const RotationKey& key = animation.rotationKeys[k];
                 out << "    rotation " << k << " at " << key.time << " ms: axis " << List(key.axis) << " angle "
-                    << Number(key.angle) << " matrix " << List(key.matrix) << "\n";
+                    << Number(key.angle) << " matrix " << List(key.matrix.m) << "\n";
             }
             MoreLine(out, "    ", animation.rotationKeys.size(), rotations);
         }

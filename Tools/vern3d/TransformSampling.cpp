@@ -27,34 +27,6 @@ Vec UnitOr(const Vec& a, const Vec& fallback)
     return {a[0] / length, a[1] / length, a[2] / length};
 }
 
-// The decoded keys as the library's key records.
-struct Keys {
-    std::vector<PositionKey> positions;
-    std::vector<RotationKey> rotations;
-};
-
-Keys MakeKeys(const Animation& animation)
-{
-    Keys keys;
-    for (const PositionKeyRecord& record : animation.positionKeys) {
-        PositionKey key;
-        key.time = record.time;
-        key.position = {record.position[0], record.position[1], record.position[2]};
-        key.inTangent = {record.inTangent[0], record.inTangent[1], record.inTangent[2]};
-        key.outTangent = {record.outTangent[0], record.outTangent[1], record.outTangent[2]};
-        keys.positions.push_back(key);
-    }
-    for (const RotationKeyRecord& record : animation.rotationKeys) {
-        RotationKey key;
-        key.time = record.time;
-        key.axis = {record.axis[0], record.axis[1], record.axis[2]};
-        key.angle = record.angle;
-        key.matrix.m = record.matrix;
-        keys.rotations.push_back(key);
-    }
-    return keys;
-}
-
 }  // namespace
 
 Trs Decompose(const std::array<float, 16>& m)
@@ -150,12 +122,11 @@ std::vector<uint32_t> SampleTimes(const Animation& animation, uint32_t stepMilli
 std::vector<std::array<float, 16>> EvaluateLocal(const std::array<float, 16>& localMatrix, const Animation& animation,
                                                  const std::vector<uint32_t>& times)
 {
-    const Keys keys = MakeKeys(animation);
     Matrix local{localMatrix};
     std::vector<std::array<float, 16>> matrices;
     matrices.reserve(times.size());
     for (uint32_t time : times) {
-        EvaluateKeys(keys.positions, keys.rotations, time, local);
+        EvaluateKeys(animation.positionKeys, animation.rotationKeys, time, local);
         matrices.push_back(local.m);
     }
     return matrices;

@@ -36,6 +36,13 @@ uint32_t GetU32(const Bytes& bytes, size_t at)
 
 namespace {
 
+template <FileRecord Record>
+void AppendRecord(Bytes& bytes, const Record& record)
+{
+    bytes.resize(bytes.size() + sizeof record);
+    StoreRecord(bytes.data() + bytes.size() - sizeof record, record);
+}
+
 template <size_t N>
 void AppendFloats(Bytes& bytes, const std::array<float, N>& values)
 {
@@ -94,18 +101,10 @@ Bytes EncodeAnimation(const Animation& animation)
     for (uint32_t value : {kAnimationHeaderSize, flags, kAnimationHeaderSize + kPositionKeySize * positions, positions,
                            kPositionKeySize, 0u, rotations, kRotationKeySize})
         AppendU32(bytes, value);
-    for (const PositionKeyRecord& key : animation.positionKeys) {
-        AppendU32(bytes, static_cast<uint32_t>(key.time));
-        AppendFloats(bytes, key.position);
-        AppendFloats(bytes, key.inTangent);
-        AppendFloats(bytes, key.outTangent);
-    }
-    for (const RotationKeyRecord& key : animation.rotationKeys) {
-        AppendU32(bytes, static_cast<uint32_t>(key.time));
-        AppendFloats(bytes, key.axis);
-        AppendF32(bytes, key.angle);
-        AppendFloats(bytes, key.matrix);
-    }
+    for (const PositionKey& key : animation.positionKeys)
+        AppendRecord(bytes, key);
+    for (const RotationKey& key : animation.rotationKeys)
+        AppendRecord(bytes, key);
     return bytes;
 }
 

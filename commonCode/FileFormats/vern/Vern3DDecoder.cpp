@@ -3,6 +3,8 @@
 #include "vern/Vern3DDecoder.h"
 
 #include "vern/MappedFile.h"
+#include "vern/Vern3DAnimation.h"
+#include "vern/Vern3DMath.h"
 #include "vern/VernReader.h"
 
 #include <algorithm>
@@ -109,45 +111,35 @@ bool DecodeAnimation(std::span<const uint8_t> payload, Animation& animation, con
                      std::string* error)
 {
     VernCursor cursor(payload);
-    uint32_t header[8] = {};
-    for (uint32_t& field : header)
-        cursor.ReadU32(&field);
-    const uint32_t positions = header[3];
-    const uint32_t rotations = header[6];
-    if (!cursor.Ok())
+    AnimationHeader header;
+    if (!cursor.ReadRecord(&header))
         return place.Fail(error, 0, "key header cut short");
-    if (header[0] != kAnimationHeaderSize || header[4] != kPositionKeySize || header[5] != 0 ||
-        header[7] != kRotationKeySize)
-        return place.Fail(error, 0, "key header is not {32, flags, offset, n, 40, 0, m, 84}");
-    if (header[1] != ((positions ? 1u : 0u) | (rotations ? 2u : 0u)) || header[1] == 0)
-        return place.Fail(error, 4, "key flags " + std::to_string(header[1]) + " do not match the key counts");
-    if (uint64_t{header[2]} != kAnimationHeaderSize + uint64_t{kPositionKeySize} * positions)
-        return place.Fail(error, 8, "rotation key offset does not follow the position keys");
-    if (payload.size() != kAnimationHeaderSize + uint64_t{kPositionKeySize} * positions +
-                              uint64_t{kRotationKeySize} * rotations)
-        return place.Fail(error, 12, "the key counts ask for " +
-                                         std::to_string(kAnimationHeaderSize + uint64_t{kPositionKeySize} * positions +
-                                                        uint64_t{kRotationKeySize} * rotations) +
-                                         " bytes, the chunk holds " + std::to_string(payload.size()));
-    animation.flags = header[1];
+    const uint32_t positions = header.positionKeyCount;
+    const uint32_t rotations = header.rotationKeyCount;
+    if (header.size != kAnimationHeaderSize || header.positionKeySize != kPositionKeySize || header.reserved != 0 ||
+        header.rotationKeySize != kRotationKeySize)
+        return place.Fail(error, 0,
+                          "key header is not {" + std::to_string(kAnimationHeaderSize) + ", flags, offset, n, " +
+                              std::to_string(kPositionKeySize) + ", 0, m, " + std::to_string(kRotationKeySize) + "}");
+    if (header.flags != ((positions ? kHasPositionKeys : 0u) | (rotations ? kHasRotationKeys : 0u)) || header.flags == 0)
+        return place.Fail(error, offsetof(AnimationHeader, flags),
+                          "key flags " + std::to_string(header.flags) + " do not match the key counts");
+    const uint64_t rotationStart = kAnimationHeaderSize + uint64_t{kPositionKeySize} * positions;
+    if (header.rotationKeyOffset != rotationStart)
+        return place.Fail(error, offsetof(AnimationHeader, rotationKeyOffset),
+                          "rotation key offset does not follow the position keys");
+    const uint64_t expected = rotationStart + uint64_t{kRotationKeySize} * rotations;
+    if (payload.size() != expected)
+        return place.Fail(error, offsetof(AnimationHeader, positionKeyCount),
+                          "the key counts ask for " + std::to_string(expected) + " bytes, the chunk holds " +
+                              std::to_string(payload.size()));
+    animation.flags = header.flags;
     animation.positionKeys.resize(positions);
-    for (PositionKeyRecord& key : animation.positionKeys) {
-        uint32_t time = 0;
-        cursor.ReadU32(&time);
-        key.time = static_cast<int32_t>(time);
-        ReadFloats(cursor, key.position);
-        ReadFloats(cursor, key.inTangent);
-        ReadFloats(cursor, key.outTangent);
-    }
+    for (PositionKey& key : animation.positionKeys)
+        cursor.ReadRecord(&key);
     animation.rotationKeys.resize(rotations);
-    for (RotationKeyRecord& key : animation.rotationKeys) {
-        uint32_t time = 0;
-        cursor.ReadU32(&time);
-        key.time = static_cast<int32_t>(time);
-        ReadFloats(cursor, key.axis);
-        cursor.ReadF32(&key.angle);
-        ReadFloats(cursor, key.matrix);
-    }
+    for (RotationKey& key : animation.rotationKeys)
+        cursor.ReadRecord(&key);
     return true;
 }
 
@@ -366,6 +358,25 @@ Totals CountTotals(const Scene& scene)
     for (const auto& set : scene.textureSets)
         totals.textures += static_cast<uint64_t>(set.size());
     return totals;
+}
+
+Matrix LocalTransformAt(const Node& node, uint32_t time)
+{
+    if (!(node.info.flags & kNodeMatrix))
+        return Matrix::Identity();
+    return LocalTransformAt(Matrix{node.info.matrix}, node.animation.positionKeys, node.animation.rotationKeys, time);
+}
+
+Matrix WorldTransformAt(const Scene& scene, uint32_t node, uint32_t time)
+{
+    // Top-down from the topmost node with a matrix: world = local * parent world.
+    std::vector<uint32_t> chain;
+    for (uint32_t n = node; n < scene.nodes.size() && (scene.nodes[n].info.flags & kNodeMatrix); n = scene.nodes[n].parent)
+        chain.push_back(n);
+    Matrix world = Matrix::Identity();
+    for (auto n = chain.rbegin(); n != chain.rend(); ++n)
+        world = Multiply(LocalTransformAt(scene.nodes[*n], time), world);
+    return world;
 }
 
 }  // namespace vern3d

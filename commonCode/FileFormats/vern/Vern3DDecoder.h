@@ -25,22 +25,10 @@ struct NodeInfoRecord {
     std::array<float, 4> parentBounds{};
 };
 
-struct PositionKeyRecord {
-    int32_t time = 0;
-    std::array<float, 3> position{}, inTangent{}, outTangent{};
-};
-
-struct RotationKeyRecord {
-    int32_t time = 0;
-    std::array<float, 3> axis{};
-    float angle = 0.0f;
-    std::array<float, 16> matrix{};
-};
-
 struct Animation {
     uint32_t flags = 0;
-    std::vector<PositionKeyRecord> positionKeys;
-    std::vector<RotationKeyRecord> rotationKeys;
+    std::vector<PositionKey> positionKeys;
+    std::vector<RotationKey> rotationKeys;
 };
 
 struct MeshHeaderRecord {
@@ -130,5 +118,12 @@ struct Totals {
     uint64_t storedFrames = 0, frames = 0, textureSets = 0, textures = 0;
 };
 Totals CountTotals(const Scene& scene);
+
+// The node's local transform at `time` (milliseconds): its record's matrix with its keys
+// evaluated (Vern3DAnimation.h); the identity for the scene root, which has no matrix.
+Matrix LocalTransformAt(const Node& node, uint32_t time);
+// The node's world transform at `time`: the local transforms from the node up to the scene root,
+// multiplied as local * parent world, the same product the converter forms.
+Matrix WorldTransformAt(const Scene& scene, uint32_t node, uint32_t time);
 
 }  // namespace vern3d
