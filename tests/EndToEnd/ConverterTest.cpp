@@ -326,7 +326,7 @@ void ExpectTrianglesOfEveryFace(const std::string& source, const vern3d::Scene& 
         if (node.hasMesh) {
             written[node.name] += node.mesh.triangles.size();
             EXPECT_EQ(node.mesh.header.triangleCount, node.mesh.triangles.size());
-            EXPECT_EQ(node.mesh.header.vertexCount, node.mesh.frames.at(0).vertices.size());
+            EXPECT_EQ(node.mesh.header.vertexCount, node.mesh.vertices.size());
         }
     EXPECT_EQ(written, expected) << source;
 }
@@ -411,7 +411,7 @@ TEST(Corpus, WideTextConvertsLikeItsEightBitOriginal)
         ASSERT_EQ(a.nodes.size(), b.nodes.size());
         std::set<std::string> names;
         for (size_t i = 1; i < a.nodes.size(); ++i) {
-            EXPECT_EQ(a.nodes[i].info.matrix, b.nodes[i].info.matrix);
+            EXPECT_EQ(a.nodes[i].info.matrix.m, b.nodes[i].info.matrix.m);
             names.insert(b.nodes[i].name);
         }
         // The little-endian copy keeps the original names; the big-endian one renames two

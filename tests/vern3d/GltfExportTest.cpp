@@ -66,11 +66,11 @@ TEST(GltfExport, DecompositionRebuildsTheMatrix)
 
 TEST(GltfExport, WorldPositionsEqualThoseOfTheFile)
 {
-    MeshData mesh;
+    MeshShape mesh;
     mesh.header = {40, 0, 1, 1, 3, 1, {}, 1};
     mesh.batches = {{28, 0, 0, 1, 0, 3, 0}};
     mesh.triangles = {{7, {0, 2, 1}, 0}};
-    FrameRecord frame{16, 0, 1, 0, {}, 0};
+    FrameShape frame;
     frame.vertices = {{{0, 0, 0}, {0, 0, 1}, ~0u, 0, 0.1f, 0.9f},
                       {{1, 0, 0}, {0, 0, 1}, ~0u, 0, 0.8f, 0.9f},
                       {{0, 1, 0}, {0, 0, 1}, ~0u, 0, 0.1f, 0.2f}};
@@ -80,8 +80,8 @@ TEST(GltfExport, WorldPositionsEqualThoseOfTheFile)
 
     NodeShape root{"root", {}, nullptr, nullptr, {}};
     root.info.flags = 1;
-    NodeShape helper{"helper", InfoFor(RowMatrix({2, 2, 2}, {0, 0, 1}, 0.5, {4, 5, 6})), &keys, nullptr, {}};
-    helper.children.push_back({"box", InfoFor(RowMatrix({1, 3, 1}, {1, 0, 0}, -1.2, {0, 0, 10})), nullptr, &mesh, {}});
+    NodeShape helper{"helper", InfoFor(Matrix{RowMatrix({2, 2, 2}, {0, 0, 1}, 0.5, {4, 5, 6})}), &keys, nullptr, {}};
+    helper.children.push_back({"box", InfoFor(Matrix{RowMatrix({1, 3, 1}, {1, 0, 0}, -1.2, {0, 0, 10})}), nullptr, &mesh, {}});
     root.children.push_back(helper);
     Scene scene;
     std::string error;
@@ -164,15 +164,16 @@ TEST(GltfExport, ChannelsFollowTheConvertersKeyEvaluation)
 
 TEST(GltfExport, StoredFramesBecomeMorphTargetsWithOneHotWeights)
 {
-    MeshData mesh;
+    MeshShape mesh;
     mesh.header = {40, kComponentPosition, 1, 1, 3, 5, {}, 1};
     mesh.batches = {{28, 0, 0, 1, 0, 3, 0}};
     mesh.triangles = {{7, {0, 2, 1}, 0}};
-    FrameRecord frame{16, 100, 1, 0, {}, 0};
+    FrameShape frame;
+    frame.header.time = 100;
     frame.vertices = {{{0, 0, 0}, {0, 0, 1}, ~0u, 0, 0, 0}, {{1, 0, 0}, {0, 0, 1}, ~0u, 0, 0, 0},
                       {{0, 1, 0}, {0, 0, 1}, ~0u, 0, 0, 0}};
-    FrameRecord later = frame;
-    later.time = 400, later.delta = 100;
+    FrameShape later = frame;
+    later.header.time = 400, later.header.delta = 100;
     later.vertices[1].position = {1, 0, 2};
     mesh.frames = {frame, later};
     NodeShape root{"root", {}, nullptr, nullptr, {}};

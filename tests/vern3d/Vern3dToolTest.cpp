@@ -5,7 +5,7 @@
 #include "GltfWorld.h"
 #include "TestFiles.h"
 #include "Vern3DBuilder.h"
-#include "Vern3DDecoder.h"
+#include "vern/Vern3DDecoder.h"
 #include "VernReader.h"
 
 #include <gtest/gtest.h>
