@@ -138,7 +138,7 @@ void AddMaterials(const Scene& scene, tinygltf::Model& model)
             material.pbrMetallicRoughness.baseColorTexture.index = found->second;
         }
         const bool opacity =
-            std::any_of(set.begin(), set.end(), [](const TextureEntry& entry) { return entry.flags & 1; });
+            std::any_of(set.begin(), set.end(), [](const TextureEntry& entry) { return entry.flags & kTextureOpacity; });
         material.alphaMode = opacity ? "BLEND" : "OPAQUE";
         model.materials.push_back(material);
     }

@@ -33,7 +33,7 @@ std::string Quoted(const std::string& name) { return "'" + ToUtf8(name) + "'"; }
 
 bool IsVern3D(const std::array<uint8_t, 16>& type)
 {
-    return FormatGuid(type) == "{0AB3F934-9362-11D1-9A2B-080000300512}";
+    return type == GuidBytes(kFileTypeVern3D);
 }
 
 // How many entries of a list of `count` to show, and the line that says what was left out.
@@ -87,7 +87,7 @@ void PrintInfo(const Scene& scene, const std::string& path, std::ostream& out)
         if (scene.textureSets[s].empty())
             out << " (no bitmap)";
         for (const TextureEntry& entry : scene.textureSets[s])
-            out << " " << Quoted(entry.fileName) << " flags " << entry.flags << ((entry.flags & 1) ? " (opacity)" : "");
+            out << " " << Quoted(entry.fileName) << " flags " << entry.flags << ((entry.flags & kTextureOpacity) ? " (opacity)" : "");
         out << "\n";
     }
     out << "  keys        " << totals.animatedNodes << " nodes with keys\n";
@@ -129,7 +129,7 @@ std::string InfoJson(const Scene& scene, const std::string& path)
     for (const auto& set : scene.textureSets) {
         json entries = json::array();
         for (const TextureEntry& entry : set)
-            entries.push_back({{"file", ToUtf8(entry.fileName)}, {"flags", entry.flags}, {"opacity", (entry.flags & 1) != 0}});
+            entries.push_back({{"file", ToUtf8(entry.fileName)}, {"flags", entry.flags}, {"opacity", (entry.flags & kTextureOpacity) != 0}});
         sets.push_back(entries);
     }
     document["textureSets"] = sets;
