@@ -96,6 +96,7 @@ TEST(MeshDecoding, DamagedPayloadsFailAtTheRightByte)
         const char* reason;
     } cases[] = {
         {"cut short", [](Bytes& b) { b.pop_back(); }, 610, "frame 2 (7 vertices of 20 bytes and a marker) does not fit"},
+        {"frame 0 without its marker", [](Bytes& b) { b.resize(452); }, 40, "batches, triangles and vertices of 28 bytes do not fit"},
         {"end marker replaced", [](Bytes& b) { b.back() = 1; }, 767, "frame 3 (7 vertices of 20 bytes and a marker) does not fit into the 0 bytes"},
         {"corner outside its batch", [](Bytes& b) { PutU32(b, 96 + 40 + 8, 3); }, 144,
          "triangle 2 corner 1 is 3, outside the 3 vertices of its batch 1"},
@@ -255,6 +256,12 @@ TEST(SceneDecoding, FailuresNameChunkAndFileOffset)
                      "directory entry 3, file offset " + std::to_string(directory + 48) +
                          ": chunk bytes reach past the data area"});
     cases.push_back({"cut short", Bytes(valid.begin(), valid.end() - 1), "directory reaches past the end of the file"});
+    const uint64_t table = ChunkStart(valid, kChunkTextureTable);
+    Bytes entries = valid;
+    PutU32(entries, table + 12 + 8, 100);  // set 0's entry count
+    cases.push_back({"more texture entries than the table holds", entries,
+                     "ChunkTextureTable (directory entry 4), file offset " + std::to_string(table + 20) +
+                         ": 100 texture entries do not fit into the table"});
     Bytes guid = valid;
     guid[8] ^= 1;
     cases.push_back({"other file type", guid, "header, file offset 8: the file type GUID is not that of vern3D"});
