@@ -2,7 +2,7 @@
 
 #include "GltfExport.h"
 #include "Listing.h"
-#include "Vern3DDecoder.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <charconv>
 

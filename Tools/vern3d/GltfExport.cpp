@@ -28,6 +28,8 @@ bool Finite(std::span<const float> values)
     return std::all_of(values.begin(), values.end(), [](float value) { return std::isfinite(value); });
 }
 
+std::array<float, 3> Xyz(const Vector3& v) { return {v.x, v.y, v.z}; }
+
 std::array<float, 3> UnitNormal(const std::array<float, 3>& normal)
 {
     const double length = std::sqrt(double{normal[0]} * normal[0] + double{normal[1]} * normal[1] +
@@ -226,7 +228,7 @@ void AddMaterials(const Scene& scene, tinygltf::Model& model)
             material.pbrMetallicRoughness.baseColorTexture.index = found->second;
         }
         const bool opacity =
-            std::any_of(set.begin(), set.end(), [](const TextureEntryRecord& entry) { return entry.flags & 1; });
+            std::any_of(set.begin(), set.end(), [](const TextureEntry& entry) { return entry.flags & kTextureOpacity; });
         material.alphaMode = opacity ? "BLEND" : "OPAQUE";
         model.materials.push_back(material);
     }
@@ -242,10 +244,10 @@ struct VertexRange {
     uint32_t firstTriangle, triangleCount, firstVertex, vertexCount, textureSet;
 };
 
-std::vector<VertexRange> Ranges(const MeshData& mesh)
+std::vector<VertexRange> Ranges(const Mesh& mesh)
 {
     std::vector<VertexRange> ranges;
-    for (const BatchRecord& batch : mesh.batches)
+    for (const Batch batch : mesh.batches)
         ranges.push_back({batch.firstTriangle, batch.triangleCount, batch.firstVertex, batch.vertexCount, batch.textureSet});
     // Render data loaded from a vertex file has no batches: its corners index the whole list.
     if (mesh.batches.empty() && !mesh.triangles.empty())
@@ -255,13 +257,13 @@ std::vector<VertexRange> Ranges(const MeshData& mesh)
 }
 
 // Frames stored after the first become morph targets when they move positions or normals.
-bool HasMorphTargets(const MeshData& mesh)
+bool HasMorphTargets(const Mesh& mesh)
 {
     return mesh.frames.size() > 1 && (mesh.header.flags & (kComponentPosition | kComponentNormal)) != 0;
 }
 
 // The values a mesh's animation takes as morph targets and a weights track (see ExportOptions).
-uint64_t MorphValues(const MeshData& mesh)
+uint64_t MorphValues(const Mesh& mesh)
 {
     const uint64_t targets = mesh.frames.size() - 1;
     const bool normals = (mesh.header.flags & kComponentNormal) != 0;
@@ -305,17 +307,17 @@ std::vector<bool> AnimatedMeshes(const Scene& scene, const ExportOptions& option
 
 bool AddMesh(const Node& node, bool animate, BufferBuilder& buffers, tinygltf::Model& model, std::string* error)
 {
-    const MeshData& mesh = node.mesh;
+    const Mesh& mesh = node.mesh;
     for (size_t f = 0; f < mesh.frames.size(); ++f) {
-        for (size_t v = 0; v < mesh.frames[f].vertices.size(); ++v) {
-            if (!Finite(mesh.frames[f].vertices[v].position)) {
+        for (size_t v = 0; v < mesh.vertices.size(); ++v) {
+            if (!Finite(Xyz(mesh.FrameVertex(f, v).position))) {
                 *error = "node '" + node.name + "': vertex " + std::to_string(v) + " of stored frame " +
                          std::to_string(f) + " has a position that is not a finite number";
                 return false;
             }
         }
     }
-    const std::vector<VertexRecord>& base = mesh.frames[0].vertices;
+    const RecordView<Vertex>& base = mesh.vertices;
     const bool morph = animate && HasMorphTargets(mesh);
     const bool movingNormals = (mesh.header.flags & kComponentNormal) != 0;
     tinygltf::Mesh gltfMesh;
@@ -323,16 +325,16 @@ bool AddMesh(const Node& node, bool animate, BufferBuilder& buffers, tinygltf::M
     for (const VertexRange& range : Ranges(mesh)) {
         std::vector<float> positions, normals, texcoords;
         for (uint32_t v = range.firstVertex; v < range.firstVertex + range.vertexCount; ++v) {
-            const VertexRecord& vertex = base[v];
-            positions.insert(positions.end(), vertex.position.begin(), vertex.position.end());
-            const auto normal = UnitNormal(vertex.normal);
+            const Vertex vertex = base[v];
+            positions.insert(positions.end(), {vertex.position.x, vertex.position.y, vertex.position.z});
+            const auto normal = UnitNormal(Xyz(vertex.normal));
             normals.insert(normals.end(), normal.begin(), normal.end());
             texcoords.push_back(std::isfinite(vertex.u) ? vertex.u : 0.0f);
             texcoords.push_back(std::isfinite(vertex.v) ? vertex.v : 0.0f);
         }
         std::vector<uint32_t> indices;
         for (uint32_t t = range.firstTriangle; t < range.firstTriangle + range.triangleCount; ++t) {
-            const auto& corners = mesh.triangles[t].corners;
+            const auto corners = mesh.triangles[t].corners;
             indices.insert(indices.end(), {corners[0], corners[2], corners[1]});
         }
         tinygltf::Primitive primitive;
@@ -346,13 +348,13 @@ bool AddMesh(const Node& node, bool animate, BufferBuilder& buffers, tinygltf::M
             for (size_t f = 1; f < mesh.frames.size(); ++f) {
                 std::vector<float> positionDeltas, normalDeltas;
                 for (uint32_t v = range.firstVertex; v < range.firstVertex + range.vertexCount; ++v) {
-                    const VertexRecord& frameVertex = mesh.frames[f].vertices[v];
+                    const auto frameVertex = mesh.FrameVertex(f, v);
                     for (int c = 0; c < 3; ++c)
-                        positionDeltas.push_back(frameVertex.position[c] - base[v].position[c]);
+                        positionDeltas.push_back(Xyz(frameVertex.position)[c] - Xyz(base[v].position)[c]);
                     if (!movingNormals)
                         continue;
-                    const auto from = UnitNormal(base[v].normal);
-                    const auto to = UnitNormal(frameVertex.normal);
+                    const auto from = UnitNormal(Xyz(base[v].normal));
+                    const auto to = UnitNormal(Xyz(frameVertex.normal));
                     for (int c = 0; c < 3; ++c)
                         normalDeltas.push_back(to[c] - from[c]);
                 }
@@ -421,7 +423,7 @@ bool AddTransformAnimation(const Node& node, int index, const ExportOptions& opt
     KeepRising(times, seconds, nullptr);
     if (times.empty())
         return true;
-    const TransformSamples samples = SampleTransform(node.info.matrix, node.animation, times);
+    const TransformSamples samples = SampleTransform(node.info.matrix.m, node.animation, times);
     std::vector<float> translations, rotations, scales;
     for (const Trs& trs : samples.values) {
         if (!Finite(trs.translation) || !Finite(trs.rotation) || !Finite(trs.scale)) {
@@ -441,7 +443,7 @@ bool AddTransformAnimation(const Node& node, int index, const ExportOptions& opt
 
 void AddWeightsAnimation(const Node& node, int index, BufferBuilder& buffers, tinygltf::Animation& animation)
 {
-    const MeshData& mesh = node.mesh;
+    const Mesh& mesh = node.mesh;
     std::vector<uint32_t> times;
     std::vector<size_t> frames;  // stored frame of each time
     for (size_t f = 0; f < mesh.frames.size(); ++f) {
@@ -502,7 +504,7 @@ bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model
         out.children.assign(node.children.begin(), node.children.end());
         if (i == 0) {
             out.matrix.assign(std::begin(kZUpToYUp), std::end(kZUpToYUp));
-        } else if (!Finite(node.info.matrix)) {
+        } else if (!Finite(node.info.matrix.m)) {
             *error = "node '" + node.name + "': its matrix is not finite";
             return false;
         } else {
@@ -510,11 +512,11 @@ bool BuildGltf(const Scene& scene, const ExportOptions& options, tinygltf::Model
             // node whose matrix is one of those within the tolerance. A matrix that is not (a
             // shear) stays a matrix when glTF takes it, else it is straightened, with a note.
             const bool animated = node.hasAnimation && HasMovingKeys(node.animation);
-            const Trs trs = Decompose(node.info.matrix);
-            const bool nearTrs = NearlyTrs(node.info.matrix, trs, options.trsTolerance);
-            if (!animated && !nearTrs && ValidGltfMatrix(node.info.matrix)) {
+            const Trs trs = Decompose(node.info.matrix.m);
+            const bool nearTrs = NearlyTrs(node.info.matrix.m, trs, options.trsTolerance);
+            if (!animated && !nearTrs && ValidGltfMatrix(node.info.matrix.m)) {
                 // Row-major for row vectors reads as column-major for column vectors: the same floats.
-                out.matrix.assign(node.info.matrix.begin(), node.info.matrix.end());
+                out.matrix.assign(node.info.matrix.m.begin(), node.info.matrix.m.end());
             } else {
                 out.translation.assign(trs.translation.begin(), trs.translation.end());
                 out.rotation.assign(trs.rotation.begin(), trs.rotation.end());

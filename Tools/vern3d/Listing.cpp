@@ -26,11 +26,14 @@ std::string List(const Values& values)
     return text + ")";
 }
 
+std::string List(const Vector3& v) { return List(std::array{v.x, v.y, v.z}); }
+std::string List(const Sphere& s) { return List(std::array{s.centre.x, s.centre.y, s.centre.z, s.radius}); }
+
 std::string Quoted(const std::string& name) { return "'" + ToUtf8(name) + "'"; }
 
 bool IsVern3D(const std::array<uint8_t, 16>& type)
 {
-    return FormatGuid(type) == "{0AB3F934-9362-11D1-9A2B-080000300512}";
+    return type == GuidBytes(kFileTypeVern3D);
 }
 
 // How many entries of a list of `count` to show, and the line that says what was left out.
@@ -72,10 +75,10 @@ void PrintInfo(const Scene& scene, const std::string& path, std::ostream& out)
     out << "  nodes       " << totals.nodes << ", depth " << totals.maxDepth << "\n";
     out << "  meshes      " << totals.meshes << ": " << totals.triangles << " triangles, " << totals.vertices
         << " vertices, " << totals.batches << " batches\n";
-    const NodeInfoRecord& root = scene.nodes[0].info;
-    if (root.flags & kInfoBounds)
-        out << "  bounds      centre " << List(std::array{root.bounds[0], root.bounds[1], root.bounds[2]})
-            << ", radius " << Number(root.bounds[3]) << "\n";
+    const NodeInfo& root = scene.nodes[0].info;
+    if (root.flags & kNodeBounds)
+        out << "  bounds      centre " << List(root.bounds.centre)
+            << ", radius " << Number(root.bounds.radius) << "\n";
     else
         out << "  bounds      none\n";
     out << "  textures    " << totals.textureSets << " sets, " << totals.textures << " bitmaps\n";
@@ -83,8 +86,8 @@ void PrintInfo(const Scene& scene, const std::string& path, std::ostream& out)
         out << "    set " << s << ":";
         if (scene.textureSets[s].empty())
             out << " (no bitmap)";
-        for (const TextureEntryRecord& entry : scene.textureSets[s])
-            out << " " << Quoted(entry.fileName) << " flags " << entry.flags << ((entry.flags & 1) ? " (opacity)" : "");
+        for (const TextureEntry& entry : scene.textureSets[s])
+            out << " " << Quoted(entry.fileName) << " flags " << entry.flags << ((entry.flags & kTextureOpacity) ? " (opacity)" : "");
         out << "\n";
     }
     out << "  keys        " << totals.animatedNodes << " nodes with keys\n";
@@ -118,15 +121,15 @@ std::string InfoJson(const Scene& scene, const std::string& path)
     document["triangles"] = totals.triangles;
     document["vertices"] = totals.vertices;
     document["batches"] = totals.batches;
-    const NodeInfoRecord& root = scene.nodes[0].info;
-    document["bounds"] = (root.flags & kInfoBounds)
-                             ? json{{"centre", {root.bounds[0], root.bounds[1], root.bounds[2]}}, {"radius", root.bounds[3]}}
+    const NodeInfo& root = scene.nodes[0].info;
+    document["bounds"] = (root.flags & kNodeBounds)
+                             ? json{{"centre", {root.bounds.centre.x, root.bounds.centre.y, root.bounds.centre.z}}, {"radius", root.bounds.radius}}
                              : json(nullptr);
     json sets = json::array();
     for (const auto& set : scene.textureSets) {
         json entries = json::array();
-        for (const TextureEntryRecord& entry : set)
-            entries.push_back({{"file", ToUtf8(entry.fileName)}, {"flags", entry.flags}, {"opacity", (entry.flags & 1) != 0}});
+        for (const TextureEntry& entry : set)
+            entries.push_back({{"file", ToUtf8(entry.fileName)}, {"flags", entry.flags}, {"opacity", (entry.flags & kTextureOpacity) != 0}});
         sets.push_back(entries);
     }
     document["textureSets"] = sets;
@@ -138,7 +141,7 @@ std::string InfoJson(const Scene& scene, const std::string& path)
                             {"positionKeys", node.animation.positionKeys.size()},
                             {"rotationKeys", node.animation.rotationKeys.size()}});
         if (node.hasMesh) {
-            const MeshHeaderRecord& header = node.mesh.header;
+            const MeshHeader& header = node.mesh.header;
             json components = json::array();
             for (int bit = 0; bit < 5; ++bit)
                 if (header.flags & (1u << bit))
@@ -165,22 +168,21 @@ void PrintDump(const Scene& scene, std::ostream& out, size_t limit)
         << " bytes\n";
     for (size_t i = 0; i < scene.nodes.size(); ++i) {
         const Node& node = scene.nodes[i];
-        const NodeInfoRecord& info = node.info;
+        const NodeInfo& info = node.info;
         out << "node " << i << " " << Quoted(node.name) << ", depth " << node.depth;
         if (node.parent != UINT32_MAX)
             out << ", parent " << node.parent;
         out << ", " << node.children.size() << " children, data offset " << node.chunkOffset << "\n";
         out << "  flags " << info.flags << "\n";
-        if (info.flags & kInfoMatrix) {
+        if (info.flags & kNodeMatrix) {
             for (int row = 0; row < 4; ++row)
                 out << "  matrix row " << row << " "
-                    << List(std::array{info.matrix[4 * row], info.matrix[4 * row + 1], info.matrix[4 * row + 2],
-                                       info.matrix[4 * row + 3]})
+                    << List(std::array{info.matrix(row, 0), info.matrix(row, 1), info.matrix(row, 2), info.matrix(row, 3)})
                     << "\n";
         }
-        if (info.flags & kInfoBounds)
+        if (info.flags & kNodeBounds)
             out << "  bounds " << List(info.bounds) << " (centre, radius)\n";
-        if ((info.flags & kInfoParentBounds) == kInfoParentBounds)
+        if ((info.flags & kNodeParentBounds) == kNodeParentBounds)
             out << "  parent-space bounds " << List(info.parentBounds) << "\n";
         if (node.hasAnimation) {
             const Animation& animation = node.animation;
@@ -188,30 +190,30 @@ void PrintDump(const Scene& scene, std::ostream& out, size_t limit)
                 << animation.rotationKeys.size() << " rotation\n";
             const size_t positions = Shown(animation.positionKeys.size(), limit);
             for (size_t k = 0; k < positions; ++k) {
-                const PositionKeyRecord& key = animation.positionKeys[k];
+                const PositionKey& key = animation.positionKeys[k];
                 out << "    position " << k << " at " << key.time << " ms: " << List(key.position) << " in "
                     << List(key.inTangent) << " out " << List(key.outTangent) << "\n";
             }
             MoreLine(out, "    ", animation.positionKeys.size(), positions);
             const size_t rotations = Shown(animation.rotationKeys.size(), limit);
             for (size_t k = 0; k < rotations; ++k) {
-                const RotationKeyRecord& key = animation.rotationKeys[k];
+                const RotationKey& key = animation.rotationKeys[k];
                 out << "    rotation " << k << " at " << key.time << " ms: axis " << List(key.axis) << " angle "
-                    << Number(key.angle) << " matrix " << List(key.matrix) << "\n";
+                    << Number(key.angle) << " matrix " << List(key.matrix.m) << "\n";
             }
             MoreLine(out, "    ", animation.rotationKeys.size(), rotations);
         }
         if (!node.hasMesh)
             continue;
-        const MeshData& mesh = node.mesh;
-        const MeshHeaderRecord& header = mesh.header;
+        const Mesh& mesh = node.mesh;
+        const MeshHeader& header = mesh.header;
         out << "  mesh: " << header.batchCount << " batches, " << header.triangleCount << " triangles, "
             << header.vertexCount << " vertices, " << header.frameCount << " frames (" << mesh.frames.size()
             << " stored), components " << ComponentNames(header.flags) << ", sphere " << List(header.centre)
             << " radius " << Number(header.radius) << "\n";
         const size_t batches = Shown(mesh.batches.size(), limit);
         for (size_t b = 0; b < batches; ++b) {
-            const BatchRecord& batch = mesh.batches[b];
+            const Batch batch = mesh.batches[b];
             out << "    batch " << b << ": triangles " << batch.firstTriangle << " + " << batch.triangleCount
                 << ", vertices " << batch.firstVertex << " + " << batch.vertexCount << ", texture set "
                 << batch.textureSet << "\n";
@@ -219,7 +221,7 @@ void PrintDump(const Scene& scene, std::ostream& out, size_t limit)
         MoreLine(out, "    ", mesh.batches.size(), batches);
         const size_t triangles = Shown(mesh.triangles.size(), limit);
         for (size_t t = 0; t < triangles; ++t) {
-            const TriangleRecord& triangle = mesh.triangles[t];
+            const Triangle triangle = mesh.triangles[t];
             out << "    triangle " << t << ": corners " << triangle.corners[0] << " " << triangle.corners[1] << " "
                 << triangle.corners[2] << ", edges " << triangle.flags << ", texture set " << triangle.textureSet
                 << "\n";
@@ -227,26 +229,26 @@ void PrintDump(const Scene& scene, std::ostream& out, size_t limit)
         MoreLine(out, "    ", mesh.triangles.size(), triangles);
         const size_t frames = Shown(mesh.frames.size(), limit);
         for (size_t f = 0; f < frames; ++f) {
-            const FrameRecord& frame = mesh.frames[f];
+            const StoredFrame& frame = mesh.frames[f];
             out << "    frame " << f << " at " << frame.time << " ms (delta " << frame.delta << "), "
                 << frame.storedBytes << " bytes stored\n";
-            const size_t vertices = Shown(frame.vertices.size(), limit);
+            const size_t vertices = Shown(mesh.vertices.size(), limit);
             for (size_t v = 0; v < vertices; ++v) {
-                const VertexRecord& vertex = frame.vertices[v];
+                const Vertex vertex = mesh.FrameVertex(f, v);
                 char colour[16];
                 std::snprintf(colour, sizeof colour, "%08X", vertex.colour);
                 out << "      vertex " << v << ": " << List(vertex.position) << " normal " << List(vertex.normal)
                     << " colour " << colour << " material " << vertex.material << " uv "
                     << List(std::array{vertex.u, vertex.v}) << "\n";
             }
-            MoreLine(out, "      ", frame.vertices.size(), vertices);
+            MoreLine(out, "      ", mesh.vertices.size(), vertices);
         }
         MoreLine(out, "    ", mesh.frames.size(), frames);
     }
     out << "texture table: " << scene.textureSets.size() << " sets\n";
     for (size_t s = 0; s < scene.textureSets.size(); ++s) {
         out << "  set " << s << ": " << scene.textureSets[s].size() << " bitmaps\n";
-        for (const TextureEntryRecord& entry : scene.textureSets[s])
+        for (const TextureEntry& entry : scene.textureSets[s])
             out << "    " << Quoted(entry.fileName) << " flags " << entry.flags << "\n";
     }
 }

@@ -1,7 +1,7 @@
 // What `vern3d info` and `vern3d dump` print about a decoded scene.
 #pragma once
 
-#include "Vern3DDecoder.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <cstddef>
 #include <ostream>

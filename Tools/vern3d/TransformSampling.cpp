@@ -1,6 +1,6 @@
 #include "TransformSampling.h"
 
-#include "BaseNode.h"
+#include "vern/Vern3DAnimation.h"
 
 #include <algorithm>
 #include <cmath>
@@ -25,29 +25,6 @@ Vec UnitOr(const Vec& a, const Vec& fallback)
     if (!(length > 1e-30) || !std::isfinite(length))
         return fallback;
     return {a[0] / length, a[1] / length, a[2] / length};
-}
-
-TransformTrack MakeTrack(const std::array<float, 16>& localMatrix, const Animation& animation)
-{
-    TransformTrack track;
-    track.matrix.m = localMatrix;
-    for (const PositionKeyRecord& record : animation.positionKeys) {
-        PositionKey key;
-        key.time = record.time;
-        key.position = {record.position[0], record.position[1], record.position[2]};
-        key.inTangent = {record.inTangent[0], record.inTangent[1], record.inTangent[2]};
-        key.outTangent = {record.outTangent[0], record.outTangent[1], record.outTangent[2]};
-        track.positionKeys.push_back(key);
-    }
-    for (const RotationKeyRecord& record : animation.rotationKeys) {
-        RotationKey key;
-        key.time = record.time;
-        key.axis = {record.axis[0], record.axis[1], record.axis[2]};
-        key.angle = record.angle;
-        key.matrix.m = record.matrix;
-        track.rotationKeys.push_back(key);
-    }
-    return track;
 }
 
 }  // namespace
@@ -145,12 +122,12 @@ std::vector<uint32_t> SampleTimes(const Animation& animation, uint32_t stepMilli
 std::vector<std::array<float, 16>> EvaluateLocal(const std::array<float, 16>& localMatrix, const Animation& animation,
                                                  const std::vector<uint32_t>& times)
 {
-    TransformTrack track = MakeTrack(localMatrix, animation);
+    Matrix local{localMatrix};
     std::vector<std::array<float, 16>> matrices;
     matrices.reserve(times.size());
     for (uint32_t time : times) {
-        track.Evaluate(time);
-        matrices.push_back(track.matrix.m);
+        EvaluateKeys(animation.positionKeys, animation.rotationKeys, time, local);
+        matrices.push_back(local.m);
     }
     return matrices;
 }

@@ -1,11 +1,11 @@
 // Transform animation as glTF wants it: local translation, rotation and scale at sample times.
 //
-// The local matrix at a time comes from the converter's own key evaluation (TransformTrack), set
-// up from what the file stores: the node's local matrix and its keys with their accumulated
+// The local matrix at a time comes from the vern3D library's key evaluation (the one the converter
+// uses), over what the file stores: the node's local matrix and its keys with their accumulated
 // orientation matrices. Nothing here interpolates keys a second way.
 #pragma once
 
-#include "Vern3DDecoder.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <array>
 #include <cstdint>

@@ -180,7 +180,7 @@ TEST(Compat, RealWorldCausesConvertWithTheirWarning)
     EXPECT_EQ(scene.nodes[2].name, "Tri");
     EXPECT_EQ(scene.nodes[2].parent, 1u);
     EXPECT_FALSE(scene.nodes[1].hasMesh);
-    EXPECT_EQ((std::array<float, 3>{scene.nodes[1].info.matrix[12], scene.nodes[1].info.matrix[13], scene.nodes[1].info.matrix[14]}),
+    EXPECT_EQ((std::array<float, 3>{scene.nodes[1].info.matrix(3, 0), scene.nodes[1].info.matrix(3, 1), scene.nodes[1].info.matrix(3, 2)}),
               (std::array<float, 3>{1, 2, 3}));
 }
 

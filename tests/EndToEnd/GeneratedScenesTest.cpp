@@ -287,7 +287,7 @@ std::vector<MeshVertex> LiteralFrameVertices(const Mesh& mesh, const std::vector
 // ---- Checks ----
 
 using Words = std::array<uint32_t, 10>;  // position, normal, colour, material, u, v
-static_assert(sizeof(MeshVertex) == sizeof(Words) && sizeof(vern3d::VertexRecord) == sizeof(Words));
+static_assert(sizeof(MeshVertex) == sizeof(Words) && sizeof(vern3d::Vertex) == sizeof(Words));
 Words Bits(const auto& vertex) { return std::bit_cast<Words>(vertex); }
 constexpr Words kWordComponent = {1, 1, 1, 2, 2, 2, 4, 8, 16, 16};  // the component flag of each word
 
@@ -307,7 +307,7 @@ bool FramesDiffer(const std::vector<MeshVertex>& a, const std::vector<MeshVertex
 }
 
 // The frames, the render vertices and the stream of one mesh node; answers the frames left out.
-size_t CheckMeshNode(const Scene& scene, MeshNode& node, const vern3d::MeshData& decoded)
+size_t CheckMeshNode(const Scene& scene, MeshNode& node, const vern3d::Mesh& decoded)
 {
     SCOPED_TRACE("mesh node " + node.name);
     // Each render vertex is the rule applied to the source mesh: welding keeps the first one added.
@@ -361,11 +361,12 @@ size_t CheckMeshNode(const Scene& scene, MeshNode& node, const vern3d::MeshData&
         const int32_t time = node.frames.empty() ? 0 : node.frames[i]->time;
         EXPECT_EQ(decoded.frames[j].time, time) << "frame " << i;
         EXPECT_EQ(decoded.frames[j].delta, i == 0 ? 0 : time - node.frames[i - 1]->time) << "frame " << i;
-        EXPECT_EQ(decoded.frames[j].vertices.size(), list(i).size());
-        for (size_t k = 0; k < list(i).size() && k < decoded.frames[j].vertices.size(); ++k) {
+        const std::vector<vern3d::Vertex> vertices = decoded.FrameVertices(j);
+        EXPECT_EQ(vertices.size(), list(i).size());
+        for (size_t k = 0; k < list(i).size() && k < vertices.size(); ++k) {
             for (size_t w = 0; w < carried[k].size(); ++w)
                 carried[k][w] = j == 0 || (flags & kWordComponent[w]) ? Bits(list(i)[k])[w] : carried[k][w];
-            EXPECT_EQ(Bits(decoded.frames[j].vertices[k]), carried[k]) << "stored frame " << i << " vertex " << k;
+            EXPECT_EQ(Bits(vertices[k]), carried[k]) << "stored frame " << i << " vertex " << k;
         }
     }
     return frameCount - stored.size();

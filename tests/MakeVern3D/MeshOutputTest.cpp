@@ -20,6 +20,13 @@ namespace {
 using asetest::ParseAse;
 using V = std::array<float, 3>;
 
+V Xyz(const vern3d::Vector3& v) { return {v.x, v.y, v.z}; }
+
+std::vector<uint8_t> Payload(const vern3d::Node& node)
+{
+    return std::vector<uint8_t>(node.mesh.payload.begin(), node.mesh.payload.end());
+}
+
 struct Face {
     int a, b, c;
     int group = -1;
@@ -119,7 +126,7 @@ TEST(MeshOutput, OneTriangleChunkByteForByte)
     }
     expected.U8(0);
     ASSERT_EQ(expected.Size(), 225u);
-    EXPECT_EQ(node.meshPayload, std::vector<uint8_t>(expected.Data(), expected.Data() + expected.Size()));
+    EXPECT_EQ(Payload(node), std::vector<uint8_t>(expected.Data(), expected.Data() + expected.Size()));
     EXPECT_EQ(node.info.flags, 31u);
 }
 
@@ -174,24 +181,24 @@ TEST(MeshOutput, TwoSidedFacesAndTheTriangleOrder)
 
     // Face 1 (two-sided, edges BC and CA visible): the front lists a, c, b with flags 2|4; the
     // back lists a, b, c with flags 2|1 and normals turned round.
-    const auto& frame = mesh.frames.at(0).vertices;
-    const auto& plain = mesh.batches[0];
-    const auto& front = mesh.triangles[0];
-    const auto& back = mesh.triangles[1];
+    const auto& frame = mesh.vertices;
+    const auto plain = mesh.batches[0];
+    const auto front = mesh.triangles[0];
+    const auto back = mesh.triangles[1];
     EXPECT_EQ(front.flags, 6u);
     EXPECT_EQ(back.flags, 3u);
-    auto at = [&](const vern3d::TriangleRecord& t, int k) { return frame[plain.firstVertex + t.corners[k]]; };
+    auto at = [&](const vern3d::Triangle& t, int k) { return frame[plain.firstVertex + t.corners[k]]; };
     const V corners[3] = {{1, 0, 0}, {1, 1, 0}, {0, 1, 0}};  // a, b, c of face 1
     for (int k = 0; k < 3; ++k) {
-        EXPECT_EQ(at(back, k).position, corners[k]);
-        EXPECT_EQ(at(back, k).normal, (V{0, 0, -1}));
+        EXPECT_EQ(Xyz(at(back, k).position), corners[k]);
+        EXPECT_EQ(Xyz(at(back, k).normal), (V{0, 0, -1}));
     }
-    EXPECT_EQ(at(front, 1).position, corners[2]);
-    EXPECT_EQ(at(front, 2).position, corners[1]);
-    EXPECT_EQ(at(front, 0).normal, (V{0, 0, 1}));
+    EXPECT_EQ(Xyz(at(front, 1).position), corners[2]);
+    EXPECT_EQ(Xyz(at(front, 2).position), corners[1]);
+    EXPECT_EQ(Xyz(at(front, 0).normal), (V{0, 0, 1}));
     // The first vertex of face 0 and face 3 is one render vertex, but it appears in both batches.
-    EXPECT_EQ(frame[mesh.batches[1].firstVertex].position, (V{0, 0, 0}));
-    EXPECT_EQ(frame[mesh.batches[3].firstVertex].position, (V{0, 0, 0}));
+    EXPECT_EQ(Xyz(frame[mesh.batches[1].firstVertex].position), (V{0, 0, 0}));
+    EXPECT_EQ(Xyz(frame[mesh.batches[3].firstVertex].position), (V{0, 0, 0}));
 }
 
 TEST(MeshOutput, MaterialErrorsAndTheVertexFile)
@@ -238,7 +245,8 @@ TEST(MeshOutput, MaterialErrorsAndTheVertexFile)
     const auto& mesh = MeshOf(sceneMesh).mesh;
     EXPECT_EQ(mesh.header.batchCount, 0u);
     EXPECT_EQ(mesh.header.vertexCount, 1u);
-    EXPECT_EQ(mesh.frames.at(0).vertices.at(0).position, (V{1, 2, 3}));
+    ASSERT_EQ(mesh.vertices.size(), 1u);
+    EXPECT_EQ(Xyz(mesh.vertices[0].position), (V{1, 2, 3}));
     EXPECT_FALSE(loaded.reader->settings.overtex);  // cleared for the rest of the run
 }
 
@@ -384,7 +392,7 @@ TEST(FrameStream, MovedFrameAsExactBytes)
     const size_t vertices = node.mesh.header.vertexCount;
     ASSERT_EQ(vertices, 3u);
     const size_t frameStart = 40 + 28 + 20;
-    const std::vector<uint8_t>& bytes = node.meshPayload;
+    const std::vector<uint8_t> bytes = Payload(node);
     ASSERT_EQ(bytes.size(), frameStart + 16 + 40 * vertices + 1 + 16 + 12 * vertices + 1);
     LittleEndianBuffer tail;
     tail.U8(1);
@@ -426,16 +434,17 @@ TEST(FrameStream, OperationsFile)
         // -map -mat with frames far apart, so every frame is stored with its positions.
         const auto parsed = ParseAse(AnimatedScene({0, 10, 20}), Flags(1, operations));
         const auto sceneFrames = Written(parsed);
-        const auto& frames = MeshOf(sceneFrames).mesh.frames;
-        ASSERT_EQ(frames.size(), 3u) << c.what;
+        const auto& mesh = MeshOf(sceneFrames).mesh;
+        ASSERT_EQ(mesh.frames.size(), 3u) << c.what;
         for (size_t f = 0; f < 3; ++f)
-            EXPECT_EQ(frames[f].vertices[0].position[0], 10.0f * static_cast<float>(f) + c.xOfFrames[f]) << c.what << f;
+            EXPECT_EQ(mesh.FrameVertex(f, 0).position.x, 10.0f * static_cast<float>(f) + c.xOfFrames[f]) << c.what << f;
     }
     // A directory or a missing file is ignored.
     for (const std::string& odd : {directory.Path(), directory.File("none.txt")}) {
         const auto parsed = ParseAse(AnimatedScene({0, 10}), Flags(1, odd));
         const auto scene = Written(parsed);
-        EXPECT_EQ(MeshOf(scene).mesh.frames.at(1).vertices[0].position[0], 10.0f);
+        ASSERT_EQ(MeshOf(scene).mesh.frames.size(), 2u);
+        EXPECT_EQ(MeshOf(scene).mesh.FrameVertex(1, 0).position.x, 10.0f);
     }
 }
 

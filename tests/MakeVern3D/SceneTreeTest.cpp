@@ -368,11 +368,11 @@ TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
         ASSERT_EQ(scene.nodes.size(), order.size());
         for (size_t i = 0; i < order.size(); ++i) {
             const NodeInfo& expected = order[i]->written;
-            const vern3d::NodeInfoRecord& actual = scene.nodes[i].info;
+            const vern3d::NodeInfo& actual = scene.nodes[i].info;
             EXPECT_EQ(actual.flags, expected.flags) << "round " << round << " node " << i;
-            EXPECT_EQ(std::memcmp(actual.matrix.data(), expected.matrix.m.data(), 64), 0) << round << "/" << i;
-            EXPECT_EQ(std::memcmp(actual.bounds.data(), &expected.bounds, 16), 0) << round << "/" << i;
-            EXPECT_EQ(std::memcmp(actual.parentBounds.data(), &expected.parentBounds, 16), 0) << round << "/" << i;
+            EXPECT_EQ(std::memcmp(&actual.matrix, &expected.matrix, 64), 0) << round << "/" << i;
+            EXPECT_EQ(std::memcmp(&actual.bounds, &expected.bounds, 16), 0) << round << "/" << i;
+            EXPECT_EQ(std::memcmp(&actual.parentBounds, &expected.parentBounds, 16), 0) << round << "/" << i;
         }
     }
 }
@@ -425,7 +425,7 @@ TEST(SceneTree, LongChainsConvertInLinearTime)
     ASSERT_TRUE(vern3d::DecodeFile(directory.Path() + "/chain.vern3D", &scene, &error)) << error;
     ASSERT_EQ(scene.nodes.size(), 100001u);
     EXPECT_EQ(scene.nodes[100000].name, "n99999");
-    EXPECT_EQ(scene.nodes[100000].info.matrix[12], 1.0f);  // one step along x from its parent
+    EXPECT_EQ(scene.nodes[100000].info.matrix(3, 0), 1.0f);  // one step along x from its parent
 }
 
 }  // namespace

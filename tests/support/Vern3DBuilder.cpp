@@ -3,7 +3,6 @@
 #include "TestFiles.h"
 #include "VernWriter.h"
 
-#include <bit>
 #include <cstdlib>
 #include <functional>
 
@@ -11,76 +10,60 @@ namespace vern3dtest {
 
 using namespace vern3d;
 
-void AppendU32(Bytes& bytes, uint32_t value)
-{
-    for (int i = 0; i < 4; ++i)
-        bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
-}
-
-void AppendF32(Bytes& bytes, float value) { AppendU32(bytes, std::bit_cast<uint32_t>(value)); }
-
+// Both check the range first (std::out_of_range fails the test).
 void PutU32(Bytes& bytes, size_t at, uint32_t value)
 {
-    for (int i = 0; i < 4; ++i)
-        bytes.at(at + i) = static_cast<uint8_t>(value >> (8 * i));
+    (void)bytes.at(at + 3);
+    StoreRecord(bytes.data() + at, value);
 }
 
 uint32_t GetU32(const Bytes& bytes, size_t at)
 {
-    uint32_t value = 0;
-    for (int i = 3; i >= 0; --i)
-        value = value << 8 | bytes.at(at + i);
-    return value;
+    (void)bytes.at(at + 3);
+    return LoadRecord<uint32_t>(bytes.data() + at);
 }
 
 namespace {
 
-template <size_t N>
-void AppendFloats(Bytes& bytes, const std::array<float, N>& values)
+template <FileRecord Record>
+void Append(Bytes& bytes, const Record& record)
 {
-    for (float value : values)
-        AppendF32(bytes, value);
+    bytes.resize(bytes.size() + sizeof record);
+    StoreRecord(bytes.data() + bytes.size() - sizeof record, record);
 }
 
 }  // namespace
 
-Bytes EncodeMesh(const MeshData& mesh)
+Bytes EncodeMesh(const MeshShape& mesh)
 {
     Bytes bytes;
-    const MeshHeaderRecord& h = mesh.header;
-    for (uint32_t value : {h.size, h.flags, h.batchCount, h.triangleCount, h.vertexCount, h.frameCount})
-        AppendU32(bytes, value);
-    AppendFloats(bytes, h.centre);
-    AppendF32(bytes, h.radius);
-    for (const BatchRecord& b : mesh.batches)
-        for (uint32_t value : {b.size, b.reserved, b.firstTriangle, b.triangleCount, b.firstVertex, b.vertexCount, b.textureSet})
-            AppendU32(bytes, value);
-    for (const TriangleRecord& t : mesh.triangles)
-        for (uint32_t value : {t.flags, t.corners[0], t.corners[1], t.corners[2], t.textureSet})
-            AppendU32(bytes, value);
+    Append(bytes, mesh.header);
+    for (const Batch& batch : mesh.batches)
+        Append(bytes, batch);
+    for (const Triangle& triangle : mesh.triangles)
+        Append(bytes, triangle);
     for (size_t f = 0; f < mesh.frames.size(); ++f) {
-        const FrameRecord& frame = mesh.frames[f];
+        const FrameShape& frame = mesh.frames[f];
         if (f > 0)
-            bytes.push_back(0x01);
-        for (uint32_t value : {frame.headerSize, static_cast<uint32_t>(frame.time), frame.one, static_cast<uint32_t>(frame.delta)})
-            AppendU32(bytes, value);
-        const uint32_t flags = f == 0 ? kComponentAll : h.flags;
-        for (const VertexRecord& v : frame.vertices) {
+            bytes.push_back(kFrameFollows);
+        Append(bytes, frame.header);
+        const uint32_t flags = f == 0 ? kComponentAll : mesh.header.flags;
+        for (const Vertex& v : frame.vertices) {
             if (flags & kComponentPosition)
-                AppendFloats(bytes, v.position);
+                Append(bytes, v.position);
             if (flags & kComponentNormal)
-                AppendFloats(bytes, v.normal);
+                Append(bytes, v.normal);
             if (flags & kComponentColour)
-                AppendU32(bytes, v.colour);
+                Append(bytes, v.colour);
             if (flags & kComponentMaterial)
-                AppendU32(bytes, v.material);
+                Append(bytes, v.material);
             if (flags & kComponentTexture) {
-                AppendF32(bytes, v.u);
-                AppendF32(bytes, v.v);
+                Append(bytes, v.u);
+                Append(bytes, v.v);
             }
         }
     }
-    bytes.push_back(0x00);
+    bytes.push_back(kFramesEnd);
     return bytes;
 }
 
@@ -89,33 +72,25 @@ Bytes EncodeAnimation(const Animation& animation)
     Bytes bytes;
     const auto positions = static_cast<uint32_t>(animation.positionKeys.size());
     const auto rotations = static_cast<uint32_t>(animation.rotationKeys.size());
-    const uint32_t flags = (positions ? 1u : 0u) | (rotations ? 2u : 0u);
-    for (uint32_t value : {32u, flags, 32 + 40 * positions, positions, 40u, 0u, rotations, 84u})
-        AppendU32(bytes, value);
-    for (const PositionKeyRecord& key : animation.positionKeys) {
-        AppendU32(bytes, static_cast<uint32_t>(key.time));
-        AppendFloats(bytes, key.position);
-        AppendFloats(bytes, key.inTangent);
-        AppendFloats(bytes, key.outTangent);
-    }
-    for (const RotationKeyRecord& key : animation.rotationKeys) {
-        AppendU32(bytes, static_cast<uint32_t>(key.time));
-        AppendFloats(bytes, key.axis);
-        AppendF32(bytes, key.angle);
-        AppendFloats(bytes, key.matrix);
-    }
+    Append(bytes, AnimationHeader{kAnimationHeaderSize, (positions ? kHasPositionKeys : 0u) | (rotations ? kHasRotationKeys : 0u),
+                                  kAnimationHeaderSize + kPositionKeySize * positions, positions, kPositionKeySize, 0,
+                                  rotations, kRotationKeySize});
+    for (const PositionKey& key : animation.positionKeys)
+        Append(bytes, key);
+    for (const RotationKey& key : animation.rotationKeys)
+        Append(bytes, key);
     return bytes;
 }
 
-NodeInfoRecord InfoFor(const std::array<float, 16>& matrix)
+NodeInfo InfoFor(const Matrix& matrix)
 {
-    NodeInfoRecord info;
-    info.flags = kInfoFilled | kInfoMatrix;
+    NodeInfo info;
+    info.flags = kNodeFlags;
     info.matrix = matrix;
     return info;
 }
 
-Bytes BuildFile(const NodeShape& root, const std::vector<std::vector<TextureEntryRecord>>& textureSets)
+Bytes BuildFile(const NodeShape& root, const std::vector<std::vector<TextureEntry>>& textureSets)
 {
     testfiles::ScratchDirectory directory;
     const std::string path = directory.File("built.vern3D");
@@ -124,6 +99,11 @@ Bytes BuildFile(const NodeShape& root, const std::vector<std::vector<TextureEntr
               Succeeded(writer.BeginFile());
     auto write = [&](VernChunk* chunk, const Bytes& bytes) {
         ok = ok && Succeeded(writer.WriteData(bytes.data(), static_cast<uint32_t>(bytes.size()), chunk));
+    };
+    auto writeString = [&](VernChunk* chunk, const std::string& text) {
+        OutputStream* stream = nullptr;
+        ok = ok && Succeeded(writer.BeginDirectWrite(&stream, chunk)) &&
+             Succeeded(VernWriter::WriteCountedString(text, stream)) && Succeeded(writer.EndDirectWrite(stream, chunk));
     };
     // Shallow trees only: the tests build a few levels.
     std::function<void(const NodeShape&, VernChunk*)> writeNode = [&](const NodeShape& shape, VernChunk* parent) {
@@ -134,16 +114,11 @@ Bytes BuildFile(const NodeShape& root, const std::vector<std::vector<TextureEntr
         for (const NodeShape& child : shape.children)
             writeNode(child, chunk);
         Bytes record;
-        AppendU32(record, 104);
-        AppendU32(record, shape.info.flags);
-        AppendFloats(record, shape.info.matrix);
-        AppendFloats(record, shape.info.bounds);
-        AppendFloats(record, shape.info.parentBounds);
+        NodeInfo info = shape.info;
+        info.size = kNodeInfoSize;
+        Append(record, info);
         write(chunk, record);
-        OutputStream* stream = nullptr;
-        ok = ok && Succeeded(writer.BeginDirectWrite(&stream, chunk)) &&
-             Succeeded(VernWriter::WriteCountedString(shape.name, stream)) &&
-             Succeeded(writer.EndDirectWrite(stream, chunk));
+        writeString(chunk, shape.name);
         for (auto [id, bytes] : {std::pair{kChunkNodeAnimation, shape.animation ? EncodeAnimation(*shape.animation) : Bytes()},
                                  std::pair{kChunkMesh, shape.mesh ? EncodeMesh(*shape.mesh) : Bytes()}}) {
             if (bytes.empty())
@@ -156,25 +131,17 @@ Bytes BuildFile(const NodeShape& root, const std::vector<std::vector<TextureEntr
     writeNode(root, writer.Root());
     VernChunk* table = nullptr;
     ok = ok && Succeeded(writer.CreateChunk(&table, kChunkTextureTable, writer.Root()));
-    Bytes values;
     auto value = [&](uint32_t v) {
-        for (uint32_t field : {12u, 0u, v})
-            AppendU32(values, field);
+        Bytes bytes;
+        Append(bytes, ValueRecord{kValueRecordSize, 0, v});
+        write(table, bytes);
     };
     value(static_cast<uint32_t>(textureSets.size()));
-    write(table, values);
     for (const auto& set : textureSets) {
-        values.clear();
         value(static_cast<uint32_t>(set.size()));
-        write(table, values);
-        for (const TextureEntryRecord& entry : set) {
-            values.clear();
+        for (const TextureEntry& entry : set) {
             value(entry.flags);
-            write(table, values);
-            OutputStream* stream = nullptr;
-            ok = ok && Succeeded(writer.BeginDirectWrite(&stream, table)) &&
-                 Succeeded(VernWriter::WriteCountedString(entry.fileName, stream)) &&
-                 Succeeded(writer.EndDirectWrite(stream, table));
+            writeString(table, entry.fileName);
         }
     }
     ok = ok && Succeeded(writer.Close());

@@ -68,11 +68,11 @@ TEST(GltfExport, DecompositionRebuildsTheMatrix)
 
 TEST(GltfExport, WorldPositionsEqualThoseOfTheFile)
 {
-    MeshData mesh;
+    MeshShape mesh;
     mesh.header = {40, 0, 1, 1, 3, 1, {}, 1};
     mesh.batches = {{28, 0, 0, 1, 0, 3, 0}};
     mesh.triangles = {{7, {0, 2, 1}, 0}};
-    FrameRecord frame{16, 0, 1, 0, {}, 0};
+    FrameShape frame;
     frame.vertices = {{{0, 0, 0}, {0, 0, 1}, ~0u, 0, 0.1f, 0.9f},
                       {{1, 0, 0}, {0, 0, 1}, ~0u, 0, 0.8f, 0.9f},
                       {{0, 1, 0}, {0, 0, 1}, ~0u, 0, 0.1f, 0.2f}};
@@ -82,8 +82,8 @@ TEST(GltfExport, WorldPositionsEqualThoseOfTheFile)
 
     NodeShape root{"root", {}, nullptr, nullptr, {}};
     root.info.flags = 1;
-    NodeShape helper{"helper", InfoFor(RowMatrix({2, 2, 2}, {0, 0, 1}, 0.5, {4, 5, 6})), &keys, nullptr, {}};
-    helper.children.push_back({"box", InfoFor(RowMatrix({1, 3, 1}, {1, 0, 0}, -1.2, {0, 0, 10})), nullptr, &mesh, {}});
+    NodeShape helper{"helper", InfoFor(Matrix{RowMatrix({2, 2, 2}, {0, 0, 1}, 0.5, {4, 5, 6})}), &keys, nullptr, {}};
+    helper.children.push_back({"box", InfoFor(Matrix{RowMatrix({1, 3, 1}, {1, 0, 0}, -1.2, {0, 0, 10})}), nullptr, &mesh, {}});
     root.children.push_back(helper);
     Scene scene;
     std::string error;
@@ -129,7 +129,7 @@ TEST(GltfExport, NodesAreTranslationRotationAndScaleWhereTheyCanBe)
     NodeShape root{"root", {}, nullptr, nullptr, {}};
     root.info.flags = 1;
     for (const auto& c : cases)
-        root.children.push_back({"n" + std::to_string(root.children.size() + 1), InfoFor(c.matrix), nullptr, nullptr, {}});
+        root.children.push_back({"n" + std::to_string(root.children.size() + 1), InfoFor(Matrix{c.matrix}), nullptr, nullptr, {}});
     Scene scene;
     std::string error;
     ASSERT_TRUE(Decode(BuildFile(root, {}), &scene, &error)) << error;
@@ -211,15 +211,16 @@ TEST(GltfExport, ChannelsFollowTheConvertersKeyEvaluation)
 
 TEST(GltfExport, StoredFramesBecomeMorphTargetsWithOneHotWeights)
 {
-    MeshData mesh;
+    MeshShape mesh;
     mesh.header = {40, kComponentPosition, 1, 1, 3, 5, {}, 1};
     mesh.batches = {{28, 0, 0, 1, 0, 3, 0}};
     mesh.triangles = {{7, {0, 2, 1}, 0}};
-    FrameRecord frame{16, 100, 1, 0, {}, 0};
+    FrameShape frame;
+    frame.header.time = 100;
     frame.vertices = {{{0, 0, 0}, {0, 0, 1}, ~0u, 0, 0, 0}, {{1, 0, 0}, {0, 0, 1}, ~0u, 0, 0, 0},
                       {{0, 1, 0}, {0, 0, 1}, ~0u, 0, 0, 0}};
-    FrameRecord later = frame;
-    later.time = 400, later.delta = 100;
+    FrameShape later = frame;
+    later.header.time = 400, later.header.delta = 100;
     later.vertices[1].position = {1, 0, 2};
     mesh.frames = {frame, later};
     NodeShape root{"root", {}, nullptr, nullptr, {}};
@@ -272,9 +273,9 @@ TEST(GltfExport, StoredFramesBecomeMorphTargetsWithOneHotWeights)
 TEST(GltfExport, AdversarialFilesStayWithinTheBudget)
 {
     auto flicker = [](uint32_t batches, uint32_t frames, uint32_t flags) {
-        MeshData mesh;
+        MeshShape mesh;
         mesh.header = {40, flags, batches, batches, batches, frames, {}, 1};
-        FrameRecord frame{16, 0, 1, 0, {}, 0};
+        FrameShape frame;
         for (uint32_t b = 0; b < batches; ++b) {
             mesh.batches.push_back({28, 0, b, 1, b, 1, 0});
             mesh.triangles.push_back({0, {0, 0, 0}, 0});
@@ -282,15 +283,15 @@ TEST(GltfExport, AdversarialFilesStayWithinTheBudget)
         }
         for (uint32_t f = 0; f < frames; ++f) {
             mesh.frames.push_back(frame);
-            frame.time += 10, frame.delta = 10;
-            for (VertexRecord& vertex : frame.vertices)
-                vertex.position[0] += 1, vertex.normal[1] += 0.5f;
+            frame.header.time += 10, frame.header.delta = 10;
+            for (Vertex& vertex : frame.vertices)
+                vertex.position.x += 1, vertex.normal.y += 0.5f;
         }
         return mesh;
     };
     const struct {
         const char* name;
-        MeshData mesh;
+        MeshShape mesh;
         uint32_t animatedNodes;
         bool leftOut;
     } cases[] = {

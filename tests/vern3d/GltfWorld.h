@@ -3,7 +3,7 @@
 // row-vector matrices followed by the export's axis change.
 #pragma once
 
-#include "Vern3DDecoder.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <tiny_gltf.h>
 
@@ -113,16 +113,16 @@ inline std::vector<Point> Vern3DWorldPositions(const vern3d::Scene& scene, size_
     const vern3d::Node& node = scene.nodes[index];
     if (!node.hasMesh)
         return points;
-    for (const vern3d::VertexRecord& vertex : node.mesh.frames[0].vertices) {
-        std::array<double, 4> p = {vertex.position[0], vertex.position[1], vertex.position[2], 1.0};
+    for (const vern3d::Vertex vertex : node.mesh.vertices) {
+        std::array<double, 4> p = {vertex.position.x, vertex.position.y, vertex.position.z, 1.0};
         for (uint32_t n = static_cast<uint32_t>(index); n != UINT32_MAX; n = scene.nodes[n].parent) {
-            const vern3d::NodeInfoRecord& info = scene.nodes[n].info;
-            if (!(info.flags & vern3d::kInfoMatrix))
+            const vern3d::NodeInfo& info = scene.nodes[n].info;
+            if (!(info.flags & vern3d::kNodeMatrix))
                 continue;
             std::array<double, 4> q{};
             for (int c = 0; c < 4; ++c)
                 for (int r = 0; r < 4; ++r)
-                    q[c] += p[r] * info.matrix[4 * r + c];
+                    q[c] += p[r] * info.matrix(r, c);
             p = q;
         }
         points.push_back({p[0], p[2], -p[1]});

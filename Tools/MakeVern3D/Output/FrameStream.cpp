@@ -112,7 +112,7 @@ bool MeshNode::FramesChanged(size_t first, size_t second, uint32_t flags) const
 
 void AppendFullVertex(LittleEndianBuffer& out, const MeshVertex& vertex)
 {
-    AppendFrameComponents(out, vertex, kFramePosition | kFrameNormal | kFrameColour | kFrameMaterial | kFrameTexture);
+    out.Append(vertex);
 }
 
 void AppendFrameComponents(LittleEndianBuffer& out, const MeshVertex& vertex, uint32_t flags)
@@ -160,15 +160,12 @@ HRESULT WriteFrameStream(MeshNode& node, uint32_t flags, const FrameSink& write)
         }
         out.Clear();
         if (i > 0)
-            out.U8(0x01);
+            out.U8(vern3d::kFrameFollows);
         const int32_t time = node.frames.empty() ? 0 : node.frames[i]->time;
         const int32_t delta = i == 0 ? 0
                                      : static_cast<int32_t>(static_cast<uint32_t>(time) -
                                                             static_cast<uint32_t>(node.frames[i - 1]->time));
-        out.U32(16);
-        out.I32(time);
-        out.U32(1);
-        out.I32(delta);
+        out.Append(vern3d::FrameHeader{vern3d::kFrameHeaderSize, time, 1, delta});
         const std::vector<MeshVertex>& list = node.frameVertices.empty() ? node.renderVertices : *node.frameVertices[i];
         for (size_t k = 0; k < vertexCount; ++k) {
             const MeshVertex vertex = k < list.size() ? list[k] : MeshVertex{};
@@ -181,7 +178,7 @@ HRESULT WriteFrameStream(MeshNode& node, uint32_t flags, const FrameSink& write)
     }
     if (Succeeded(status)) {
         out.Clear();
-        out.U8(0x00);
+        out.U8(vern3d::kFramesEnd);
         status = write(out);
     }
     return status;

@@ -1,5 +1,5 @@
 // The frame stream at the end of a mesh chunk: frame 0 complete, then each frame that differs
-// from the last stored one with the components chosen by the flags, then the byte 0x00.
+// from the last stored one with the components chosen by the flags, then the end marker.
 #pragma once
 
 #include "LittleEndian.h"
@@ -11,14 +11,12 @@
 
 class MeshNode;
 
-// Component flags of the frames after the first (-map, -man, -mac, -mam, -mat).
-enum : uint32_t {
-    kFramePosition = 1,
-    kFrameNormal = 2,
-    kFrameColour = 4,
-    kFrameMaterial = 8,
-    kFrameTexture = 16,
-};
+// Component flags of the frames after the first (-map, -man, -mac, -mam, -mat): the layout's.
+inline constexpr uint32_t kFramePosition = vern3d::kComponentPosition;
+inline constexpr uint32_t kFrameNormal = vern3d::kComponentNormal;
+inline constexpr uint32_t kFrameColour = vern3d::kComponentColour;
+inline constexpr uint32_t kFrameMaterial = vern3d::kComponentMaterial;
+inline constexpr uint32_t kFrameTexture = vern3d::kComponentTexture;
 
 void AppendFullVertex(LittleEndianBuffer& out, const MeshVertex& vertex);
 void AppendFrameComponents(LittleEndianBuffer& out, const MeshVertex& vertex, uint32_t flags);

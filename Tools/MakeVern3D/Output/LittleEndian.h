@@ -1,5 +1,8 @@
-// Little-endian record building: every value that reaches a file goes through here.
+// Little-endian record building: every value that reaches a file goes through here. Whole
+// records of the vern3D layout (vern/Vern3DLayout.h) are appended as the layout states them.
 #pragma once
+
+#include "vern/Vern3DLayout.h"
 
 #include <bit>
 #include <cstdint>
@@ -22,6 +25,12 @@ public:
     {
         for (size_t i = 0; i < count; ++i)
             F32(values[i]);
+    }
+    template <vern3d::FileRecord Record>
+    void Append(const Record& record)
+    {
+        data.resize(data.size() + sizeof record);
+        vern3d::StoreRecord(data.data() + data.size() - sizeof record, record);
     }
     void Clear() { data.clear(); }
 

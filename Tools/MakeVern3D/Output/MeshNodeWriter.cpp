@@ -193,46 +193,30 @@ HRESULT MeshNode::EndWrite(NodeWriteContext& context)
 
     VernWriter& writer = context.writer;
     VernChunk* chunkMesh = nullptr;
-    status = writer.CreateChunk(&chunkMesh, ChunkMesh, chunk);
+    status = writer.CreateChunk(&chunkMesh, vern3d::kChunkMesh, chunk);
     LittleEndianBuffer& out = context.record;
     auto flush = [&](const LittleEndianBuffer& buffer) {
         return writer.WriteData(buffer.Data(), buffer.Size(), chunkMesh);
     };
     if (Succeeded(status)) {
         out.Clear();
-        out.U32(40);
-        out.U32(context.reader.settings.meshAnimFlags);
-        out.U32(static_cast<uint32_t>(renderBatches.size()));
-        out.U32(static_cast<uint32_t>(renderTriangles.size()));
-        out.U32(static_cast<uint32_t>(renderVertices.size()));
-        out.U32(frames.empty() ? 1u : static_cast<uint32_t>(frames.size()));
-        out.F32(meshSphere.centre.x);
-        out.F32(meshSphere.centre.y);
-        out.F32(meshSphere.centre.z);
-        out.F32(meshSphere.radius);
-        for (const MeshBatch& batch : renderBatches) {
-            out.U32(28);
-            out.U32(0);
-            out.U32(batch.firstTriangle);
-            out.U32(batch.triangleCount);
-            out.U32(batch.firstVertex);
-            out.U32(batch.vertexCount);
-            out.U32(renderTriangles[batch.firstTriangle].textureSet);
-        }
+        out.Append(vern3d::MeshHeader{vern3d::kMeshHeaderSize, context.reader.settings.meshAnimFlags,
+                                      static_cast<uint32_t>(renderBatches.size()),
+                                      static_cast<uint32_t>(renderTriangles.size()),
+                                      static_cast<uint32_t>(renderVertices.size()),
+                                      frames.empty() ? 1u : static_cast<uint32_t>(frames.size()), meshSphere.centre,
+                                      meshSphere.radius});
+        for (const MeshBatch& batch : renderBatches)
+            out.Append(vern3d::Batch{vern3d::kBatchSize, 0, batch.firstTriangle, batch.triangleCount, batch.firstVertex,
+                                     batch.vertexCount, renderTriangles[batch.firstTriangle].textureSet});
         status = flush(out);
     }
     // Triangles in pieces, so that a huge mesh never needs a second copy of itself.
     constexpr size_t kPiece = 4096;
     for (size_t first = 0; first < renderTriangles.size() && Succeeded(status); first += kPiece) {
         out.Clear();
-        for (size_t t = first; t < std::min(first + kPiece, renderTriangles.size()); ++t) {
-            const MeshTriangle& triangle = renderTriangles[t];
-            out.U32(triangle.flags);
-            out.U32(triangle.corners[0]);
-            out.U32(triangle.corners[1]);
-            out.U32(triangle.corners[2]);
-            out.U32(triangle.textureSet);
-        }
+        for (size_t t = first; t < std::min(first + kPiece, renderTriangles.size()); ++t)
+            out.Append(renderTriangles[t]);
         status = flush(out);
     }
     if (Succeeded(status))

@@ -10,28 +10,6 @@ namespace {
 constexpr const char* kSource = "Tools/MakeVern3D/BaseNode";
 constexpr int kWriteReportLine = 521;
 
-void AppendNodeInfo(LittleEndianBuffer& out, const NodeInfo& info)
-{
-    out.U32(info.size);
-    out.U32(info.flags);
-    out.F32s(info.matrix.m.data(), 16);
-    out.F32(info.bounds.centre.x);
-    out.F32(info.bounds.centre.y);
-    out.F32(info.bounds.centre.z);
-    out.F32(info.bounds.radius);
-    out.F32(info.parentBounds.centre.x);
-    out.F32(info.parentBounds.centre.y);
-    out.F32(info.parentBounds.centre.z);
-    out.F32(info.parentBounds.radius);
-}
-
-void AppendVector(LittleEndianBuffer& out, const Vector3& v)
-{
-    out.F32(v.x);
-    out.F32(v.y);
-    out.F32(v.z);
-}
-
 }  // namespace
 
 HRESULT BaseNode::BeginWrite(NodeWriteContext&, bool* write)
@@ -43,7 +21,7 @@ HRESULT BaseNode::BeginWrite(NodeWriteContext&, bool* write)
 HRESULT BaseNode::EndWrite(NodeWriteContext& context)
 {
     NodeInfo info;
-    info.size = sizeof(NodeInfo);
+    info.size = vern3d::kNodeInfoSize;
     if (IsTransformNode()) {
         auto& self = static_cast<TransformNode&>(*this);
         const size_t depth = context.path.Size();
@@ -57,7 +35,7 @@ HRESULT BaseNode::EndWrite(NodeWriteContext& context)
     }
 
     context.record.Clear();
-    AppendNodeInfo(context.record, info);
+    context.record.Append(info);
     HRESULT status = context.writer.WriteData(context.record.Data(), context.record.Size(), chunk);
     if (Failed(status))
         return status;
@@ -83,7 +61,7 @@ HRESULT TransformNode::EndWrite(NodeWriteContext& context)
 HRESULT TransformNode::WriteAnimationChunk(NodeWriteContext& context)
 {
     VernChunk* animation = nullptr;
-    HRESULT status = context.writer.CreateChunk(&animation, ChunkNodeAnimation, chunk);
+    HRESULT status = context.writer.CreateChunk(&animation, vern3d::kChunkNodeAnimation, chunk);
     if (Failed(status))
         return status;
 
@@ -91,34 +69,25 @@ HRESULT TransformNode::WriteAnimationChunk(NodeWriteContext& context)
     const auto rotationCount = static_cast<uint32_t>(rotationKeys.size());
     LittleEndianBuffer& out = context.record;
     out.Clear();
-    out.U32(32);
-    out.U32((positionCount ? 1u : 0u) | (rotationCount ? 2u : 0u));
-    out.U32(32 + 40 * positionCount);
-    out.U32(positionCount);
-    out.U32(40);
-    out.U32(0);
-    out.U32(rotationCount);
-    out.U32(84);
+    out.Append(vern3d::AnimationHeader{
+        vern3d::kAnimationHeaderSize,
+        (positionCount ? vern3d::kHasPositionKeys : 0u) | (rotationCount ? vern3d::kHasRotationKeys : 0u),
+        vern3d::kAnimationHeaderSize + vern3d::kPositionKeySize * positionCount, positionCount,
+        vern3d::kPositionKeySize, 0, rotationCount, vern3d::kRotationKeySize});
     status = context.writer.WriteData(out.Data(), out.Size(), animation);
 
     for (const PositionKey& key : positionKeys) {
         if (Failed(status))
             return status;
         out.Clear();
-        out.I32(key.time);
-        AppendVector(out, key.position);
-        AppendVector(out, key.inTangent);
-        AppendVector(out, key.outTangent);
+        out.Append(key);
         status = context.writer.WriteData(out.Data(), out.Size(), animation);
     }
     for (const RotationKey& key : rotationKeys) {
         if (Failed(status))
             return status;
         out.Clear();
-        out.I32(key.time);
-        AppendVector(out, key.axis);
-        out.F32(key.angle);
-        out.F32s(key.matrix.m.data(), 16);
+        out.Append(key);
         status = context.writer.WriteData(out.Data(), out.Size(), animation);
     }
     return status;
@@ -144,7 +113,7 @@ HRESULT BaseNode::Write(VernWriter& writer, AseParser& reader, VernChunk* parent
         HRESULT status = node->BeginWrite(context, &write);
         if (Failed(status) || !write)
             return status;
-        status = writer.CreateChunk(&node->chunk, ChunkNode, under);
+        status = writer.CreateChunk(&node->chunk, vern3d::kChunkNode, under);
         if (Failed(status))
             return AssertHresult(kSource, kWriteReportLine, status);
         stack.push_back({node, 0});

@@ -13,11 +13,3 @@ struct NodeWriteContext {
     OpenPath path;              // the nodes whose chunks are open, root first
     LittleEndianBuffer record;  // scratch space for one record
 };
-
-// Chunk ids of the vern3D layout.
-enum : uint32_t {
-    ChunkNode = 0x10000,
-    ChunkNodeAnimation = 0x10001,
-    ChunkMesh = 0x10002,
-    ChunkTextureTable = 0x10003,
-};

@@ -56,15 +56,13 @@ HRESULT AseParser::WriteSceneFile()
     // flags and bitmap name. After a failure nothing more is written.
     VernChunk* table = nullptr;
     if (Succeeded(status))
-        status = writer.CreateChunk(&table, ChunkTextureTable, writer.Root());
+        status = writer.CreateChunk(&table, vern3d::kChunkTextureTable, writer.Root());
     LittleEndianBuffer record;
     auto writeValue = [&](uint32_t value) {
         if (Failed(status))
             return;
         record.Clear();
-        record.U32(12);
-        record.U32(0);
-        record.U32(value);
+        record.Append(vern3d::ValueRecord{vern3d::kValueRecordSize, 0, value});
         status = writer.WriteData(record.Data(), record.Size(), table);
     };
     writeValue(static_cast<uint32_t>(textureSets.size()));

@@ -27,9 +27,9 @@ BaseNode::~BaseNode()
 
 void BaseNode::GetInfo(NodeInfo& info)
 {
-    info.flags |= NodeInfo::kFilled;
+    info.flags |= vern3d::kNodeFilled;
     if (hasBounds) {
-        info.flags |= NodeInfo::kBounds;
+        info.flags |= vern3d::kNodeBounds;
         info.bounds = bounds;
     }
 }
@@ -199,11 +199,11 @@ bool MergeIntoParent(TransformNode& node, const Sphere& seen)
 void TransformNode::FillInfo(NodeInfo& info)
 {
     BaseNode::GetInfo(info);
-    info.flags |= NodeInfo::kFilled | NodeInfo::kMatrix;
+    info.flags |= vern3d::kNodeFilled | vern3d::kNodeMatrix;
     info.matrix = LocalMatrix(*this);
     if (!hasBounds)
         return;
-    info.flags |= NodeInfo::kMatrix | NodeInfo::kParentBoundsA | NodeInfo::kBounds | NodeInfo::kParentBoundsB;
+    info.flags |= vern3d::kNodeMatrix | vern3d::kNodeParentBoundsA | vern3d::kNodeBounds | vern3d::kNodeParentBoundsB;
     info.bounds = bounds;
     info.parentBounds = ToParentSpace(bounds, info.matrix);
     if (parent)

@@ -20,29 +20,16 @@ class VernWriter;
 struct VernChunk;
 class VertexWelder;
 
-// What GetInfo reports: written to the output byte for byte (104 bytes).
-struct NodeInfo {
-    enum Flags : uint32_t {
-        kFilled = 1,
-        kMatrix = 2,
-        kParentBoundsA = 4,
-        kBounds = 8,
-        kParentBoundsB = 16,
-    };
-    uint32_t size = 0;
-    uint32_t flags = 0;
-    Matrix matrix;
-    Sphere bounds;
-    Sphere parentBounds;
-};
-static_assert(sizeof(NodeInfo) == 104);
+// What GetInfo reports: the file's NodeInfo record (vern/Vern3DLayout.h), written as it stands.
+using NodeInfo = vern3d::NodeInfo;
 
 // The node's keys for evaluation and the local transform at the time last evaluated.
 class TransformTrack {
 public:
     virtual ~TransformTrack() = default;
 
-    // Sets `matrix` to the local transform at `time` (milliseconds).
+    // Sets the parts of `matrix` that the keys define to the local transform at `time`
+    // (milliseconds), by the library's evaluation (vern/Vern3DAnimation.h).
     void Evaluate(uint32_t time);
 
     std::vector<PositionKey> positionKeys;

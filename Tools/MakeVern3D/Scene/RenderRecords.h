@@ -8,20 +8,11 @@
 #include <cstddef>
 #include <cstdint>
 
-struct MeshVertex {
-    Vector3 position;  // node space
-    Vector3 normal;
-    uint32_t colour = 0xFFFFFFFFu;
-    uint32_t material = 0;  // index of the material's property record
-    float u = 0.0f;
-    float v = 0.0f;  // already flipped: 1 - v of the source
-};
-
-struct MeshTriangle {
-    uint32_t flags = 0;  // 4: edge 0-1 visible, 2: edge 1-2, 1: edge 2-0
-    uint32_t corners[3] = {0, 0, 0};
-    uint32_t textureSet = 0;
-};
+// A render vertex and a triangle are the file's own records (vern/Vern3DLayout.h): a vertex in
+// node space with v already flipped (1 - v of the source), a triangle's corners relative to the
+// first vertex of its batch and its edge flags.
+using MeshVertex = vern3d::Vertex;
+using MeshTriangle = vern3d::Triangle;
 
 struct VertexSource {
     int32_t face = 0;
@@ -41,7 +32,5 @@ struct MeshBatch {
     uint32_t vertexCount = 0;
 };
 
-static_assert(sizeof(MeshVertex) == 40 && offsetof(MeshVertex, u) == 32);
-static_assert(sizeof(MeshTriangle) == 20);
 static_assert(sizeof(VertexSource) == 28 && offsetof(VertexSource, originalIndex) == 24);
 static_assert(sizeof(MeshBatch) == 16);

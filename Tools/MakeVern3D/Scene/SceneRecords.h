@@ -1,5 +1,5 @@
 // The plain records that the ASE readers fill: materials, meshes and transform-animation keys.
-// The key records are written to the output byte for byte, so their layout is fixed.
+// The key records are the file's own records.
 #pragma once
 
 #include "TransformMath.h"
@@ -83,21 +83,9 @@ struct Mesh {
     int32_t time = 0;
 };
 
-// ---- Transform-animation keys (raw output records) ----
+// ---- Transform-animation keys: the file's own records (vern/Vern3DLayout.h) ----
+// After reading, inTangent and outTangent hold the Bezier control points; a rotation key's matrix
+// is filled before output (vern3d::AccumulateRotationKeys).
 
-struct PositionKey {
-    int32_t time = 0;  // milliseconds
-    Vector3 position;
-    Vector3 inTangent;   // after reading: the Bezier control point before the key
-    Vector3 outTangent;  // after reading: the Bezier control point after the key
-};
-
-struct RotationKey {
-    int32_t time = 0;  // milliseconds
-    Vector3 axis;
-    float angle = 0.0f;  // radians, relative to the previous key
-    Matrix matrix;       // accumulated orientation, filled before output
-};
-
-static_assert(sizeof(PositionKey) == 40 && offsetof(PositionKey, outTangent) == 28);
-static_assert(sizeof(RotationKey) == 84 && offsetof(RotationKey, matrix) == 20);
+using PositionKey = vern3d::PositionKey;
+using RotationKey = vern3d::RotationKey;

@@ -1,8 +1,11 @@
 // The vern3D layout over the container: node chunks with their records, names, key chunks and
 // mesh chunks, and the texture table. Every failure names its chunk and file offset.
-#include "Vern3DDecoder.h"
+#include "vern/Vern3DDecoder.h"
 
-#include "VernReader.h"
+#include "vern/MappedFile.h"
+#include "vern/Vern3DAnimation.h"
+#include "vern/Vern3DMath.h"
+#include "vern/VernReader.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,12 +14,6 @@
 namespace vern3d {
 
 namespace {
-
-constexpr uint32_t kNodeInfoSize = 104;
-constexpr uint32_t kAnimationHeaderSize = 32;
-constexpr uint32_t kPositionKeySize = 40;
-constexpr uint32_t kRotationKeySize = 84;
-constexpr uint32_t kValueRecordSize = 12;
 
 bool Fail(std::string* error, const std::string& reason)
 {
@@ -64,13 +61,6 @@ private:
     uint64_t start;
 };
 
-template <size_t N>
-void ReadFloats(VernCursor& cursor, std::array<float, N>& values)
-{
-    for (float& value : values)
-        cursor.ReadF32(&value);
-}
-
 bool AllZero(std::span<const float> values)
 {
     for (float value : values)
@@ -79,34 +69,37 @@ bool AllZero(std::span<const float> values)
     return true;
 }
 
+bool AllZero(const Sphere& sphere)
+{
+    return AllZero(std::array{sphere.centre.x, sphere.centre.y, sphere.centre.z, sphere.radius});
+}
+
 bool DecodeNodePayload(std::span<const uint8_t> payload, Node& node, bool isRoot, const ChunkPlace& place,
                        std::string* error)
 {
     VernCursor cursor(payload);
-    NodeInfoRecord& info = node.info;
-    cursor.ReadU32(&info.size);
-    cursor.ReadU32(&info.flags);
-    ReadFloats(cursor, info.matrix);
-    ReadFloats(cursor, info.bounds);
-    ReadFloats(cursor, info.parentBounds);
-    if (!cursor.Ok())
+    NodeInfo& info = node.info;
+    if (!cursor.ReadRecord(&info))
         return place.Fail(error, 0, "node record cut short: " + std::to_string(payload.size()) + " bytes");
     if (info.size != kNodeInfoSize)
-        return place.Fail(error, 0, "NodeInfo size is " + std::to_string(info.size) + ", not 104");
+        return place.Fail(error, 0, "NodeInfo size is " + std::to_string(info.size) + ", not " + std::to_string(kNodeInfoSize));
     if (!cursor.ReadCountedString(&node.name))
         return place.Fail(error, kNodeInfoSize, "the name is not a counted string");
     if (!cursor.AtEnd())
         return place.Fail(error, cursor.Position(), std::to_string(cursor.Remaining()) + " bytes follow the name");
-    const bool valid = isRoot ? (info.flags == 1 || info.flags == 9) : (info.flags == 3 || info.flags == 31);
+    const bool valid = isRoot ? (info.flags == kRootFlags || info.flags == kRootFlagsBounded)
+                              : (info.flags == kNodeFlags || info.flags == kNodeFlagsBounded);
     if (!valid)
-        return place.Fail(error, 4, "NodeInfo flags " + std::to_string(info.flags) + " of node '" + node.name +
-                                        "' are not " + (isRoot ? "1 or 9 (scene root)" : "3 or 31"));
-    if (!(info.flags & kInfoMatrix) && !AllZero(info.matrix))
-        return place.Fail(error, 8, "matrix set without its flag");
-    if (!(info.flags & kInfoBounds) && !AllZero(info.bounds))
-        return place.Fail(error, 72, "bounds set without their flag");
-    if ((info.flags & kInfoParentBounds) != kInfoParentBounds && !AllZero(info.parentBounds))
-        return place.Fail(error, 88, "parent bounds set without their flag");
+        return place.Fail(error, offsetof(NodeInfo, flags),
+                          "NodeInfo flags " + std::to_string(info.flags) + " of node '" + node.name + "' are not " +
+                              (isRoot ? std::to_string(kRootFlags) + " or " + std::to_string(kRootFlagsBounded) + " (scene root)"
+                                      : std::to_string(kNodeFlags) + " or " + std::to_string(kNodeFlagsBounded)));
+    if (!(info.flags & kNodeMatrix) && !AllZero(info.matrix.m))
+        return place.Fail(error, offsetof(NodeInfo, matrix), "matrix set without its flag");
+    if (!(info.flags & kNodeBounds) && !AllZero(info.bounds))
+        return place.Fail(error, offsetof(NodeInfo, bounds), "bounds set without their flag");
+    if ((info.flags & kNodeParentBounds) != kNodeParentBounds && !AllZero(info.parentBounds))
+        return place.Fail(error, offsetof(NodeInfo, parentBounds), "parent bounds set without their flag");
     return true;
 }
 
@@ -114,45 +107,35 @@ bool DecodeAnimation(std::span<const uint8_t> payload, Animation& animation, con
                      std::string* error)
 {
     VernCursor cursor(payload);
-    uint32_t header[8] = {};
-    for (uint32_t& field : header)
-        cursor.ReadU32(&field);
-    const uint32_t positions = header[3];
-    const uint32_t rotations = header[6];
-    if (!cursor.Ok())
+    AnimationHeader header;
+    if (!cursor.ReadRecord(&header))
         return place.Fail(error, 0, "key header cut short");
-    if (header[0] != kAnimationHeaderSize || header[4] != kPositionKeySize || header[5] != 0 ||
-        header[7] != kRotationKeySize)
-        return place.Fail(error, 0, "key header is not {32, flags, offset, n, 40, 0, m, 84}");
-    if (header[1] != ((positions ? 1u : 0u) | (rotations ? 2u : 0u)) || header[1] == 0)
-        return place.Fail(error, 4, "key flags " + std::to_string(header[1]) + " do not match the key counts");
-    if (uint64_t{header[2]} != kAnimationHeaderSize + uint64_t{kPositionKeySize} * positions)
-        return place.Fail(error, 8, "rotation key offset does not follow the position keys");
-    if (payload.size() != kAnimationHeaderSize + uint64_t{kPositionKeySize} * positions +
-                              uint64_t{kRotationKeySize} * rotations)
-        return place.Fail(error, 12, "the key counts ask for " +
-                                         std::to_string(kAnimationHeaderSize + uint64_t{kPositionKeySize} * positions +
-                                                        uint64_t{kRotationKeySize} * rotations) +
-                                         " bytes, the chunk holds " + std::to_string(payload.size()));
-    animation.flags = header[1];
+    const uint32_t positions = header.positionKeyCount;
+    const uint32_t rotations = header.rotationKeyCount;
+    if (header.size != kAnimationHeaderSize || header.positionKeySize != kPositionKeySize || header.reserved != 0 ||
+        header.rotationKeySize != kRotationKeySize)
+        return place.Fail(error, 0,
+                          "key header is not {" + std::to_string(kAnimationHeaderSize) + ", flags, offset, n, " +
+                              std::to_string(kPositionKeySize) + ", 0, m, " + std::to_string(kRotationKeySize) + "}");
+    if (header.flags != ((positions ? kHasPositionKeys : 0u) | (rotations ? kHasRotationKeys : 0u)) || header.flags == 0)
+        return place.Fail(error, offsetof(AnimationHeader, flags),
+                          "key flags " + std::to_string(header.flags) + " do not match the key counts");
+    const uint64_t rotationStart = kAnimationHeaderSize + uint64_t{kPositionKeySize} * positions;
+    if (header.rotationKeyOffset != rotationStart)
+        return place.Fail(error, offsetof(AnimationHeader, rotationKeyOffset),
+                          "rotation key offset does not follow the position keys");
+    const uint64_t expected = rotationStart + uint64_t{kRotationKeySize} * rotations;
+    if (payload.size() != expected)
+        return place.Fail(error, offsetof(AnimationHeader, positionKeyCount),
+                          "the key counts ask for " + std::to_string(expected) + " bytes, the chunk holds " +
+                              std::to_string(payload.size()));
+    animation.flags = header.flags;
     animation.positionKeys.resize(positions);
-    for (PositionKeyRecord& key : animation.positionKeys) {
-        uint32_t time = 0;
-        cursor.ReadU32(&time);
-        key.time = static_cast<int32_t>(time);
-        ReadFloats(cursor, key.position);
-        ReadFloats(cursor, key.inTangent);
-        ReadFloats(cursor, key.outTangent);
-    }
+    for (PositionKey& key : animation.positionKeys)
+        cursor.ReadRecord(&key);
     animation.rotationKeys.resize(rotations);
-    for (RotationKeyRecord& key : animation.rotationKeys) {
-        uint32_t time = 0;
-        cursor.ReadU32(&time);
-        key.time = static_cast<int32_t>(time);
-        ReadFloats(cursor, key.axis);
-        cursor.ReadF32(&key.angle);
-        ReadFloats(cursor, key.matrix);
-    }
+    for (RotationKey& key : animation.rotationKeys)
+        cursor.ReadRecord(&key);
     return true;
 }
 
@@ -161,14 +144,13 @@ bool DecodeTextureTable(std::span<const uint8_t> payload, Scene& scene, const Ch
     VernCursor cursor(payload);
     auto value = [&](uint32_t* out, const char* what) {
         const size_t at = cursor.Position();
-        uint32_t size = 0, reserved = 1;
-        cursor.ReadU32(&size);
-        cursor.ReadU32(&reserved);
-        cursor.ReadU32(out);
-        if (!cursor.Ok())
+        ValueRecord record;
+        if (!cursor.ReadRecord(&record))
             return place.Fail(error, at, std::string(what) + " cut short");
-        if (size != kValueRecordSize || reserved != 0)
-            return place.Fail(error, at, std::string(what) + " is not a value record {12, 0, value}");
+        if (record.size != kValueRecordSize || record.reserved != 0)
+            return place.Fail(error, at, std::string(what) + " is not a value record {" +
+                                             std::to_string(kValueRecordSize) + ", 0, value}");
+        *out = record.value;
         return true;
     };
     uint32_t setCount = 0;
@@ -176,7 +158,8 @@ bool DecodeTextureTable(std::span<const uint8_t> payload, Scene& scene, const Ch
         return false;
     // Every set takes at least one value record.
     if (uint64_t{setCount} * kValueRecordSize > cursor.Remaining())
-        return place.Fail(error, 8, std::to_string(setCount) + " texture sets do not fit into the table");
+        return place.Fail(error, offsetof(ValueRecord, value),
+                          std::to_string(setCount) + " texture sets do not fit into the table");
     scene.textureSets.resize(setCount);
     for (auto& set : scene.textureSets) {
         uint32_t entryCount = 0;
@@ -185,9 +168,10 @@ bool DecodeTextureTable(std::span<const uint8_t> payload, Scene& scene, const Ch
             return false;
         // Every entry takes a value record and at least one byte of name.
         if (uint64_t{entryCount} * (kValueRecordSize + 1) > cursor.Remaining())
-            return place.Fail(error, at + 8, std::to_string(entryCount) + " texture entries do not fit into the table");
+            return place.Fail(error, at + offsetof(ValueRecord, value),
+                              std::to_string(entryCount) + " texture entries do not fit into the table");
         set.resize(entryCount);
-        for (TextureEntryRecord& entry : set) {
+        for (TextureEntry& entry : set) {
             if (!value(&entry.flags, "texture entry"))
                 return false;
             const size_t nameAt = cursor.Position();
@@ -205,26 +189,31 @@ struct MeshPlace {
     uint32_t chunk;
 };
 
-// Texture set indices of batches and triangles name sets of the table.
+// Texture set indices name sets of the table. A triangle carries its batch's set, so the batches
+// answer for their triangles; only a mesh without batches has its triangles looked at.
 bool CheckTextureSets(const Scene& scene, const VernContainer& container, const std::vector<MeshPlace>& meshes,
                       std::string* error)
 {
     const size_t sets = scene.textureSets.size();
     for (const MeshPlace& place : meshes) {
         const Node& node = scene.nodes[place.node];
-        const MeshData& mesh = node.mesh;
+        const Mesh& mesh = node.mesh;
         const ChunkPlace where(container, place.chunk, " of node '" + node.name + "'");
         for (size_t b = 0; b < mesh.batches.size(); ++b) {
-            if (mesh.batches[b].textureSet >= sets)
-                return where.Fail(error, 40 + 28 * b + 24,
-                                  "batch " + std::to_string(b) + " names texture set " +
-                                      std::to_string(mesh.batches[b].textureSet) + " of " + std::to_string(sets));
+            const uint32_t set = mesh.batches[b].textureSet;
+            if (set >= sets)
+                return where.Fail(error, kMeshHeaderSize + kBatchSize * b + offsetof(Batch, textureSet),
+                                  "batch " + std::to_string(b) + " names texture set " + std::to_string(set) + " of " +
+                                      std::to_string(sets));
         }
+        if (!mesh.batches.empty())
+            continue;
         for (size_t t = 0; t < mesh.triangles.size(); ++t) {
-            if (mesh.triangles[t].textureSet >= sets)
-                return where.Fail(error, 40 + 28 * mesh.batches.size() + 20 * t + 16,
-                                  "triangle " + std::to_string(t) + " names texture set " +
-                                      std::to_string(mesh.triangles[t].textureSet) + " of " + std::to_string(sets));
+            const uint32_t set = mesh.triangles[t].textureSet;
+            if (set >= sets)
+                return where.Fail(error, kMeshHeaderSize + kTriangleSize * t + offsetof(Triangle, textureSet),
+                                  "triangle " + std::to_string(t) + " names texture set " + std::to_string(set) +
+                                      " of " + std::to_string(sets));
         }
     }
     return true;
@@ -234,15 +223,16 @@ bool DecodeScene(std::span<const uint8_t> bytes, Scene* scene, std::string* erro
 {
     VernContainer container;
     std::string reason;
-    if (Failed(DecodeVern(bytes, &container, &reason)))
+    if (!DecodeVern(bytes, &container, &reason))
         return Fail(error, "container: " + reason);
     scene->fileType = container.header.fileType;
     scene->headerSize = container.header.headerSize;
     scene->entrySize = container.header.entrySize;
     scene->chunkCount = static_cast<uint32_t>(container.chunks.size());
     scene->fileSize = bytes.size();
-    if (scene->fileType != EncodeGuid(FileTypeVern3D))
-        return Fail(error, "header, file offset 8: the file type GUID is not that of vern3D");
+    if (scene->fileType != GuidBytes(kFileTypeVern3D))
+        return Fail(error, "header, file offset " + std::to_string(kHeaderFileTypeAt) +
+                               ": the file type GUID is not that of vern3D");
 
     const VernDecodedChunk& top = container.chunks[0];
     if (top.children.size() != 2 || container.chunks[top.children[0]].id != kChunkNode ||
@@ -271,7 +261,7 @@ bool DecodeScene(std::span<const uint8_t> bytes, Scene* scene, std::string* erro
             node.depth = scene->nodes[item.parentNode].depth + 1;
         }
         const ChunkPlace place(container, item.chunk, "");
-        if (chunk.offset == kVernNoOffset)
+        if (chunk.offset == kNoOffset)
             return place.Fail(error, 0, "node chunk holds no bytes");
         if (!DecodeNodePayload(chunk.payload, node, item.parentNode == UINT32_MAX, place, error))
             return false;
@@ -283,22 +273,21 @@ bool DecodeScene(std::span<const uint8_t> bytes, Scene* scene, std::string* erro
             const VernDecodedChunk& sub = container.chunks[child];
             const ChunkPlace subPlace(container, child, " of node '" + node.name + "'");
             if (sub.id == kChunkNode && stage == 0) {
-                if (sub.offset == kVernNoOffset || sub.offset >= chunk.offset)
+                if (sub.offset == kNoOffset || sub.offset >= chunk.offset)
                     return subPlace.Fail(error, 0, "a child node's bytes must come before its parent's");
                 childNodes.push_back(child);
             } else if (sub.id == kChunkNodeAnimation && stage < 1) {
                 stage = 1;
-                if (node.info.flags == 1 || node.info.flags == 9)
+                if (!(node.info.flags & kNodeMatrix))
                     return subPlace.Fail(error, 0, "the scene root has keys");
                 node.hasAnimation = true;
                 if (!DecodeAnimation(sub.payload, node.animation, subPlace, error))
                     return false;
             } else if (sub.id == kChunkMesh && stage < 2) {
                 stage = 2;
-                if (node.info.flags == 1 || node.info.flags == 9)
+                if (!(node.info.flags & kNodeMatrix))
                     return subPlace.Fail(error, 0, "the scene root has a mesh");
                 node.hasMesh = true;
-                node.meshPayload.assign(sub.payload.begin(), sub.payload.end());
                 std::string what;
                 size_t at = 0;
                 if (!DecodeMesh(sub.payload, &node.mesh, &what, &at))
@@ -333,14 +322,38 @@ bool Decode(std::span<const uint8_t> bytes, Scene* scene, std::string* error)
     return ok;
 }
 
+bool Decode(std::vector<uint8_t>&& bytes, Scene* scene, std::string* error)
+{
+    std::shared_ptr<std::vector<uint8_t>> owned;
+    try {
+        owned = std::make_shared<std::vector<uint8_t>>(std::move(bytes));
+    } catch (const std::bad_alloc&) {
+        *scene = Scene{};
+        return Fail(error, "out of memory");
+    }
+    if (!Decode(std::span<const uint8_t>(*owned), scene, error))
+        return false;
+    scene->storage = std::move(owned);
+    return true;
+}
+
 bool DecodeFile(const std::string& path, Scene* scene, std::string* error)
 {
-    std::vector<uint8_t> bytes;
-    if (Failed(ReadFileBytes(path.c_str(), &bytes))) {
-        *scene = Scene{};
-        return Fail(error, "cannot read " + path);
+    std::string reason;
+    std::shared_ptr<MappedFile> file;
+    try {
+        file = MappedFile::Open(path, &reason);
+    } catch (const std::bad_alloc&) {
+        reason = "out of memory";
     }
-    return Decode(bytes, scene, error);
+    if (!file) {
+        *scene = Scene{};
+        return Fail(error, reason);
+    }
+    if (!Decode(file->Bytes(), scene, error))
+        return false;
+    scene->storage = std::move(file);
+    return true;
 }
 
 Totals CountTotals(const Scene& scene)
@@ -355,7 +368,7 @@ Totals CountTotals(const Scene& scene)
             totals.rotationKeys += static_cast<uint64_t>(node.animation.rotationKeys.size());
         }
         if (node.hasMesh) {
-            const MeshData& mesh = node.mesh;
+            const Mesh& mesh = node.mesh;
             ++totals.meshes;
             totals.batches += mesh.header.batchCount;
             totals.triangles += mesh.header.triangleCount;
@@ -370,6 +383,25 @@ Totals CountTotals(const Scene& scene)
     for (const auto& set : scene.textureSets)
         totals.textures += static_cast<uint64_t>(set.size());
     return totals;
+}
+
+Matrix LocalTransformAt(const Node& node, uint32_t time)
+{
+    if (!(node.info.flags & kNodeMatrix))
+        return Matrix::Identity();
+    return LocalTransformAt(node.info.matrix, node.animation.positionKeys, node.animation.rotationKeys, time);
+}
+
+Matrix WorldTransformAt(const Scene& scene, uint32_t node, uint32_t time)
+{
+    // Top-down from the topmost node with a matrix: world = local * parent world.
+    std::vector<uint32_t> chain;
+    for (uint32_t n = node; n < scene.nodes.size() && (scene.nodes[n].info.flags & kNodeMatrix); n = scene.nodes[n].parent)
+        chain.push_back(n);
+    Matrix world = Matrix::Identity();
+    for (auto n = chain.rbegin(); n != chain.rend(); ++n)
+        world = Multiply(LocalTransformAt(scene.nodes[*n], time), world);
+    return world;
 }
 
 }  // namespace vern3d

@@ -1,35 +1,58 @@
-// The ChunkMesh payload: header, batches, triangles and the frame stream.
+// The ChunkMesh payload: header, batches, triangles and the frame stream, checked in one pass
+// and referred to in place.
 //
-// The frame stream holds frame 0 complete; every further stored frame follows the byte 0x01 and
-// holds only the components the header's flags select; the byte 0x00 ends it. Decoded frames are
-// complete: what a frame does not store is carried from the frame stored before it.
-#include "Vern3DDecoder.h"
+// The frame stream holds frame 0 complete; every further stored frame follows the byte
+// kFrameFollows and holds only the components the header's flags select; kFramesEnd ends it.
+// Frame access completes a later frame from frame 0: the components a frame does not store are
+// those of frame 0, since every later frame stores the same ones.
+#include "vern/Vern3DDecoder.h"
 
-#include "VernReader.h"
+#include "vern/VernReader.h"
+
+#include <cstring>
 
 namespace vern3d {
 
 namespace {
 
-constexpr uint32_t kMeshHeaderSize = 40;
-constexpr uint32_t kBatchSize = 28;
-constexpr uint32_t kTriangleSize = 20;
-constexpr uint32_t kFrameHeaderSize = 16;
-constexpr uint32_t kVertexSize = 40;
-constexpr uint8_t kMoreFrames = 0x01;
-constexpr uint8_t kEndOfFrames = 0x00;
+// Where a later frame keeps each component of a vertex, in the order of the component bits.
+struct ComponentPlaces {
+    uint32_t stride = 0;
+    int position = -1, normal = -1, colour = -1, material = -1, texture = -1;
+};
+
+ComponentPlaces PlacesOf(uint32_t flags)
+{
+    ComponentPlaces places;
+    auto place = [&](uint32_t bit, int& at) {
+        if (flags & bit) {
+            at = static_cast<int>(places.stride);
+            places.stride += StoredVertexBytes(bit);
+        }
+    };
+    place(kComponentPosition, places.position);
+    place(kComponentNormal, places.normal);
+    place(kComponentColour, places.colour);
+    place(kComponentMaterial, places.material);
+    place(kComponentTexture, places.texture);
+    return places;
+}
+
+// "0x01" for the markers in reasons.
+std::string ByteText(uint8_t value)
+{
+    static const char digits[] = "0123456789ABCDEF";
+    return std::string("0x") + digits[value >> 4] + digits[value & 15];
+}
 
 class MeshReader {
 public:
-    MeshReader(std::span<const uint8_t> payload, MeshData& mesh, std::string& error, size_t& position)
-        : cursor(payload), mesh(mesh), error(error), position(position)
+    MeshReader(std::span<const uint8_t> payload, Mesh& mesh, std::string& error, size_t& position)
+        : payload(payload), cursor(payload), mesh(mesh), error(error), position(position)
     {
     }
 
-    bool Read()
-    {
-        return ReadHeader() && ReadBatches() && ReadTriangles() && CheckRanges() && ReadFrames();
-    }
+    bool Read() { return ReadHeader() && ReadLists() && CheckRanges() && ReadFrames(); }
 
 private:
     bool Fail(size_t at, std::string what)
@@ -49,67 +72,60 @@ private:
         return true;
     }
 
-    template <size_t N>
-    void ReadFloats(std::array<float, N>& values)
+    // `count` records of the cursor's next bytes as a view (the caller has made sure they fit).
+    template <FileRecord Record>
+    RecordView<Record> Take(size_t count)
     {
-        for (float& value : values)
-            cursor.ReadF32(&value);
+        std::span<const uint8_t> bytes;
+        cursor.ReadBytes(count * sizeof(Record), &bytes);
+        return RecordView<Record>(bytes.data(), count);
     }
 
     bool ReadHeader()
     {
-        MeshHeaderRecord& header = mesh.header;
-        for (uint32_t* field : {&header.size, &header.flags, &header.batchCount, &header.triangleCount,
-                                &header.vertexCount, &header.frameCount})
-            cursor.ReadU32(field);
-        ReadFloats(header.centre);
-        cursor.ReadF32(&header.radius);
-        if (!cursor.Ok())
+        MeshHeader& header = mesh.header;
+        if (!cursor.ReadRecord(&header))
             return Fail(0, "mesh header cut short");
         if (header.size != kMeshHeaderSize)
-            return Fail(0, "mesh header size is " + std::to_string(header.size) + ", not 40");
+            return Fail(0, "mesh header size is " + std::to_string(header.size) + ", not " + std::to_string(kMeshHeaderSize));
         if ((header.flags & ~kComponentAll) != 0)
-            return Fail(4, "unknown component flags " + std::to_string(header.flags));
+            return Fail(offsetof(MeshHeader, flags), "unknown component flags " + std::to_string(header.flags));
         if (header.frameCount == 0)
-            return Fail(20, "frame count is 0");
+            return Fail(offsetof(MeshHeader, frameCount), "frame count is 0");
         return true;
     }
 
-    bool ReadBatches()
+    bool ReadLists()
     {
         // Triangles and frame 0 (header, vertices, end marker) follow the batches.
         const uint64_t after = uint64_t{mesh.header.triangleCount} * kTriangleSize + kFrameHeaderSize +
                                uint64_t{mesh.header.vertexCount} * kVertexSize + 1;
         if (!Fits(mesh.header.batchCount, kBatchSize, after, "batches, triangles and vertices"))
             return false;
-        mesh.batches.resize(mesh.header.batchCount);
-        for (BatchRecord& batch : mesh.batches) {
-            const size_t at = cursor.Position();
-            for (uint32_t* field : {&batch.size, &batch.reserved, &batch.firstTriangle, &batch.triangleCount,
-                                    &batch.firstVertex, &batch.vertexCount, &batch.textureSet})
-                cursor.ReadU32(field);
+        mesh.batches = Take<Batch>(mesh.header.batchCount);
+        for (size_t b = 0; b < mesh.batches.size(); ++b) {
+            const Batch batch = mesh.batches[b];
             if (batch.size != kBatchSize || batch.reserved != 0)
-                return Fail(at, "batch " + std::to_string(&batch - mesh.batches.data()) +
-                                    " does not begin with {28, 0}");
+                return Fail(BatchOffset(b), "batch " + std::to_string(b) + " does not begin with {" +
+                                                std::to_string(kBatchSize) + ", 0}");
         }
+        mesh.triangles = Take<Triangle>(mesh.header.triangleCount);
         return true;
     }
 
-    bool ReadTriangles()
-    {
-        mesh.triangles.resize(mesh.header.triangleCount);
-        for (TriangleRecord& triangle : mesh.triangles) {
-            cursor.ReadU32(&triangle.flags);
-            for (uint32_t& corner : triangle.corners)
-                cursor.ReadU32(&corner);
-            cursor.ReadU32(&triangle.textureSet);
-        }
-        return true;
-    }
+    size_t BatchOffset(size_t index) const { return kMeshHeaderSize + index * kBatchSize; }
+    size_t TriangleOffset(size_t index) const { return BatchOffset(mesh.batches.size()) + index * kTriangleSize; }
 
-    size_t TriangleOffset(size_t index) const
+    bool CornerOutside(size_t t, const Triangle& triangle, uint32_t vertices, const std::string& within)
     {
-        return kMeshHeaderSize + mesh.batches.size() * kBatchSize + index * kTriangleSize;
+        for (size_t k = 0; k < 3; ++k) {
+            if (triangle.corners[k] >= vertices)
+                return !Fail(TriangleOffset(t) + offsetof(Triangle, corners) + 4 * k,
+                             "triangle " + std::to_string(t) + " corner " + std::to_string(k) + " is " +
+                                 std::to_string(triangle.corners[k]) + ", outside the " + std::to_string(vertices) +
+                                 " vertices" + within);
+        }
+        return false;
     }
 
     // Batches follow each other without gaps over the whole triangle and vertex lists; each
@@ -119,36 +135,38 @@ private:
         uint64_t triangles = 0;
         uint64_t vertices = 0;
         for (size_t b = 0; b < mesh.batches.size(); ++b) {
-            const BatchRecord& batch = mesh.batches[b];
-            const size_t at = kMeshHeaderSize + b * kBatchSize;
+            const Batch batch = mesh.batches[b];
+            const size_t at = BatchOffset(b);
             const std::string name = "batch " + std::to_string(b);
             if (batch.firstTriangle != triangles)
-                return Fail(at + 8, name + " starts at triangle " + std::to_string(batch.firstTriangle) + ", not " +
-                                        std::to_string(triangles));
+                return Fail(at + offsetof(Batch, firstTriangle), name + " starts at triangle " +
+                                                                     std::to_string(batch.firstTriangle) + ", not " +
+                                                                     std::to_string(triangles));
             if (batch.triangleCount == 0)
-                return Fail(at + 12, name + " has no triangle");
+                return Fail(at + offsetof(Batch, triangleCount), name + " has no triangle");
             if (batch.firstVertex != vertices)
-                return Fail(at + 16, name + " starts at vertex " + std::to_string(batch.firstVertex) + ", not " +
-                                         std::to_string(vertices));
+                return Fail(at + offsetof(Batch, firstVertex), name + " starts at vertex " +
+                                                                   std::to_string(batch.firstVertex) + ", not " +
+                                                                   std::to_string(vertices));
             triangles += batch.triangleCount;
             vertices += batch.vertexCount;
             if (triangles > mesh.triangles.size())
-                return Fail(at + 12, name + " reaches past the " + std::to_string(mesh.triangles.size()) + " triangles");
+                return Fail(at + offsetof(Batch, triangleCount),
+                            name + " reaches past the " + std::to_string(mesh.triangles.size()) + " triangles");
             if (vertices > mesh.header.vertexCount)
-                return Fail(at + 20, name + " reaches past the " + std::to_string(mesh.header.vertexCount) + " vertices");
+                return Fail(at + offsetof(Batch, vertexCount),
+                            name + " reaches past the " + std::to_string(mesh.header.vertexCount) + " vertices");
+            // The hot loop of a load: one copy of 20 bytes and four compares per triangle.
             for (uint32_t t = batch.firstTriangle; t < triangles; ++t) {
-                const TriangleRecord& triangle = mesh.triangles[t];
-                for (size_t k = 0; k < 3; ++k) {
-                    if (triangle.corners[k] >= batch.vertexCount)
-                        return Fail(TriangleOffset(t) + 4 + 4 * k,
-                                    "triangle " + std::to_string(t) + " corner " + std::to_string(k) + " is " +
-                                        std::to_string(triangle.corners[k]) + ", outside the " +
-                                        std::to_string(batch.vertexCount) + " vertices of its " + name);
-                }
+                const Triangle triangle = mesh.triangles[t];
+                if ((triangle.corners[0] | triangle.corners[1] | triangle.corners[2]) >= batch.vertexCount &&
+                    CornerOutside(t, triangle, batch.vertexCount, " of its " + name))
+                    return false;
                 if (triangle.textureSet != batch.textureSet)
-                    return Fail(TriangleOffset(t) + 16, "triangle " + std::to_string(t) + " has texture set " +
-                                                            std::to_string(triangle.textureSet) + ", its " + name + " " +
-                                                            std::to_string(batch.textureSet));
+                    return Fail(TriangleOffset(t) + offsetof(Triangle, textureSet),
+                                "triangle " + std::to_string(t) + " has texture set " +
+                                    std::to_string(triangle.textureSet) + ", its " + name + " " +
+                                    std::to_string(batch.textureSet));
             }
         }
         if (!mesh.batches.empty() && (triangles != mesh.triangles.size() || vertices != mesh.header.vertexCount))
@@ -158,130 +176,153 @@ private:
                                              std::to_string(mesh.header.vertexCount));
         // Without batches (render data loaded from a vertex file) corners index the whole list.
         if (mesh.batches.empty()) {
-            for (size_t t = 0; t < mesh.triangles.size(); ++t) {
-                for (size_t k = 0; k < 3; ++k) {
-                    if (mesh.triangles[t].corners[k] >= mesh.header.vertexCount)
-                        return Fail(TriangleOffset(t) + 4 + 4 * k,
-                                    "triangle " + std::to_string(t) + " corner " + std::to_string(k) +
-                                        " is outside the " + std::to_string(mesh.header.vertexCount) + " vertices");
-                }
-            }
+            for (size_t t = 0; t < mesh.triangles.size(); ++t)
+                if (CornerOutside(t, mesh.triangles[t], mesh.header.vertexCount, ""))
+                    return false;
         }
         return true;
     }
 
-    bool ReadFrameHeader(FrameRecord& frame)
+    bool ReadFrameHeader(StoredFrame& frame, size_t index)
     {
         const size_t at = cursor.Position();
-        uint32_t time = 0, delta = 0;
-        cursor.ReadU32(&frame.headerSize);
-        cursor.ReadU32(&time);
-        cursor.ReadU32(&frame.one);
-        cursor.ReadU32(&delta);
-        frame.time = static_cast<int32_t>(time);
-        frame.delta = static_cast<int32_t>(delta);
-        const std::string name = "frame " + std::to_string(mesh.frames.size() - 1);
-        if (!cursor.Ok())
+        FrameHeader header;
+        const std::string name = "frame " + std::to_string(index);
+        if (!cursor.ReadRecord(&header))
             return Fail(at, name + " header cut short");
-        if (frame.headerSize != kFrameHeaderSize || frame.one != 1)
-            return Fail(at, name + " header does not begin with 16 and hold 1 at byte 8");
+        if (header.size != kFrameHeaderSize || header.one != 1)
+            return Fail(at, name + " header does not begin with " + std::to_string(kFrameHeaderSize) +
+                                " and hold 1 at byte " + std::to_string(offsetof(FrameHeader, one)));
+        frame.time = header.time;
+        frame.delta = header.delta;
+        frame.dataOffset = cursor.Position();
         return true;
     }
 
     bool ReadFrames()
     {
         const uint32_t vertexCount = mesh.header.vertexCount;
-        const uint32_t flags = mesh.header.flags;
-        const uint32_t stored = StoredVertexBytes(flags);
+        const uint32_t stored = StoredVertexBytes(mesh.header.flags);
 
-        mesh.frames.emplace_back();
-        if (!ReadFrameHeader(mesh.frames[0]))
+        StoredFrame first;
+        if (!ReadFrameHeader(first, 0))
             return false;
-        if (mesh.frames[0].delta != 0)
-            return Fail(cursor.Position() - 4, "frame 0 has a time delta");
-        std::vector<VertexRecord>& first = mesh.frames[0].vertices;
-        first.resize(vertexCount);  // bounded by the check in ReadBatches
-        for (VertexRecord& vertex : first) {
-            ReadFloats(vertex.position);
-            ReadFloats(vertex.normal);
-            cursor.ReadU32(&vertex.colour);
-            cursor.ReadU32(&vertex.material);
-            cursor.ReadF32(&vertex.u);
-            cursor.ReadF32(&vertex.v);
-        }
-        mesh.frames[0].storedBytes = vertexCount * kVertexSize;
+        if (first.delta != 0)
+            return Fail(cursor.Position() - sizeof(int32_t), "frame 0 has a time delta");
+        mesh.vertices = Take<Vertex>(vertexCount);  // bounded by the check in ReadLists
+        first.storedBytes = vertexCount * kVertexSize;
+        mesh.frames.push_back(first);
 
         while (true) {
             const size_t at = cursor.Position();
             uint8_t marker = 0;
             if (!cursor.ReadU8(&marker))
-                return Fail(at, "the frame stream ends without its 0x00 marker");
-            if (marker == kEndOfFrames)
+                return Fail(at, "the frame stream ends without its " + ByteText(kFramesEnd) + " marker");
+            if (marker == kFramesEnd)
                 break;
-            if (marker != kMoreFrames)
-                return Fail(at, "frame marker is " + std::to_string(marker) + ", not 0x01 or 0x00");
+            if (marker != kFrameFollows)
+                return Fail(at, "frame marker is " + std::to_string(marker) + ", not " + ByteText(kFrameFollows) +
+                                    " or " + ByteText(kFramesEnd));
             if (mesh.frames.size() >= mesh.header.frameCount)
                 return Fail(at, "more frames are stored than the header's " + std::to_string(mesh.header.frameCount));
             // A frame that stores nothing is never written: it would equal the frame before it.
-            // Refusing it also bounds the decoded frames by the stored bytes.
+            // Refusing it also bounds the frames by the stored bytes.
             if (stored == 0 && vertexCount > 0)
                 return Fail(at, "a later frame is stored although the component flags select nothing");
-            if (uint64_t{vertexCount} * stored + kFrameHeaderSize + 1 > cursor.Remaining())
+            const uint64_t bytes = uint64_t{vertexCount} * stored;
+            if (bytes + kFrameHeaderSize + 1 > cursor.Remaining())
                 return Fail(cursor.Position(), "frame " + std::to_string(mesh.frames.size()) + " (" +
                                                    std::to_string(vertexCount) + " vertices of " + std::to_string(stored) +
                                                    " bytes and a marker) does not fit into the " +
                                                    std::to_string(cursor.Remaining()) + " bytes left");
-            mesh.frames.emplace_back();
-            FrameRecord& frame = mesh.frames.back();
-            if (!ReadFrameHeader(frame))
+            StoredFrame frame;
+            if (!ReadFrameHeader(frame, mesh.frames.size()))
                 return false;
-            frame.vertices = mesh.frames[mesh.frames.size() - 2].vertices;
-            frame.storedBytes = vertexCount * stored;
-            for (VertexRecord& vertex : frame.vertices) {
-                if (flags & kComponentPosition)
-                    ReadFloats(vertex.position);
-                if (flags & kComponentNormal)
-                    ReadFloats(vertex.normal);
-                if (flags & kComponentColour)
-                    cursor.ReadU32(&vertex.colour);
-                if (flags & kComponentMaterial)
-                    cursor.ReadU32(&vertex.material);
-                if (flags & kComponentTexture) {
-                    cursor.ReadF32(&vertex.u);
-                    cursor.ReadF32(&vertex.v);
-                }
-            }
+            frame.storedBytes = static_cast<uint32_t>(bytes);
+            cursor.Skip(static_cast<size_t>(bytes));
+            mesh.frames.push_back(frame);
         }
-        if (!cursor.Ok())
-            return Fail(cursor.Position(), "frame stream cut short");
         if (!cursor.AtEnd())
             return Fail(cursor.Position(), std::to_string(cursor.Remaining()) + " bytes follow the frame stream");
+        mesh.payload = payload;
         return true;
     }
 
+    std::span<const uint8_t> payload;
     VernCursor cursor;
-    MeshData& mesh;
+    Mesh& mesh;
     std::string& error;
     size_t& position;
 };
 
-}  // namespace
-
-uint32_t StoredVertexBytes(uint32_t flags)
+template <typename Value>
+void Overwrite(Value& value, const uint8_t* from, int at)
 {
-    return ((flags & kComponentPosition) ? 12u : 0u) + ((flags & kComponentNormal) ? 12u : 0u) +
-           ((flags & kComponentColour) ? 4u : 0u) + ((flags & kComponentMaterial) ? 4u : 0u) +
-           ((flags & kComponentTexture) ? 8u : 0u);
+    if (at >= 0)
+        std::memcpy(&value, from + at, sizeof value);
 }
 
-bool DecodeMesh(std::span<const uint8_t> payload, MeshData* mesh, std::string* error, size_t* position)
+}  // namespace
+
+Vertex Mesh::FrameVertex(size_t frame, size_t vertex) const
 {
-    *mesh = MeshData{};
+    Vertex result = vertices[vertex];
+    if (frame == 0)
+        return result;
+    const ComponentPlaces places = PlacesOf(header.flags);
+    const uint8_t* from = payload.data() + frames[frame].dataOffset + vertex * places.stride;
+    Overwrite(result.position, from, places.position);
+    Overwrite(result.normal, from, places.normal);
+    Overwrite(result.colour, from, places.colour);
+    Overwrite(result.material, from, places.material);
+    if (places.texture >= 0) {
+        Overwrite(result.u, from, places.texture);
+        Overwrite(result.v, from, places.texture + static_cast<int>(sizeof(float)));
+    }
+    return result;
+}
+
+void Mesh::FrameVertices(size_t frame, std::span<Vertex> out) const
+{
+    const ComponentPlaces places = PlacesOf(header.flags);
+    const uint8_t* from = frame == 0 ? nullptr : payload.data() + frames[frame].dataOffset;
+    for (size_t v = 0; v < out.size() && v < vertices.size(); ++v) {
+        Vertex& vertex = out[v];
+        vertex = vertices[v];
+        if (!from)
+            continue;
+        Overwrite(vertex.position, from, places.position);
+        Overwrite(vertex.normal, from, places.normal);
+        Overwrite(vertex.colour, from, places.colour);
+        Overwrite(vertex.material, from, places.material);
+        if (places.texture >= 0) {
+            Overwrite(vertex.u, from, places.texture);
+            Overwrite(vertex.v, from, places.texture + static_cast<int>(sizeof(float)));
+        }
+        from += places.stride;
+    }
+}
+
+std::vector<Vertex> Mesh::FrameVertices(size_t frame) const
+{
+    std::vector<Vertex> out(vertices.size());
+    FrameVertices(frame, out);
+    return out;
+}
+
+bool DecodeMesh(std::span<const uint8_t> payload, Mesh* mesh, std::string* error, size_t* position)
+{
+    *mesh = Mesh{};
     std::string reason;
     size_t at = 0;
-    const bool ok = MeshReader(payload, *mesh, reason, at).Read();
+    bool ok = false;
+    try {
+        ok = MeshReader(payload, *mesh, reason, at).Read();
+    } catch (const std::bad_alloc&) {
+        reason = "out of memory";
+    }
     if (!ok) {
-        *mesh = MeshData{};
+        *mesh = Mesh{};
         if (error)
             *error = reason;
         if (position)

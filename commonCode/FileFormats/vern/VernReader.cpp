@@ -1,76 +1,72 @@
-#include "VernReader.h"
-
-#include "FileStream.h"
+#include "vern/VernReader.h"
 
 #include <algorithm>
 #include <bit>
 #include <new>
 #include <utility>
 
+namespace vern3d {
+
 namespace {
 
-constexpr uint32_t kHeaderSize = 44;
-constexpr uint32_t kEntrySize = 16;
+uint32_t LoadU32(const uint8_t* at) { return LoadRecord<uint32_t>(at); }
 
-uint32_t LoadU32(const uint8_t* at)
-{
-    return static_cast<uint32_t>(at[0]) | static_cast<uint32_t>(at[1]) << 8 | static_cast<uint32_t>(at[2]) << 16 |
-           static_cast<uint32_t>(at[3]) << 24;
-}
+// "header, file offset 28: " for the reasons that concern one header field.
+std::string HeaderPlace(uint32_t field) { return "header, file offset " + std::to_string(field) + ": "; }
 
-HRESULT Reject(std::string* error, std::string reason)
+bool Reject(std::string* error, std::string reason)
 {
     if (error != nullptr)
         *error = std::move(reason);
-    return VERN_E_MALFORMED;
+    return false;
 }
 
 // "directory entry 3, file offset 1234: " for the reasons that concern one entry.
 std::string EntryPlace(const VernFileHeader& header, uint32_t entry)
 {
     return "directory entry " + std::to_string(entry) + ", file offset " +
-           std::to_string(uint64_t{header.directoryOffset} + uint64_t{entry} * kEntrySize) + ": ";
+           std::to_string(uint64_t{header.directoryOffset} + uint64_t{entry} * kDirectoryEntrySize) + ": ";
 }
 
-HRESULT Decode(std::span<const uint8_t> bytes, VernContainer* container, std::string* error)
+bool Decode(std::span<const uint8_t> bytes, VernContainer* container, std::string* error)
 {
-    if (bytes.size() < kHeaderSize)
-        return Reject(error, "header, file offset 0: the file is " + std::to_string(bytes.size()) + " bytes, shorter than the header");
+    if (bytes.size() < kContainerHeaderSize)
+        return Reject(error, HeaderPlace(kHeaderSizeAt) + "the file is " + std::to_string(bytes.size()) + " bytes, shorter than the header");
     VernFileHeader& header = container->header;
-    header.headerSize = LoadU32(&bytes[0]);
-    header.reserved0 = LoadU32(&bytes[4]);
-    std::copy_n(&bytes[8], header.fileType.size(), header.fileType.begin());
-    header.directoryOffset = LoadU32(&bytes[24]);
-    header.directorySize = LoadU32(&bytes[28]);
-    header.reserved1 = LoadU32(&bytes[32]);
-    header.dataOffset = LoadU32(&bytes[36]);
-    header.entrySize = LoadU32(&bytes[40]);
+    header.headerSize = LoadU32(&bytes[kHeaderSizeAt]);
+    header.reserved0 = LoadU32(&bytes[kHeaderReserved0At]);
+    std::copy_n(&bytes[kHeaderFileTypeAt], header.fileType.size(), header.fileType.begin());
+    header.directoryOffset = LoadU32(&bytes[kDirectoryOffsetAt]);
+    header.directorySize = LoadU32(&bytes[kDirectorySizeAt]);
+    header.reserved1 = LoadU32(&bytes[kHeaderReserved1At]);
+    header.dataOffset = LoadU32(&bytes[kDataOffsetAt]);
+    header.entrySize = LoadU32(&bytes[kEntrySizeAt]);
 
-    if (header.headerSize != kHeaderSize)
-        return Reject(error, "header, file offset 0: header size is not 44");
-    if (header.entrySize != kEntrySize)
-        return Reject(error, "header, file offset 40: directory entry size is not 16");
-    if (header.dataOffset < kHeaderSize || header.dataOffset > header.directoryOffset)
-        return Reject(error, "header, file offset 36: data area does not lie between header and directory");
+    if (header.headerSize != kContainerHeaderSize)
+        return Reject(error, HeaderPlace(kHeaderSizeAt) + "header size is not " + std::to_string(kContainerHeaderSize));
+    if (header.entrySize != kDirectoryEntrySize)
+        return Reject(error, HeaderPlace(kEntrySizeAt) + "directory entry size is not " + std::to_string(kDirectoryEntrySize));
+    if (header.dataOffset < kContainerHeaderSize || header.dataOffset > header.directoryOffset)
+        return Reject(error, HeaderPlace(kDataOffsetAt) + "data area does not lie between header and directory");
     if (uint64_t{header.directoryOffset} + header.directorySize > bytes.size())
-        return Reject(error, "header, file offset 24: directory reaches past the end of the file");
-    if (header.directorySize % kEntrySize != 0)
-        return Reject(error, "header, file offset 28: directory size is not a multiple of 16");
+        return Reject(error, HeaderPlace(kDirectoryOffsetAt) + "directory reaches past the end of the file");
+    if (header.directorySize % kDirectoryEntrySize != 0)
+        return Reject(error, HeaderPlace(kDirectorySizeAt) + "directory size is not a multiple of " + std::to_string(kDirectoryEntrySize));
     if (header.directorySize == 0)
-        return Reject(error, "header, file offset 28: directory has no root entry");
+        return Reject(error, HeaderPlace(kDirectorySizeAt) + "directory has no root entry");
 
-    const uint32_t count = header.directorySize / kEntrySize;
+    const uint32_t count = header.directorySize / kDirectoryEntrySize;
     std::vector<VernDecodedChunk>& chunks = container->chunks;
     chunks.resize(count);
     std::vector<uint32_t> childCounts(count);
     for (uint32_t i = 0; i < count; ++i) {
-        const uint8_t* entry = &bytes[header.directoryOffset + size_t{i} * kEntrySize];
-        chunks[i].id = LoadU32(entry);
-        childCounts[i] = LoadU32(entry + 4);
-        chunks[i].offset = LoadU32(entry + 8);
-        chunks[i].size = LoadU32(entry + 12);
+        const auto entry = LoadRecord<DirectoryEntry>(&bytes[header.directoryOffset + size_t{i} * kDirectoryEntrySize]);
+        chunks[i].id = entry.id;
+        childCounts[i] = entry.childCount;
+        chunks[i].offset = entry.offset;
+        chunks[i].size = entry.size;
     }
-    if (chunks[0].id != 0 || chunks[0].offset != kVernNoOffset || chunks[0].size != 0)
+    if (chunks[0].id != 0 || chunks[0].offset != kNoOffset || chunks[0].size != 0)
         return Reject(error, EntryPlace(header, 0) + "root entry is not {0, n, 0xFFFFFFFF, 0}");
 
     // Pre-order with child counts: the next entry is always the next child of the innermost
@@ -107,7 +103,7 @@ HRESULT Decode(std::span<const uint8_t> bytes, VernContainer* container, std::st
     std::vector<Run> runs;
     for (uint32_t i = 0; i < count; ++i) {
         VernDecodedChunk& chunk = chunks[i];
-        if (chunk.offset == kVernNoOffset) {
+        if (chunk.offset == kNoOffset) {
             if (chunk.size != 0)
                 return Reject(error, EntryPlace(header, i) + "chunk without an offset has a size");
             continue;
@@ -126,68 +122,23 @@ HRESULT Decode(std::span<const uint8_t> bytes, VernContainer* container, std::st
             return Reject(error, EntryPlace(header, runs[i].entry) + "chunk bytes overlap those of directory entry " +
                                      std::to_string(runs[i - 1].entry));
     }
-    return S_OK;
+    return true;
 }
 
 }  // namespace
 
-GuidBytes EncodeGuid(const Guid& guid)
+bool DecodeVern(std::span<const uint8_t> bytes, VernContainer* container, std::string* error)
 {
-    GuidBytes bytes{};
-    for (int i = 0; i < 4; ++i)
-        bytes[i] = static_cast<uint8_t>(guid.data1 >> (8 * i));
-    bytes[4] = static_cast<uint8_t>(guid.data2);
-    bytes[5] = static_cast<uint8_t>(guid.data2 >> 8);
-    bytes[6] = static_cast<uint8_t>(guid.data3);
-    bytes[7] = static_cast<uint8_t>(guid.data3 >> 8);
-    std::copy(std::begin(guid.data4), std::end(guid.data4), bytes.begin() + 8);
-    return bytes;
-}
-
-HRESULT DecodeVern(std::span<const uint8_t> bytes, VernContainer* container, std::string* error)
-{
-    if (container == nullptr)
-        return E_INVALIDARG;
     *container = VernContainer{};
-    HRESULT status = S_OK;
+    bool ok = false;
     try {
-        status = Decode(bytes, container, error);
+        ok = Decode(bytes, container, error);
     } catch (const std::bad_alloc&) {
-        status = E_OUTOFMEMORY;
-        if (error != nullptr)
-            *error = "out of memory";
+        ok = Reject(error, "out of memory");
     }
-    if (Failed(status))
+    if (!ok)
         *container = VernContainer{};
-    return status;
-}
-
-HRESULT ReadFileBytes(const char* path, std::vector<uint8_t>* bytes)
-{
-    if (bytes == nullptr)
-        return E_INVALIDARG;
-    bytes->clear();
-    FileStream file;
-    HRESULT status = file.Open(path, 0);
-    uint32_t size = 0;
-    if (Succeeded(status))
-        status = file.SetPosition(2, 0);
-    if (Succeeded(status))
-        status = file.GetPosition(&size);
-    if (Succeeded(status))
-        status = file.SetPosition(0, 0);
-    if (Succeeded(status)) {
-        try {
-            bytes->resize(size);
-        } catch (const std::bad_alloc&) {
-            status = E_OUTOFMEMORY;
-        }
-    }
-    if (Succeeded(status))
-        status = file.Read(bytes->data(), size);
-    if (Failed(status))
-        bytes->clear();
-    return status;
+    return ok;
 }
 
 bool VernCursor::Take(size_t count, const uint8_t** at)
@@ -251,15 +202,15 @@ bool VernCursor::ReadCountedString(std::string* value)
     uint32_t length = 0;
     if (!ReadU8(&shortLength))
         return false;
-    if (shortLength < 255) {
+    if (shortLength < kStringShortLimit) {
         length = shortLength;
     } else if (!ReadU16(&mediumLength)) {
         return false;
-    } else if (mediumLength != 0xFFFFu) {
+    } else if (mediumLength != kStringLongEscape) {
         length = mediumLength;
-        if (length < 255 || length == 0xFFFEu)
+        if (length < kStringShortLimit || length >= kStringMediumLimit)
             ok = false;  // the writer uses the short form below 255 and the long form from 65534
-    } else if (!ReadU32(&length) || length < 0xFFFEu) {
+    } else if (!ReadU32(&length) || length < kStringMediumLimit) {
         ok = false;
     }
     std::span<const uint8_t> text;
@@ -267,3 +218,5 @@ bool VernCursor::ReadCountedString(std::string* value)
         value->assign(text.begin(), text.end());
     return ok;
 }
+
+}  // namespace vern3d

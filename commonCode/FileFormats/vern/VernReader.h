@@ -1,12 +1,13 @@
-// Reader of vern chunk containers, for tests and tools. The program itself only writes them.
+// Reader of vern chunk containers, inside the vern3D library (the decoder builds on it; tests and
+// tools may use it for raw chunks). The program itself only writes containers.
 //
 // DecodeVern checks the whole layout (header, directory, the tree the child counts describe,
 // every chunk's run of bytes) before it hands anything out, and it never recurses, so arbitrary
-// bytes give a failure status and a reason, never a crash.
+// bytes give false and a reason, never a crash. It does not throw: running out of memory is a
+// failure like any other. The payload views point into the decoded bytes.
 #pragma once
 
-#include "Status.h"
-#include "VernWriter.h"
+#include "vern/Vern3DLayout.h"
 
 #include <array>
 #include <cstdint>
@@ -14,18 +15,13 @@
 #include <string>
 #include <vector>
 
-constexpr HRESULT VERN_E_MALFORMED = static_cast<HRESULT>(0x8007000Du);  // ERROR_INVALID_DATA
-
-using GuidBytes = std::array<uint8_t, 16>;
-
-// The Windows layout of a GUID as it appears in the file.
-GuidBytes EncodeGuid(const Guid& guid);
+namespace vern3d {
 
 // The nine header fields as stored.
 struct VernFileHeader {
     uint32_t headerSize = 0;
     uint32_t reserved0 = 0;
-    GuidBytes fileType{};
+    std::array<uint8_t, 16> fileType{};
     uint32_t directoryOffset = 0;
     uint32_t directorySize = 0;
     uint32_t reserved1 = 0;
@@ -37,7 +33,7 @@ constexpr uint32_t kVernNoParent = 0xFFFFFFFFu;
 
 struct VernDecodedChunk {
     uint32_t id = 0;
-    uint32_t offset = kVernNoOffset;  // relative to the data offset, as in the directory
+    uint32_t offset = kNoOffset;      // relative to the data offset, as in the directory
     uint32_t size = 0;
     uint32_t parent = kVernNoParent;  // index into VernContainer::chunks
     std::vector<uint32_t> children;   // indices into VernContainer::chunks, in directory order
@@ -52,11 +48,8 @@ struct VernContainer {
 };
 
 // Decodes a whole file. The payload views point into `bytes`, which must outlive the result.
-// On failure the container is left empty and `error` (if given) says what is wrong.
-HRESULT DecodeVern(std::span<const uint8_t> bytes, VernContainer* container, std::string* error);
-
-// Reads a whole file into memory.
-HRESULT ReadFileBytes(const char* path, std::vector<uint8_t>* bytes);
+// On failure the container is left empty and `error` (if given) says what is wrong and where.
+bool DecodeVern(std::span<const uint8_t> bytes, VernContainer* container, std::string* error);
 
 // Bounds-checked little-endian reads for payload decoders. A read that does not fit fails, yields
 // zero (or empty) and leaves the cursor failed, so a decoder may check once at the end.
@@ -69,6 +62,14 @@ public:
     bool ReadU32(uint32_t* value);
     bool ReadF32(float* value);
     bool ReadBytes(size_t count, std::span<const uint8_t>* value);
+    // A whole record of the layout, copied out of the bytes.
+    template <FileRecord Record>
+    bool ReadRecord(Record* record)
+    {
+        const uint8_t* at = nullptr;
+        *record = Take(sizeof(Record), &at) ? LoadRecord<Record>(at) : Record{};
+        return ok;
+    }
     // The container's counted string; only the shortest prefix form for a length is accepted.
     bool ReadCountedString(std::string* value);
     bool Skip(size_t count);
@@ -85,3 +86,5 @@ private:
     size_t position = 0;
     bool ok = true;
 };
+
+}  // namespace vern3d

@@ -9,9 +9,6 @@
 #include <new>
 #include <utility>
 
-const Guid FileTypeVernDefault = {0x0AB3F933u, 0x9362u, 0x11D1u, {0x9A, 0x2B, 0x08, 0x00, 0x00, 0x30, 0x05, 0x12}};
-const Guid FileTypeVern3D = {0x0AB3F934u, 0x9362u, 0x11D1u, {0x9A, 0x2B, 0x08, 0x00, 0x00, 0x30, 0x05, 0x12}};
-
 namespace {
 
 constexpr const char* kSource = "commonCode/FileFormats/vern/vern";
@@ -30,8 +27,8 @@ enum ReportLine : int {
     kLineDirectoryEntry = 509,
 };
 
-constexpr uint32_t kHeaderSize = 44;
-constexpr uint32_t kEntrySize = 16;
+using vern3d::kContainerHeaderSize;
+using vern3d::kDirectoryEntrySize;
 constexpr uint64_t kMaxPosition = 0xFFFFFFFFu;
 
 // The writer makes many small writes (records of 1 to 104 bytes); gathering them keeps the
@@ -51,24 +48,19 @@ void StoreU32(uint8_t* at, uint32_t value)
         at[i] = static_cast<uint8_t>(value >> (8 * i));
 }
 
-// Windows GUID layout: Data1 u32, Data2 and Data3 u16, then Data4 as it stands.
 void StoreGuid(uint8_t* at, const Guid& guid)
 {
-    StoreU32(at, guid.data1);
-    StoreU16(at + 4, guid.data2);
-    StoreU16(at + 6, guid.data3);
-    std::copy(std::begin(guid.data4), std::end(guid.data4), at + 8);
+    const auto bytes = vern3d::GuidBytes(guid);
+    std::copy(bytes.begin(), bytes.end(), at);
 }
 
-using EntryBytes = std::array<uint8_t, kEntrySize>;
+using EntryBytes = std::array<uint8_t, kDirectoryEntrySize>;
 
 EntryBytes EncodeEntry(const VernChunk& chunk)
 {
     EntryBytes bytes{};
-    StoreU32(bytes.data(), chunk.id);
-    StoreU32(bytes.data() + 4, static_cast<uint32_t>(chunk.children.size()));
-    StoreU32(bytes.data() + 8, chunk.offset);
-    StoreU32(bytes.data() + 12, chunk.size);
+    vern3d::StoreRecord(bytes.data(), vern3d::DirectoryEntry{chunk.id, static_cast<uint32_t>(chunk.children.size()),
+                                                              chunk.offset, chunk.size});
     return bytes;
 }
 
@@ -181,7 +173,7 @@ private:
 
 VernWriter::VernWriter()
 {
-    header.headerSize = kHeaderSize;
+    header.headerSize = kContainerHeaderSize;
     header.fileType = FileTypeVernDefault;
     root.closed = true;  // the root never holds bytes; top-level chunks are its children
 }
@@ -225,10 +217,10 @@ HRESULT VernWriter::BeginFile()
     if (Succeeded(status)) {
         // The placeholder: the default type and no directory mark the file as unfinished until
         // Close rewrites it. Written at once, so that an unwritable file shows here.
-        std::array<uint8_t, kHeaderSize> placeholder{};
-        StoreU32(placeholder.data(), kHeaderSize);
-        StoreGuid(placeholder.data() + 8, FileTypeVernDefault);
-        status = stream->Write(placeholder.data(), kHeaderSize);
+        std::array<uint8_t, kContainerHeaderSize> placeholder{};
+        StoreU32(placeholder.data() + vern3d::kHeaderSizeAt, kContainerHeaderSize);
+        StoreGuid(placeholder.data() + vern3d::kHeaderFileTypeAt, FileTypeVernDefault);
+        status = stream->Write(placeholder.data(), kContainerHeaderSize);
     }
     if (Succeeded(status))
         status = stream->GetPosition(&end);
@@ -344,7 +336,7 @@ HRESULT VernWriter::WriteDirectory()
             const Pending next = pending.back();
             pending.pop_back();
             const EntryBytes entry = EncodeEntry(*next.chunk);
-            const HRESULT status = output->Write(entry.data(), kEntrySize);
+            const HRESULT status = output->Write(entry.data(), kDirectoryEntrySize);
             if (Failed(status)) {
                 // The walk has always reported once for every tree level the failure leaves.
                 for (uint32_t level = 0; level <= next.depth; ++level)
@@ -370,22 +362,22 @@ HRESULT VernWriter::Close()
     }
     if (Succeeded(status)) {
         header.directorySize = output->Position() - end;
-        header.entrySize = kEntrySize;
+        header.entrySize = kDirectoryEntrySize;
         status = output->Flush();
     }
     if (Succeeded(status))
         status = SeekTo(*stream, headerPosition);
     if (Succeeded(status)) {
-        std::array<uint8_t, kHeaderSize> bytes{};
-        StoreU32(bytes.data(), header.headerSize);
-        StoreU32(bytes.data() + 4, header.reserved0);
-        StoreGuid(bytes.data() + 8, header.fileType);
-        StoreU32(bytes.data() + 24, header.directoryOffset);
-        StoreU32(bytes.data() + 28, header.directorySize);
-        StoreU32(bytes.data() + 32, header.reserved1);
-        StoreU32(bytes.data() + 36, header.dataOffset);
-        StoreU32(bytes.data() + 40, header.entrySize);
-        status = stream->Write(bytes.data(), kHeaderSize);
+        std::array<uint8_t, kContainerHeaderSize> bytes{};
+        StoreU32(bytes.data() + vern3d::kHeaderSizeAt, header.headerSize);
+        StoreU32(bytes.data() + vern3d::kHeaderReserved0At, header.reserved0);
+        StoreGuid(bytes.data() + vern3d::kHeaderFileTypeAt, header.fileType);
+        StoreU32(bytes.data() + vern3d::kDirectoryOffsetAt, header.directoryOffset);
+        StoreU32(bytes.data() + vern3d::kDirectorySizeAt, header.directorySize);
+        StoreU32(bytes.data() + vern3d::kHeaderReserved1At, header.reserved1);
+        StoreU32(bytes.data() + vern3d::kDataOffsetAt, header.dataOffset);
+        StoreU32(bytes.data() + vern3d::kEntrySizeAt, header.entrySize);
+        status = stream->Write(bytes.data(), kContainerHeaderSize);
     }
     if (Succeeded(status))
         status = stream->Commit();  // a delayed write error may only show now
@@ -417,18 +409,19 @@ HRESULT VernWriter::WriteCountedString(std::string_view text, OutputStream* stre
     const auto length = static_cast<uint32_t>(text.size());
     // Each piece of the prefix is its own write, then the characters.
     std::array<uint8_t, 4> piece{};
-    if (Succeeded(status) && length < 255) {
+    if (Succeeded(status) && length < vern3d::kStringShortLimit) {
         piece[0] = static_cast<uint8_t>(length);
         status = stream->Write(piece.data(), 1);
     } else if (Succeeded(status)) {
-        piece[0] = 0xFF;
+        piece[0] = static_cast<uint8_t>(vern3d::kStringShortLimit);
         status = stream->Write(piece.data(), 1);
         if (Succeeded(status)) {
             // 0xFFFF says that the real length follows as u32.
-            StoreU16(piece.data(), static_cast<uint16_t>(length < 0xFFFEu ? length : 0xFFFFu));
+            StoreU16(piece.data(),
+                     static_cast<uint16_t>(length < vern3d::kStringMediumLimit ? length : vern3d::kStringLongEscape));
             status = stream->Write(piece.data(), 2);
         }
-        if (Succeeded(status) && length >= 0xFFFEu) {
+        if (Succeeded(status) && length >= vern3d::kStringMediumLimit) {
             StoreU32(piece.data(), length);
             status = stream->Write(piece.data(), 4);
         }

@@ -9,6 +9,7 @@
 
 #include "OutputStream.h"
 #include "Status.h"
+#include "vern/Vern3DLayout.h"
 
 #include <cstdint>
 #include <memory>
@@ -17,18 +18,13 @@
 
 class FileStream;
 
-struct Guid {
-    uint32_t data1;
-    uint16_t data2;
-    uint16_t data3;
-    uint8_t data4[8];
-};
-
-extern const Guid FileTypeVernDefault;  // {0AB3F933-9362-11D1-9A2B-080000300512}
-extern const Guid FileTypeVern3D;       // {0AB3F934-9362-11D1-9A2B-080000300512}
+// The file types and the container's layout are the vern3D library's (vern/Vern3DLayout.h).
+using Guid = vern3d::Guid;
+inline constexpr const Guid& FileTypeVernDefault = vern3d::kFileTypeVernDefault;
+inline constexpr const Guid& FileTypeVern3D = vern3d::kFileTypeVern3D;
 
 constexpr HRESULT VERN_E_CHUNK_CLOSED = static_cast<HRESULT>(0x80044010u);
-constexpr uint32_t kVernNoOffset = 0xFFFFFFFFu;
+constexpr uint32_t kVernNoOffset = vern3d::kNoOffset;
 
 struct VernChunk {
     // Takes the subtree apart without recursion: chunk trees can be very deep.

@@ -1,4 +1,4 @@
-#include "TransformMath.h"
+#include "vern/Vern3DMath.h"
 
 #include <algorithm>
 #include <cassert>
@@ -10,6 +10,8 @@
 // - square root, sine and cosine are the float overloads of <cmath>;
 // - scaling by "1 / x" is one float division followed by multiplications, never x / divisions.
 // The build must not contract a * b + c into fused multiply-adds, which would change the roundings.
+
+namespace vern3d {
 
 namespace {
 
@@ -40,16 +42,6 @@ float Cofactor(const Matrix& m, int row, int column)
 }
 
 }  // namespace
-
-Matrix Matrix::Identity()
-{
-    Matrix r;
-    r(0, 0) = 1.0f;
-    r(1, 1) = 1.0f;
-    r(2, 2) = 1.0f;
-    r(3, 3) = 1.0f;
-    return r;
-}
 
 Vector3 Add(const Vector3& a, const Vector3& b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
 
@@ -186,3 +178,5 @@ void MergeSphere(Sphere& target, const Sphere& added)
     target.centre = Scale(Add(farAdded, farTarget), 0.5f);
     target.radius = (dist + target.radius + added.radius) * 0.5f;
 }
+
+}  // namespace vern3d

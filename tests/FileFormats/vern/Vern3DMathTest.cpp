@@ -1,6 +1,6 @@
 // Transform maths: hand-worked cases, identities on seeded random inputs, and the exact float
 // evaluation order of the products (their bits reach the output file).
-#include "TransformMath.h"
+#include "vern/Vern3DMath.h"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +13,8 @@
 #include <string>
 
 namespace {
+
+using namespace vern3d;
 
 Matrix FromRows(std::initializer_list<std::initializer_list<float>> rows)
 {

@@ -1,11 +1,14 @@
-// The vern3D decoder on hand-built files: meshes and their frame streams decode completely, and
-// every damaged structure fails with its chunk, its file offset and what is wrong.
+// The vern3D decoder on hand-built files: meshes are referred to in place at any alignment, frames
+// come back complete, transforms follow the keys, and every damaged structure fails with its
+// chunk, its file offset and what is wrong.
 #include "Vern3DBuilder.h"
-#include "Vern3DDecoder.h"
-#include "VernReader.h"
+#include "vern/Vern3DDecoder.h"
+#include "vern/VernReader.h"
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <numbers>
 #include <random>
 
 namespace {
@@ -13,7 +16,7 @@ namespace {
 using namespace vern3d;
 using namespace vern3dtest;
 
-VertexRecord Vertex(float x, float y, float z, uint32_t material, float u, float v)
+Vertex MakeVertex(float x, float y, float z, uint32_t material, float u, float v)
 {
     return {{x, y, z}, {0.0f, 0.0f, 1.0f}, 0xFFFFFFFFu, material, u, v};
 }
@@ -22,51 +25,65 @@ VertexRecord Vertex(float x, float y, float z, uint32_t material, float u, float
 // positions and texture coordinates. Payload offsets: batches 40 and 68, triangles 96 + 20 t,
 // frame 0 at 156 (vertices 172..451), marker 452, frame 1 at 453 (vertices 469..608), marker
 // 609, frame 2 at 610 (vertices 626..765), end marker 766; 767 bytes.
-MeshData SampleMesh()
+MeshShape SampleMesh()
 {
-    MeshData mesh;
+    MeshShape mesh;
     mesh.header = {40, kComponentPosition | kComponentTexture, 2, 3, 7, 4, {0.5f, 0.5f, 0.0f}, 2.0f};
     mesh.batches = {{28, 0, 0, 2, 0, 4, 0}, {28, 0, 2, 1, 4, 3, 1}};
     mesh.triangles = {{7, {0, 2, 1}, 0}, {5, {1, 2, 3}, 0}, {4, {0, 2, 1}, 1}};
-    FrameRecord first{16, 0, 1, 0, {}, 0};
+    FrameShape first;
     for (uint32_t i = 0; i < 7; ++i)
-        first.vertices.push_back(Vertex(float(i), float(i % 2), 0.0f, i < 4 ? 0u : 3u, 0.25f * i, 1.0f));
-    FrameRecord second = first, third = first;
-    second.time = 200, second.delta = 100;
-    third.time = 300, third.delta = 100;
+        first.vertices.push_back(MakeVertex(float(i), float(i % 2), 0.0f, i < 4 ? 0u : 3u, 0.25f * i, 1.0f));
+    FrameShape second = first, third = first;
+    second.header = {16, 200, 1, 100};
+    third.header = {16, 300, 1, 100};
     for (uint32_t i = 0; i < 7; ++i) {
-        second.vertices[i].position[2] = 1.0f;
-        third.vertices[i].position[2] = 2.0f;
+        second.vertices[i].position.z = 1.0f;
+        second.vertices[i].normal.x = 9.0f;  // not stored: frame 0's comes back
+        third.vertices[i].position.z = 2.0f;
         third.vertices[i].u = -1.0f;
     }
     mesh.frames = {first, second, third};
     return mesh;
 }
 
-TEST(MeshDecoding, FramesAreCompleteWithComponentsCarriedFromTheFrameBefore)
+TEST(MeshDecoding, FramesAreCompleteWithTheComponentsFrameZeroHolds)
 {
-    const MeshData sample = SampleMesh();
+    const MeshShape sample = SampleMesh();
     const Bytes payload = EncodeMesh(sample);
     ASSERT_EQ(payload.size(), 767u);
-    MeshData mesh;
+    Mesh mesh;
     std::string error;
     ASSERT_TRUE(DecodeMesh(payload, &mesh, &error, nullptr)) << error;
-    EXPECT_EQ(mesh.header.vertexCount, 7u);
+    EXPECT_EQ(mesh.payload.data(), payload.data());  // in place, not copied
     EXPECT_EQ(mesh.header.frameCount, 4u);
     ASSERT_EQ(mesh.batches.size(), 2u);
     EXPECT_EQ(mesh.batches[1].firstVertex, 4u);
     EXPECT_EQ(mesh.triangles[1].corners, (std::array<uint32_t, 3>{1, 2, 3}));
+    ASSERT_EQ(mesh.vertices.size(), 7u);
+    EXPECT_EQ(mesh.vertices.Bytes().data(), payload.data() + 172);
     ASSERT_EQ(mesh.frames.size(), 3u);
     EXPECT_EQ(mesh.frames[0].storedBytes, 7u * 40);
     EXPECT_EQ(mesh.frames[2].storedBytes, 7u * 20);  // 12 position + 8 texture bytes per vertex
+    EXPECT_EQ(mesh.frames[2].dataOffset, 626u);
     EXPECT_EQ(mesh.frames[2].time, 300);
     EXPECT_EQ(mesh.frames[2].delta, 100);
-    const VertexRecord& carried = mesh.frames[2].vertices[5];
-    EXPECT_EQ(carried.position, (std::array<float, 3>{5.0f, 1.0f, 2.0f}));
-    EXPECT_EQ(carried.u, -1.0f);
-    EXPECT_EQ(carried.normal, (std::array<float, 3>{0.0f, 0.0f, 1.0f}));  // not stored: frame 0's
-    EXPECT_EQ(carried.material, 3u);
-    EXPECT_EQ(carried.colour, 0xFFFFFFFFu);
+
+    for (size_t f = 0; f < 3; ++f) {
+        const std::vector<Vertex> all = mesh.FrameVertices(f);
+        ASSERT_EQ(all.size(), 7u);
+        for (size_t v = 0; v < 7; ++v) {
+            const Vertex& want = sample.frames[f].vertices[v];
+            const Vertex got = mesh.FrameVertex(f, v);
+            EXPECT_EQ(std::memcmp(&got, &all[v], sizeof got), 0) << f << " " << v;
+            EXPECT_EQ(got.position.z, want.position.z) << f << " " << v;
+            EXPECT_EQ(got.u, want.u) << f << " " << v;
+            EXPECT_EQ(got.v, 1.0f);
+            EXPECT_EQ(got.normal.x, 0.0f);  // never stored after frame 0
+            EXPECT_EQ(got.material, v < 4 ? 0u : 3u);
+            EXPECT_EQ(got.colour, 0xFFFFFFFFu);
+        }
+    }
 }
 
 TEST(MeshDecoding, DamagedPayloadsFailAtTheRightByte)
@@ -79,6 +96,7 @@ TEST(MeshDecoding, DamagedPayloadsFailAtTheRightByte)
         const char* reason;
     } cases[] = {
         {"cut short", [](Bytes& b) { b.pop_back(); }, 610, "frame 2 (7 vertices of 20 bytes and a marker) does not fit"},
+        {"frame 0 without its marker", [](Bytes& b) { b.resize(452); }, 40, "batches, triangles and vertices of 28 bytes do not fit"},
         {"end marker replaced", [](Bytes& b) { b.back() = 1; }, 767, "frame 3 (7 vertices of 20 bytes and a marker) does not fit into the 0 bytes"},
         {"corner outside its batch", [](Bytes& b) { PutU32(b, 96 + 40 + 8, 3); }, 144,
          "triangle 2 corner 1 is 3, outside the 3 vertices of its batch 1"},
@@ -101,23 +119,23 @@ TEST(MeshDecoding, DamagedPayloadsFailAtTheRightByte)
     for (const auto& c : cases) {
         Bytes damaged = valid;
         c.damage(damaged);
-        MeshData mesh;
+        Mesh mesh;
         std::string error;
         size_t position = 0;
         EXPECT_FALSE(DecodeMesh(damaged, &mesh, &error, &position)) << c.name;
         EXPECT_EQ(position, c.position) << c.name << ": " << error;
         EXPECT_NE(error.find(c.reason), std::string::npos) << c.name << ": " << error;
-        EXPECT_TRUE(mesh.frames.empty()) << c.name;
+        EXPECT_TRUE(mesh.frames.empty() && mesh.vertices.empty()) << c.name;
     }
 }
 
 // A root with one mesh node "Box" under it and two texture sets.
-Bytes SampleFile(const MeshData& mesh, size_t sets = 2)
+Bytes SampleFile(const MeshShape& mesh, size_t sets = 2)
 {
     NodeShape root{"root", {}, nullptr, nullptr, {}};
-    root.info.flags = 1;
+    root.info.flags = kRootFlags;
     root.children.push_back({"Box", InfoFor(kIdentity), nullptr, &mesh, {}});
-    std::vector<std::vector<TextureEntryRecord>> textureSets = {{{0, "wood.tga"}}, {{1, "leaf.tga"}, {1, "leaf.tga"}}};
+    std::vector<std::vector<TextureEntry>> textureSets = {{{0, "wood.tga"}}, {{1, "leaf.tga"}, {1, "leaf.tga"}}};
     textureSets.resize(sets);
     return BuildFile(root, textureSets);
 }
@@ -126,39 +144,94 @@ Bytes SampleFile(const MeshData& mesh, size_t sets = 2)
 uint64_t ChunkStart(const Bytes& file, uint32_t id)
 {
     VernContainer container;
-    EXPECT_EQ(DecodeVern(file, &container, nullptr), S_OK);
+    EXPECT_TRUE(DecodeVern(file, &container, nullptr));
     for (const VernDecodedChunk& chunk : container.chunks)
         if (chunk.id == id)
             return container.header.dataOffset + chunk.offset;
     return 0;
 }
 
-TEST(SceneDecoding, MeshNodesKeepPayloadAndDecodedMesh)
+TEST(SceneDecoding, MeshesLieInTheBytesAtAnyAlignment)
 {
-    const MeshData sample = SampleMesh();
+    const MeshShape sample = SampleMesh();
     const Bytes file = SampleFile(sample);
+    const uint64_t meshStart = ChunkStart(file, kChunkMesh);
+    // Shifted by 0 to 3 bytes, records sit at every alignment; the sanitizers see every access.
+    for (size_t shift = 0; shift < 4; ++shift) {
+        Bytes shifted(shift, 0xEE);
+        shifted.insert(shifted.end(), file.begin(), file.end());
+        const std::span<const uint8_t> bytes(shifted.data() + shift, file.size());
+        Scene scene;
+        std::string error;
+        ASSERT_TRUE(Decode(bytes, &scene, &error)) << error;
+        EXPECT_FALSE(scene.storage);  // the caller's bytes, referred to
+        ASSERT_EQ(scene.nodes.size(), 2u);
+        const Node& box = scene.nodes[1];
+        EXPECT_EQ(box.name, "Box");
+        EXPECT_EQ(box.depth, 1u);
+        EXPECT_TRUE(box.hasMesh);
+        EXPECT_EQ(box.mesh.payload.data(), bytes.data() + meshStart);
+        EXPECT_EQ(Bytes(box.mesh.payload.begin(), box.mesh.payload.end()), EncodeMesh(sample));
+        EXPECT_EQ(box.mesh.FrameVertex(2, 6).position.z, 2.0f);
+        EXPECT_EQ(box.mesh.triangles[2].corners[1], 2u);
+        ASSERT_EQ(scene.textureSets.size(), 2u);
+        EXPECT_EQ(scene.textureSets[1][1].fileName, "leaf.tga");
+        const Totals totals = CountTotals(scene);
+        EXPECT_EQ(totals.triangles, 3u);
+        EXPECT_EQ(totals.storedFrames, 3u);
+        EXPECT_EQ(totals.frames, 4u);
+        EXPECT_EQ(totals.textures, 3u);
+    }
+    // Handed over, the bytes live as long as the scene and its copies.
+    Scene copy;
+    {
+        Scene owner;
+        std::string error;
+        ASSERT_TRUE(Decode(Bytes(file), &owner, &error)) << error;
+        EXPECT_TRUE(owner.storage);
+        copy = owner;
+    }
+    EXPECT_EQ(copy.nodes[1].mesh.FrameVertex(1, 3).position.z, 1.0f);
+}
+
+// The parent moves from (0,0,0) to (10,0,0) over a second along a straight Bezier curve and
+// turns a quarter about z by its second rotation key; the child stands 1 along the parent's x.
+TEST(SceneDecoding, WorldTransformsFollowTheKeysUpTheTree)
+{
+    Animation moves;
+    moves.positionKeys = {{0, {0, 0, 0}, {0, 0, 0}, {10.0f / 3, 0, 0}}, {1000, {10, 0, 0}, {20.0f / 3, 0, 0}, {10, 0, 0}}};
+    const float quarter = std::numbers::pi_v<float> / 2;
+    moves.rotationKeys = {{0, {0, 0, 1}, 0.0f, kIdentity}, {1000, {0, 0, 1}, -quarter, kIdentity}};
+    Matrix offset = kIdentity;
+    offset(3, 0) = 1.0f;
+    NodeShape root{"root", {}, nullptr, nullptr, {}};
+    root.info.flags = kRootFlags;
+    NodeShape parent{"parent", InfoFor(kIdentity), &moves, nullptr, {}};
+    parent.children.push_back({"child", InfoFor(offset), nullptr, nullptr, {}});
+    root.children.push_back(parent);
     Scene scene;
     std::string error;
-    ASSERT_TRUE(Decode(file, &scene, &error)) << error;
-    ASSERT_EQ(scene.nodes.size(), 2u);
-    const Node& box = scene.nodes[1];
-    EXPECT_EQ(box.name, "Box");
-    EXPECT_EQ(box.depth, 1u);
-    EXPECT_TRUE(box.hasMesh);
-    EXPECT_EQ(box.meshPayload, EncodeMesh(sample));
-    EXPECT_EQ(box.mesh.frames.size(), 3u);
-    ASSERT_EQ(scene.textureSets.size(), 2u);
-    EXPECT_EQ(scene.textureSets[1][1].fileName, "leaf.tga");
-    const Totals totals = CountTotals(scene);
-    EXPECT_EQ(totals.triangles, 3u);
-    EXPECT_EQ(totals.storedFrames, 3u);
-    EXPECT_EQ(totals.frames, 4u);
-    EXPECT_EQ(totals.textures, 3u);
+    ASSERT_TRUE(Decode(BuildFile(root, {}), &scene, &error)) << error;
+    ASSERT_EQ(scene.nodes.size(), 3u);
+    ASSERT_EQ(scene.nodes[2].name, "child");
+
+    const struct {
+        uint32_t time;
+        float x, y;  // the child's place
+    } cases[] = {{0, 1, 0}, {500, 5 + 0.70710678f, 0.70710678f}, {1000, 10, 1}, {4000, 10, 1}};
+    for (const auto& c : cases) {
+        const Matrix world = WorldTransformAt(scene, 2, c.time);
+        EXPECT_NEAR(world(3, 0), c.x, 1e-5f) << c.time;
+        EXPECT_NEAR(world(3, 1), c.y, 1e-5f) << c.time;
+        EXPECT_EQ(world(3, 3), 1.0f);
+        EXPECT_EQ(LocalTransformAt(scene.nodes[2], c.time).m, offset.m);  // no keys: the record's matrix
+    }
+    EXPECT_EQ(LocalTransformAt(scene.nodes[0], 500).m, kIdentity.m);  // the root has no matrix
 }
 
 TEST(SceneDecoding, FailuresNameChunkAndFileOffset)
 {
-    const MeshData sample = SampleMesh();
+    const MeshShape sample = SampleMesh();
     const Bytes valid = SampleFile(sample);
     const uint64_t mesh = ChunkStart(valid, kChunkMesh);
     const uint32_t directory = GetU32(valid, 24);
@@ -183,6 +256,12 @@ TEST(SceneDecoding, FailuresNameChunkAndFileOffset)
                      "directory entry 3, file offset " + std::to_string(directory + 48) +
                          ": chunk bytes reach past the data area"});
     cases.push_back({"cut short", Bytes(valid.begin(), valid.end() - 1), "directory reaches past the end of the file"});
+    const uint64_t table = ChunkStart(valid, kChunkTextureTable);
+    Bytes entries = valid;
+    PutU32(entries, table + 12 + 8, 100);  // set 0's entry count
+    cases.push_back({"more texture entries than the table holds", entries,
+                     "ChunkTextureTable (directory entry 4), file offset " + std::to_string(table + 20) +
+                         ": 100 texture entries do not fit into the table"});
     Bytes guid = valid;
     guid[8] ^= 1;
     cases.push_back({"other file type", guid, "header, file offset 8: the file type GUID is not that of vern3D"});
@@ -196,30 +275,44 @@ TEST(SceneDecoding, FailuresNameChunkAndFileOffset)
     }
 }
 
-TEST(SceneDecoding, AnyTruncationOrByteFlipEndsInAResult)
+// Whatever decodes can be walked whole: every frame vertex and every transform.
+void Walk(const Scene& scene)
 {
-    const MeshData sample = SampleMesh();
+    for (uint32_t n = 0; n < scene.nodes.size(); ++n) {
+        const Node& node = scene.nodes[n];
+        (void)WorldTransformAt(scene, n, 250);
+        for (size_t f = 0; node.hasMesh && f < node.mesh.frames.size(); ++f)
+            (void)node.mesh.FrameVertices(f);
+    }
+}
+
+TEST(SceneDecoding, AnyByteFlipEndsInAResult)
+{
+    const MeshShape sample = SampleMesh();
     Animation keys;
     keys.positionKeys = {{0, {0, 0, 0}, {}, {}}, {500, {1, 2, 3}, {}, {}}};
     NodeShape root{"root", {}, nullptr, nullptr, {}};
-    root.info.flags = 1;
+    root.info.flags = kRootFlags;
     root.children.push_back({"Box", InfoFor(kIdentity), &keys, &sample, {}});
     const Bytes valid = BuildFile(root, {{{0, "a.tga"}}, {}});
     Scene scene;
     std::string error;
     ASSERT_TRUE(Decode(valid, &scene, &error)) << error;
 
-    for (size_t length = 0; length < valid.size(); ++length)
-        EXPECT_FALSE(Decode(std::span(valid.data(), length), &scene, &error)) << length;
     std::mt19937 random(11);
+    int decoded = 0;
     for (int round = 0; round < 3000; ++round) {
         Bytes damaged = valid;
         for (int flips = 1 + round % 4; flips > 0; --flips)
             damaged[random() % damaged.size()] = static_cast<uint8_t>(random());
-        if (!Decode(damaged, &scene, &error)) {
+        if (Decode(damaged, &scene, &error)) {
+            Walk(scene);
+            ++decoded;
+        } else {
             EXPECT_FALSE(error.empty());
         }
     }
+    EXPECT_GT(decoded, 0);  // values that need no check do get changed
 }
 
 }  // namespace
