@@ -43,6 +43,9 @@ enum MessageId : uint32_t {
     kMessageDefaultTiming = 36,
     kMessageVersionMissing = 37,
     kMessageNoEdgeFlags = 38,
+    // Output beyond the bound of the file's lists.
+    kMessageRenderMeshTooLarge = 40,
+    kMessageFramesTooLarge = 41,
     kMessageCouldNotOpen = 4096,
     kMessageErrorPrefix = 4097,
     kMessageCouldNotReadChar = 4098,

@@ -14,6 +14,10 @@ struct NodeWriteContext {
     LittleEndianBuffer record;  // scratch space for one record
 };
 
+// A node's write stopped on an error it has already reported with file and line (output beyond
+// the bound of the file's lists): no further report, and no output is left for the input.
+constexpr HRESULT kWriteRefused = static_cast<HRESULT>(0x80044101u);
+
 // Chunk ids of the vern3D layout.
 enum : uint32_t {
     ChunkNode = 0x10000,
