@@ -130,6 +130,55 @@ std::string AnimationFile(int vertices, int frames)
     return file;
 }
 
+// A grid of `side` x `side` vertices whose face corners each have a texture vertex of their own
+// (three render vertices per face) animated over `frames` frames that list only their vertices:
+// each frame is small in the text and large once rebuilt on the render vertices.
+std::string UnweldedAnimationFile(int side, int frames)
+{
+    const std::string file = TempFile("makevern3d-bench-unwelded-" + std::to_string(side) + "x" +
+                                      std::to_string(frames) + ".ase");
+    if (std::filesystem::exists(file))
+        return file;
+    std::ofstream out(file, std::ios::binary);
+    char line[256];
+    const auto vertices = [&](int frame) {
+        out << "*MESH_VERTEX_LIST {\n";
+        for (int i = 0; i < side * side; ++i) {
+            std::snprintf(line, sizeof line, "*MESH_VERTEX %d %d %d %.2f\n", i, i % side, i / side,
+                          0.01 * ((i * 7919) % 29) + 0.1 * frame);
+            out << line;
+        }
+        out << "}\n";
+    };
+    out << "*MATERIAL_LIST {\n*MATERIAL 0 {\n}\n}\n*GEOMOBJECT {\n*NODE_NAME \"Unwelded\"\n*MATERIAL_REF 0\n*MESH {\n";
+    vertices(0);
+    out << "*MESH_FACE_LIST {\n";
+    for (int f = 0, cell = 0; cell < (side - 1) * (side - 1); ++cell) {
+        const int base = cell / (side - 1) * side + cell % (side - 1);
+        const int faces[2][3] = {{base, base + 1, base + side + 1}, {base, base + side + 1, base + side}};
+        for (const auto& corners : faces)
+            out << "*MESH_FACE " << f++ << ": A: " << corners[0] << " B: " << corners[1] << " C: " << corners[2]
+                << " AB: 1 BC: 1 CA: 1 *MESH_SMOOTHING 1 *MESH_MTLID 0\n";
+    }
+    const int corners = 6 * (side - 1) * (side - 1);
+    out << "}\n*MESH_TVERTLIST {\n";
+    for (int k = 0; k < corners; ++k) {
+        std::snprintf(line, sizeof line, "*MESH_TVERT %d %.4f %.4f 0\n", k, 0.0025 * (k % 400), 0.0025 * (k / 400));
+        out << line;
+    }
+    out << "}\n*MESH_TFACELIST {\n";
+    for (int f = 0; f < corners / 3; ++f)
+        out << "*MESH_TFACE " << f << " " << 3 * f << " " << 3 * f + 1 << " " << 3 * f + 2 << "\n";
+    out << "}\n}\n*MESH_ANIMATION {\n";
+    for (int frame = 0; frame < frames; ++frame) {
+        out << "*MESH {\n";
+        vertices(frame);
+        out << "}\n";
+    }
+    out << "}\n}\n";
+    return file;
+}
+
 // Many small objects (a closed box of 12 faces each, every third one two-sided) sharing three
 // materials, in a flat list under the root.
 std::string ObjectsFile(int objects)
@@ -271,6 +320,13 @@ void ConvertAnimation(benchmark::State& state)
     Run(state, AnimationFile(static_cast<int>(state.range(0)), static_cast<int>(state.range(1))), settings);
 }
 
+void ConvertUnweldedAnimation(benchmark::State& state)
+{
+    ConvertSettings settings;
+    settings.meshAnimFlags = 1 | 2;
+    Run(state, UnweldedAnimationFile(static_cast<int>(state.range(0)), static_cast<int>(state.range(1))), settings);
+}
+
 void ConvertCoinciding(benchmark::State& state) { Run(state, CoincidingFile(static_cast<int>(state.range(0))), {}, true); }
 
 void ConvertFan(benchmark::State& state) { Run(state, FanFile(static_cast<int>(state.range(0))), {}); }
@@ -286,6 +342,8 @@ BENCHMARK(ReadGrid)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::
 BENCHMARK(ConvertGrid)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(ConvertObjects)->Arg(1'000)->Arg(10'000)->Arg(30'000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(ConvertAnimation)->Args({10'000, 100})->Args({10'000, 400})->Args({10'000, 1000})->Unit(benchmark::kMillisecond)->UseRealTime();
+// 100 x 100 vertices, 58,806 render vertices (2.4 MB a frame rebuilt), 100 / 400 frames.
+BENCHMARK(ConvertUnweldedAnimation)->Args({100, 100})->Args({100, 400})->Unit(benchmark::kMillisecond)->UseRealTime();
 // 4,000 to 1,048,000 faces at one place (the largest is refused: its render vertices pass the bound).
 BENCHMARK(ConvertCoinciding)->Arg(4'000)->Arg(16'000)->Arg(64'000)->Arg(1'048'000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(ConvertFan)->Arg(4'000)->Arg(16'000)->Arg(64'000)->Unit(benchmark::kMillisecond)->UseRealTime();
