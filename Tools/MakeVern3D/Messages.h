@@ -43,6 +43,9 @@ enum MessageId : uint32_t {
     kMessageDefaultTiming = 36,
     kMessageVersionMissing = 37,
     kMessageNoEdgeFlags = 38,
+    // Output beyond the bound of the file's lists.
+    kMessageRenderMeshTooLarge = 40,
+    kMessageFramesTooLarge = 41,
     // -ivertex: names that would reach outside the vertex folder, and files that are not read.
     kMessageVertexNameAbsolute = 50,
     kMessageVertexNameParent = 51,

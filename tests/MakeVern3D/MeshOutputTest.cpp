@@ -452,24 +452,28 @@ TEST(FrameStream, FramesChangedAtTheTolerance)
 {
     MeshNode node;
     node.renderVertices.resize(1);
-    auto frame = [&](float x, float u) {
-        auto list = std::make_unique<std::vector<MeshVertex>>(1);
-        (*list)[0].position.x = x;
-        (*list)[0].u = u;
-        node.frameVertices.push_back(std::move(list));
+    auto frame = [](float x, float u) {
+        std::vector<MeshVertex> list(1);
+        list[0].position.x = x;
+        list[0].u = u;
+        return list;
     };
-    EXPECT_FALSE(node.FramesChanged(0, 0, 31));  // no frames
-    frame(0.0f, 0.0f);
-    frame(0.1f, 0.0f);   // exactly the float 0.1 away: equal
-    frame(0.2f, 0.0f);
-    frame(0.0f, 0.0101f);
-    frame(0.0f, 0.01f);  // the float 0.01 lies just below the double bound
-    EXPECT_FALSE(node.FramesChanged(0, 1, 1));
-    EXPECT_TRUE(node.FramesChanged(0, 2, 1));
-    EXPECT_FALSE(node.FramesChanged(0, 2, 0));
-    EXPECT_FALSE(node.FramesChanged(0, 2, 2 | 4 | 8 | 16));
-    EXPECT_TRUE(node.FramesChanged(0, 3, 16));
-    EXPECT_FALSE(node.FramesChanged(0, 4, 16));
+    const auto origin = frame(0.0f, 0.0f);
+    struct Case {
+        std::vector<MeshVertex> other;
+        uint32_t flags;
+        bool changed;
+    };
+    const Case cases[] = {
+        {frame(0.1f, 0.0f), 1, false},  // exactly the float 0.1 away: equal
+        {frame(0.2f, 0.0f), 1, true},
+        {frame(0.2f, 0.0f), 0, false},
+        {frame(0.2f, 0.0f), 2 | 4 | 8 | 16, false},
+        {frame(0.0f, 0.0101f), 16, true},
+        {frame(0.0f, 0.01f), 16, false},  // the float 0.01 lies just below the double bound
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(node.FramesChanged(origin, c.other, c.flags), c.changed) << c.other[0].position.x << " " << c.flags;
 }
 
 TEST(FrameStream, AnalyseChoosesAFrameAsTheSource)

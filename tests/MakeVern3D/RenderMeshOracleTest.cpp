@@ -587,6 +587,8 @@ TEST(RenderMeshOracle, LargeMeshesOverManyCellsMatchThePlainProcedures)
     for (int i = 0; i < 3; ++i) {
         CheckOne(100000u + static_cast<uint32_t>(i), faceCounts[i], 40, false, coverage);
         CheckOne(200000u + static_cast<uint32_t>(i), faceCounts[i], 40, true, coverage);
+        // Crowded: every position within a step of the origin, so cells split by normal and texture coordinate.
+        CheckOne(300000u + static_cast<uint32_t>(i), faceCounts[i], 1, false, coverage);
     }
     EXPECT_GT(coverage.nearWelds, 0);
 }
@@ -637,35 +639,78 @@ MeshVertex RandomWeldVertex(Rng& rng, const std::vector<MeshVertex>& list)
     return vertex;
 }
 
+// Corners crowded at one place, on lattices of half a tolerance so that matches are met exactly
+// and often: each family varies what the welder must tell apart beyond the position grid.
+MeshVertex CrowdedWeldVertex(Rng& rng, const std::vector<MeshVertex>& list, int family)
+{
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const auto lattice = [&](int range, float step) { return static_cast<float>(rng.Int(-range, range)) * step; };
+    MeshVertex vertex;
+    vertex.position = {lattice(1, 0.05f), 0.0f, 0.0f};
+    vertex.normal = {0.0f, 0.0f, 1.0f};
+    switch (family) {
+    case 0:  // not-a-number normals, or another component that is not a number, among finite ones
+        vertex = RandomWeldVertex(rng, list);
+        vertex.position = {0.0f, 0.0f, 0.0f};
+        if (rng.Chance(0.5))
+            (rng.Chance(0.7) ? vertex.normal.y : rng.Chance(0.5) ? vertex.u : vertex.v) = nan;
+        break;
+    case 1:  // one position, many normals
+        vertex.normal = {lattice(30, 0.05f), lattice(30, 0.05f), lattice(2, 0.05f)};
+        break;
+    case 2:  // many texture coordinates
+        vertex.u = lattice(300, 0.0005f);
+        vertex.v = lattice(4, 0.0005f);
+        break;
+    case 3:  // many materials, a few normals and texture coordinates
+        vertex.material = static_cast<uint32_t>(rng.Int(0, 400));
+        vertex.normal.x = lattice(2, 0.05f);
+        vertex.u = lattice(2, 0.0005f);
+        break;
+    default:  // many positions in one wide cell, with few normals and texture coordinates
+        vertex.position = {lattice(80, 0.05f), lattice(80, 0.05f), lattice(1, 0.05f)};
+        vertex.normal.x = lattice(1, 0.05f);
+        vertex.u = lattice(1, 0.0005f);
+        break;
+    }
+    return vertex;
+}
+
 TEST(RenderMeshOracle, WelderFindsTheFirstMatchOfAScanFromTheStart)
 {
-    int matches = 0, hugeMatches = 0, nearMatches = 0;
-    for (uint32_t seed = 1; seed <= 30; ++seed) {
-        Rng rng(seed);
-        std::vector<MeshVertex> list;
-        VertexWelder welder(list, static_cast<size_t>(rng.Int(0, 40)));  // small: the table grows
-        for (int i = 0; i < 2000; ++i) {
-            const MeshVertex vertex = RandomWeldVertex(rng, list);
-            const int32_t expected = FirstWeld(list, vertex);
-            ASSERT_EQ(welder.Find(vertex), expected)
-                << "seed " << seed << ", vertex " << i << ": " << Text(vertex)
-                << (expected >= 0 ? ", first match " + Text(list[static_cast<size_t>(expected)]) : "");
-            if (expected >= 0) {
-                const Vector3& p = list[static_cast<size_t>(expected)].position;
-                ++matches;
-                hugeMatches += std::fabs(p.x) >= 1e6f || std::fabs(p.y) >= 1e6f || std::fabs(p.z) >= 1e6f;
-                nearMatches += std::memcmp(&p, &vertex.position, sizeof(Vector3)) != 0;
-            }
-            // Matching vertices are appended too now and then, so that lists hold near-duplicates.
-            if (expected < 0 || rng.Chance(0.3)) {
-                list.push_back(vertex);
-                welder.Added();
+    // Family -1: random vertices with huge, non-finite and neighbouring coordinates; the others
+    // crowd one place (cells of 10 units, so the position grid alone does not separate them).
+    for (int family = -1; family <= 4; ++family) {
+        int matches = 0, hugeMatches = 0, nearMatches = 0;
+        for (uint32_t seed = 1; seed <= (family < 0 ? 30u : 4u); ++seed) {
+            Rng rng(seed);
+            std::vector<MeshVertex> list;
+            // A small table grows; the finest position level exists only under wide cells.
+            VertexWelder welder(list, static_cast<size_t>(rng.Int(0, 40)), family < 0 ? 0.0 : 10.0);
+            for (int i = 0; i < (family < 0 ? 2000 : 3000); ++i) {
+                const MeshVertex vertex = family < 0 ? RandomWeldVertex(rng, list) : CrowdedWeldVertex(rng, list, family);
+                const int32_t expected = FirstWeld(list, vertex);
+                ASSERT_EQ(welder.Find(vertex), expected)
+                    << "family " << family << ", seed " << seed << ", vertex " << i << ": " << Text(vertex)
+                    << (expected >= 0 ? ", first match " + Text(list[static_cast<size_t>(expected)]) : "");
+                if (expected >= 0) {
+                    const MeshVertex& match = list[static_cast<size_t>(expected)];
+                    const Vector3& p = match.position;
+                    ++matches;
+                    hugeMatches += std::fabs(p.x) >= 1e6f || std::fabs(p.y) >= 1e6f || std::fabs(p.z) >= 1e6f;
+                    nearMatches += std::memcmp(&match, &vertex, sizeof(MeshVertex)) != 0;
+                }
+                // Matching vertices are appended too now and then, so that lists hold near-duplicates.
+                if (expected < 0 || rng.Chance(0.3)) {
+                    list.push_back(vertex);
+                    welder.Added();
+                }
             }
         }
+        EXPECT_GT(matches, 1000) << family;
+        EXPECT_GT(nearMatches, 0) << family;
+        EXPECT_TRUE(family >= 0 || hugeMatches > 0);
     }
-    EXPECT_GT(matches, 1000);
-    EXPECT_GT(hugeMatches, 0);
-    EXPECT_GT(nearMatches, 0);
 }
 
 }  // namespace

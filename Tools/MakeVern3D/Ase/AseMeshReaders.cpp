@@ -27,6 +27,36 @@ bool AseParser::ResizeList(List& list, int64_t size)
     return true;
 }
 
+uint64_t AseParser::FreeListEntries() const
+{
+    const uint64_t budget = static_cast<uint64_t>(textSize) + kListEntrySlack;
+    return createdListEntries < budget ? budget - createdListEntries : 0;
+}
+
+bool AseParser::CountRenderVertices(uint64_t count, const MeshNode& node)
+{
+    const uint64_t budget = static_cast<uint64_t>(textSize) + kListEntrySlack;
+    createdListEntries += count;
+    if (createdListEntries <= budget)
+        return true;
+    line = node.meshLine;
+    Error(kMessageRenderMeshTooLarge, node.name.c_str(), static_cast<unsigned>(std::min<uint64_t>(budget, 0xFFFFFFFFu)));
+    return false;
+}
+
+bool AseParser::CountFrameVertices(uint64_t frames, uint64_t perFrame, const MeshNode& node)
+{
+    const uint64_t budget = static_cast<uint64_t>(textSize) + kListEntrySlack;
+    // Both factors are below 2^32: the product does not overflow.
+    createdListEntries += frames * perFrame;
+    if (createdListEntries <= budget)
+        return true;
+    line = node.animationLine;
+    Error(kMessageFramesTooLarge, node.name.c_str(), static_cast<unsigned>(perFrame),
+          static_cast<unsigned>(std::min<uint64_t>(budget, 0xFFFFFFFFu)));
+    return false;
+}
+
 template <typename List>
 bool AseParser::GrowForNumber(List& list, int32_t number)
 {

@@ -58,8 +58,10 @@ void AseParser::ReadGeomObject(std::string& symbol)
             if (!ReadInt(keyword, &node.materialRef))
                 return Keyword::ReturnNow;
         } else if (keyword == "*MESH") {
+            node.meshLine = Line();
             ReadMesh(keyword, node.mesh);
         } else if (keyword == "*MESH_ANIMATION") {
+            node.animationLine = Line();
             ReadMeshAnimation(keyword, node);
         } else if (keyword == "*WIREFRAME_COLOR") {
             SkipValues(keyword, 3);

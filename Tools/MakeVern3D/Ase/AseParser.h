@@ -100,6 +100,15 @@ public:
     static constexpr int32_t kMaxListEntries = 1 << 26;
     static constexpr uint64_t kListEntrySlack = 1 << 20;
 
+    // The output's own entries count against the same bound: the render vertices of each mesh and
+    // those rebuilt for each of its animation frames (frames without vertices too). FreeListEntries
+    // is what is left of the bound. The Count operations add their entries and answer true when
+    // they fit; otherwise they report it at the line of the object's *MESH (render vertices) or
+    // *MESH_ANIMATION (frames), and nothing may be written.
+    uint64_t FreeListEntries() const;
+    bool CountRenderVertices(uint64_t count, const MeshNode& node);
+    bool CountFrameVertices(uint64_t frames, uint64_t perFrame, const MeshNode& node);
+
     // Milliseconds of a tick time with the scene's current settings (unsigned 32-bit arithmetic).
     int32_t TicksToMilliseconds(int32_t ticks);
 
@@ -166,6 +175,8 @@ private:
         BlockClosed();
     }
     HRESULT WriteSceneFile();
+    // Leaves no output for this input: what `writer` wrote is closed and removed.
+    void DiscardOutput(VernWriter& writer);
     // Refuses, before anything is written, what the mesh output could not use.
     void CheckMeshes();
     // Reads a material or sub-material number and checks it against kMaxMaterialNumber; under

@@ -1,31 +1,43 @@
 // Mesh animation output: each frame rebuilt on the render mesh's vertex layout, moved by the
 // operations file, compared with the last stored frame and written as a stream in which later
-// frames hold only the components chosen on the command line.
+// frames hold only the components chosen on the command line. Frames are rebuilt where they are
+// needed rather than kept, so memory holds the render mesh and a few frames, not every frame.
 #include "AseParser.h"
 #include "BaseNode.h"
 #include "FrameStream.h"
 #include "VertexNormals.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <memory>
+#include <numeric>
+#include <optional>
 
-void MeshNode::BuildFrameVertices(AseParser&, Mesh& frame, std::vector<MeshVertex>& list)
+void MeshNode::BuildFrameVertices(Mesh& frame, std::vector<MeshVertex>& list, uint32_t parts)
 {
-    SortFaceNormals(frame);
-    const VertexNormals normals(frame);
+    std::optional<VertexNormals> normals;
+    if (parts & kFrameNormal) {
+        SortFaceNormals(frame);
+        normals.emplace(frame);
+    }
     list.resize(vertexSources.size());
     for (size_t i = 0; i < vertexSources.size(); ++i) {
         const VertexSource& source = vertexSources[i];
         MeshVertex& vertex = list[i];
         vertex = MeshVertex{};
         // A frame shorter than the sources need reads zero where it has nothing.
-        if (source.position >= 0 && static_cast<size_t>(source.position) < frame.vertices.size())
+        if ((parts & kFramePosition) && source.position >= 0 &&
+            static_cast<size_t>(source.position) < frame.vertices.size())
             vertex.position = frame.vertices[static_cast<size_t>(source.position)];
-        vertex.normal = normals.VertexNormal(source.face, source.position, source.smoothingGroup);
-        if (source.flip)
-            vertex.normal = {-vertex.normal.x, -vertex.normal.y, -vertex.normal.z};
+        if (normals) {
+            vertex.normal = normals->VertexNormal(source.face, source.position, source.smoothingGroup);
+            if (source.flip)
+                vertex.normal = {-vertex.normal.x, -vertex.normal.y, -vertex.normal.z};
+        }
         vertex.material = source.material;
-        if (source.texVertex >= 0 && static_cast<size_t>(source.texVertex) < frame.texVertices.size()) {
+        if ((parts & kFrameTexture) && source.texVertex >= 0 &&
+            static_cast<size_t>(source.texVertex) < frame.texVertices.size()) {
             const MeshTexVertex& tv = frame.texVertices[static_cast<size_t>(source.texVertex)];
             vertex.u = tv.u;
             vertex.v = 1.0f - tv.v;
@@ -33,13 +45,13 @@ void MeshNode::BuildFrameVertices(AseParser&, Mesh& frame, std::vector<MeshVerte
     }
 }
 
-void MeshNode::ApplyMeshOperations(const std::string& path)
+std::vector<MeshMove> ReadMeshMoves(const std::string& path, const Matrix& world)
 {
+    std::vector<MeshMove> moves;
     std::FILE* file = std::fopen(path.c_str(), "r");
     if (!file)
-        return;
+        return moves;
     const Matrix m = Inverse(world);
-    const size_t count = renderVertices.size();
     for (;;) {
         int32_t first = 0, last = 0;
         float x = 0, y = 0, z = 0;
@@ -51,16 +63,32 @@ void MeshNode::ApplyMeshOperations(const std::string& path)
                         x * m(0, 2) + y * m(1, 2) + z * m(2, 2)};
         const auto from = static_cast<uint32_t>(first);
         const auto to = static_cast<uint32_t>(last);
-        if (from > to)
-            continue;
-        // Frames that do not exist are left alone.
-        for (uint64_t f = from; f <= to && f < frameVertices.size(); ++f) {
-            std::vector<MeshVertex>& list = *frameVertices[f];
-            for (size_t i = 0; i < count && i < list.size(); ++i)
-                list[i].position = Add(list[i].position, d);
-        }
+        if (from <= to)
+            moves.push_back({from, to, d});
     }
     std::fclose(file);
+    return moves;
+}
+
+MoveSweep::MoveSweep(const std::vector<MeshMove>& moves) : moves(moves), byFirst(moves.size())
+{
+    std::iota(byFirst.begin(), byFirst.end(), 0u);
+    std::stable_sort(byFirst.begin(), byFirst.end(),
+                     [&](uint32_t a, uint32_t b) { return moves[a].first < moves[b].first; });
+}
+
+const std::vector<Vector3>& MoveSweep::At(size_t frame)
+{
+    const size_t before = active.size();
+    while (started < byFirst.size() && moves[byFirst[started]].first <= frame)
+        active.push_back(byFirst[started++]);
+    std::sort(active.begin() + static_cast<std::ptrdiff_t>(before), active.end());
+    std::inplace_merge(active.begin(), active.begin() + static_cast<std::ptrdiff_t>(before), active.end());
+    std::erase_if(active, [&](uint32_t record) { return moves[record].last < frame; });
+    offsets.clear();
+    for (const uint32_t record : active)
+        offsets.push_back(moves[record].offset);
+    return offsets;
 }
 
 namespace {
@@ -77,12 +105,9 @@ bool Deviates(const Vector3& a, const Vector3& b, double tolerance)
 
 }  // namespace
 
-bool MeshNode::FramesChanged(size_t first, size_t second, uint32_t flags) const
+bool MeshNode::FramesChanged(const std::vector<MeshVertex>& a, const std::vector<MeshVertex>& b,
+                             uint32_t flags) const
 {
-    if (frameVertices.empty())
-        return false;
-    const std::vector<MeshVertex>& a = *frameVertices[first];
-    const std::vector<MeshVertex>& b = *frameVertices[second];
     const size_t count = std::min({renderVertices.size(), a.size(), b.size()});
     const double positionTolerance = static_cast<double>(0.1f);
     const double textureTolerance = 0.01;
@@ -137,44 +162,74 @@ void AppendFrameComponents(LittleEndianBuffer& out, const MeshVertex& vertex, ui
     }
 }
 
+namespace {
+
+// The first `count` vertices of a frame (zero beyond its list) with the components `parts`.
+void AppendFrameVertices(LittleEndianBuffer& out, const std::vector<MeshVertex>& list, size_t count, uint32_t parts)
+{
+    for (size_t k = 0; k < count; ++k)
+        AppendFrameComponents(out, k < list.size() ? list[k] : MeshVertex{}, parts);
+}
+
+}  // namespace
+
 HRESULT WriteFrameStream(MeshNode& node, uint32_t flags, const FrameSink& write)
 {
     const size_t frameCount = node.frames.empty() ? 1 : node.frames.size();
     const size_t vertexCount = node.renderVertices.size();
     const uint32_t components = flags & 0xFFu;
+    MoveSweep sweep(node.frameMoves);
+    // A list that nothing else holds any more is filled again instead of a new one.
+    using List = std::shared_ptr<std::vector<MeshVertex>>;
+    List spare;
+    const auto build = [&](size_t i, uint32_t parts) {
+        List list = spare && spare.use_count() == 1 ? std::move(spare) : std::make_shared<std::vector<MeshVertex>>();
+        spare.reset();
+        node.BuildFrameVertices(*node.frames[i], *list, parts);
+        if (parts & kFramePosition) {
+            const std::vector<Vector3>& offsets = sweep.At(i);
+            for (size_t k = 0; k < vertexCount && k < list->size() && !offsets.empty(); ++k)
+                for (const Vector3& d : offsets)
+                    (*list)[k].position = Add((*list)[k].position, d);
+        }
+        return list;
+    };
+
+    // Frame 0 is stored whole; later frames need only the components that are compared and stored.
+    List current = node.frames.empty() ? nullptr : build(0, kFrameAll);
+    List last = current;
     LittleEndianBuffer out;
-    size_t last = 0;
     bool storeNext = false;
     HRESULT status = S_OK;
     for (size_t i = 0; i < frameCount && Succeeded(status); ++i) {
         const bool store = i == 0 || storeNext;
         // Whether the next frame differs from the last stored one is decided here, stored or not.
+        // Without components no frame ever differs, and later frames are not built at all.
         storeNext = false;
-        if (i + 1 < frameCount && node.FramesChanged(last, i + 1, components)) {
-            storeNext = true;
-            last = i + 1;
+        List next;
+        if (i + 1 < frameCount && components != 0) {
+            next = build(i + 1, components);
+            if (node.FramesChanged(*last, *next, components)) {
+                storeNext = true;
+                last = next;
+            }
         }
         if (!store) {
             std::printf("Warning: Frame %d not saved. Because it equals the last frame.\n", static_cast<int>(i));
-            continue;
+        } else {
+            out.Clear();
+            if (i > 0)
+                out.U8(vern3d::kFrameFollows);
+            const int32_t time = node.frames.empty() ? 0 : node.frames[i]->time;
+            const int32_t delta = i == 0 ? 0
+                                         : static_cast<int32_t>(static_cast<uint32_t>(time) -
+                                                                static_cast<uint32_t>(node.frames[i - 1]->time));
+            out.Append(vern3d::FrameHeader{vern3d::kFrameHeaderSize, time, 1, delta});
+            AppendFrameVertices(out, current ? *current : node.renderVertices, vertexCount, i == 0 ? kFrameAll : components);
+            status = write(out);
         }
-        out.Clear();
-        if (i > 0)
-            out.U8(vern3d::kFrameFollows);
-        const int32_t time = node.frames.empty() ? 0 : node.frames[i]->time;
-        const int32_t delta = i == 0 ? 0
-                                     : static_cast<int32_t>(static_cast<uint32_t>(time) -
-                                                            static_cast<uint32_t>(node.frames[i - 1]->time));
-        out.Append(vern3d::FrameHeader{vern3d::kFrameHeaderSize, time, 1, delta});
-        const std::vector<MeshVertex>& list = node.frameVertices.empty() ? node.renderVertices : *node.frameVertices[i];
-        for (size_t k = 0; k < vertexCount; ++k) {
-            const MeshVertex vertex = k < list.size() ? list[k] : MeshVertex{};
-            if (i == 0)
-                AppendFullVertex(out, vertex);
-            else
-                AppendFrameComponents(out, vertex, components);
-        }
-        status = write(out);
+        spare = std::move(current);
+        current = std::move(next);
     }
     if (Succeeded(status)) {
         out.Clear();

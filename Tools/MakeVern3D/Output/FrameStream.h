@@ -1,5 +1,6 @@
 // The frame stream at the end of a mesh chunk: frame 0 complete, then each frame that differs
-// from the last stored one with the components chosen by the flags, then the end marker.
+// from the last stored one with the components chosen by the flags, then the byte 0x00; and the
+// operations file's moves of frames.
 #pragma once
 
 #include "LittleEndian.h"
@@ -8,6 +9,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
+#include <vector>
 
 class MeshNode;
 
@@ -17,10 +20,33 @@ inline constexpr uint32_t kFrameNormal = vern3d::kComponentNormal;
 inline constexpr uint32_t kFrameColour = vern3d::kComponentColour;
 inline constexpr uint32_t kFrameMaterial = vern3d::kComponentMaterial;
 inline constexpr uint32_t kFrameTexture = vern3d::kComponentTexture;
+inline constexpr uint32_t kFrameAll = vern3d::kComponentAll;
+
+// The records of an operations file in file order, each displacement taken into the space of a
+// node with world matrix `world`; records whose range is reversed are left out. A file that cannot
+// be opened gives none; the first record that does not match ends the reading.
+std::vector<MeshMove> ReadMeshMoves(const std::string& path, const Matrix& world);
+
+// Walks a node's frames in increasing order and gives for each the offsets of the records whose
+// range holds it, in file order: adding them one after the other to a position gives the bits of
+// applying the records one after the other to every frame.
+class MoveSweep {
+public:
+    explicit MoveSweep(const std::vector<MeshMove>& moves);
+    const std::vector<Vector3>& At(size_t frame);  // `frame` grows from call to call
+
+private:
+    const std::vector<MeshMove>& moves;
+    std::vector<uint32_t> byFirst;  // record indices ordered by their first frame
+    size_t started = 0;
+    std::vector<uint32_t> active;  // records that have started, in file order
+    std::vector<Vector3> offsets;
+};
 
 void AppendFullVertex(LittleEndianBuffer& out, const MeshVertex& vertex);
 void AppendFrameComponents(LittleEndianBuffer& out, const MeshVertex& vertex, uint32_t flags);
 
-// Receives the stream piece by piece; the first failure ends the stream.
+// Receives the stream piece by piece; the first failure ends the stream. The frames are rebuilt
+// one after the other; only the last stored one, the current one and the next one are kept.
 using FrameSink = std::function<HRESULT(const LittleEndianBuffer&)>;
 HRESULT WriteFrameStream(MeshNode& node, uint32_t flags, const FrameSink& write);

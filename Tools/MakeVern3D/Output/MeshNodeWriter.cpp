@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -138,40 +139,55 @@ HRESULT MeshNode::BeginWrite(NodeWriteContext& context, bool* write)
     ToNodeSpace(mesh);
     for (auto& frame : frames)
         ToNodeSpace(*frame);
-    if (!verticesLoaded)
-        BuildRenderMesh(reader, SourceMesh(*this, settings.analyse));
+    if (!verticesLoaded && !BuildRenderMesh(reader, SourceMesh(*this, settings.analyse)))
+        return kWriteRefused;
+    // Every frame is rebuilt on the render vertices: they count against the bound too.
+    if (!frames.empty() && !reader.HasError() && !reader.CountFrameVertices(frames.size(), vertexSources.size(), *this))
+        return kWriteRefused;
 
-    frameVertices.clear();
-    for (size_t i = 0; i < frames.size(); ++i) {
-        auto list = std::make_unique<std::vector<MeshVertex>>();
-        BuildFrameVertices(reader, *frames[i], *list);
-        std::printf("frame %d  ", static_cast<int>(i));
-        if (reader.HasError()) {
-            *write = false;
-            return S_OK;
-        }
-        frameVertices.push_back(std::move(list));
-    }
-    if (!frames.empty() && !settings.meshOpsFile.empty())
-        ApplyMeshOperations(settings.meshOpsFile);
-
-    // The sphere over every frame's positions (or the render vertices' without frames).
+    // The sphere over every frame's positions (or the render vertices' without frames). Only the
+    // positions of a frame's vertices are made here, moved as the operations file says; the
+    // stream rebuilds the frames once more.
     Sphere sphere;
     bool first = true;
-    auto grow = [&](const MeshVertex& vertex) {
+    auto grow = [&](const Vector3& position) {
         if (first) {
-            sphere = {vertex.position, 0.0f};
+            sphere = {position, 0.0f};
             first = false;
         }
-        MergeSphere(sphere, Sphere{vertex.position, 0.0f});
+        MergeSphere(sphere, Sphere{position, 0.0f});
     };
-    if (frameVertices.empty()) {
+    frameMoves.clear();
+    if (frames.empty()) {
         for (const MeshVertex& vertex : renderVertices)
-            grow(vertex);
+            grow(vertex.position);
     } else {
-        for (const auto& list : frameVertices)
-            for (size_t k = 0; k < renderVertices.size() && k < list->size(); ++k)
-                grow((*list)[k]);
+        std::optional<MoveSweep> sweep;
+        const size_t count = std::min(renderVertices.size(), vertexSources.size());
+        for (size_t i = 0; i < frames.size(); ++i) {
+            std::printf("frame %d  ", static_cast<int>(i));
+            if (reader.HasError()) {
+                *write = false;
+                return S_OK;
+            }
+            if (!sweep) {
+                if (!settings.meshOpsFile.empty())
+                    frameMoves = ReadMeshMoves(settings.meshOpsFile, world);
+                sweep.emplace(frameMoves);
+            }
+            const std::vector<Vector3>& offsets = sweep->At(i);
+            const std::vector<Vector3>& positions = frames[i]->vertices;
+            for (size_t k = 0; k < count; ++k) {
+                // A frame shorter than the sources need reads zero where it has nothing.
+                const int32_t number = vertexSources[k].position;
+                Vector3 p = number >= 0 && static_cast<size_t>(number) < positions.size()
+                                ? positions[static_cast<size_t>(number)]
+                                : Vector3{};
+                for (const Vector3& d : offsets)
+                    p = Add(p, d);
+                grow(p);
+            }
+        }
     }
     meshSphere = sphere;
     if (!hasBounds) {

@@ -131,7 +131,7 @@ int32_t MeshNode::FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_
     return static_cast<int32_t>(renderVertices.size() - 1);
 }
 
-void MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
+bool MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
 {
     renderVertices.clear();
     renderTriangles.clear();
@@ -146,6 +146,9 @@ void MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
     welder = &weld;
     renderVertices.reserve(source.vertices.size());
     renderTriangles.reserve(source.faces.size());
+    // Render vertices count against the bound of the file's lists: building stops at the first
+    // face past it.
+    const uint64_t allowed = reader.FreeListEntries();
 
     for (size_t f = 0; f < source.faces.size(); ++f) {
         const MeshFace& face = source.faces[f];
@@ -219,8 +222,12 @@ void MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
                                         static_cast<uint32_t>(back[2])},
                                        set});
         }
+        if (renderVertices.size() > allowed)
+            break;
     }
     welder = nullptr;
+    if (!reader.CountRenderVertices(renderVertices.size(), *this))
+        return false;
 
     // Triangles of sets without entries never move and nothing passes them; between them the
     // exchange rule orders by (opacity bit, set index), keeping the order of equals.
@@ -277,4 +284,5 @@ void MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
     }
     renderVertices = std::move(vertices);
     vertexSources = std::move(sources);
+    return true;
 }

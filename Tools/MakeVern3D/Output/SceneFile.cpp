@@ -5,6 +5,8 @@
 #include "NodeWriter.h"
 #include "VernWriter.h"
 
+#include <cstdio>
+
 void AseParser::Finish()
 {
     if (settings.compat && !errorFlag) {
@@ -20,9 +22,11 @@ void AseParser::Finish()
         CheckMeshes();
     // The text is not needed once it has been read; the render meshes need the room.
     text.reset();
-    if (!errorFlag && writeOutput && Failed(WriteSceneFile())) {
-        writeFailed = true;
-        Error(kMessageWriteFailed, outputName.c_str());
+    if (!errorFlag && writeOutput) {
+        const HRESULT status = WriteSceneFile();
+        writeFailed = Failed(status);
+        if (writeFailed && status != kWriteRefused)
+            Error(kMessageWriteFailed, outputName.c_str());
     }
     BaseParser::Finish();
 }
@@ -40,6 +44,12 @@ void AseParser::CheckMeshes()
     }
 }
 
+void AseParser::DiscardOutput(VernWriter& writer)
+{
+    writer.Release();
+    std::remove(outputName.c_str());
+}
+
 HRESULT AseParser::WriteSceneFile()
 {
     root->Prepare();
@@ -51,6 +61,10 @@ HRESULT AseParser::WriteSceneFile()
         status = writer.BeginFile();
     if (Succeeded(status))
         status = root->Write(writer, *this, writer.Root());
+    if (status == kWriteRefused) {
+        DiscardOutput(writer);
+        return status;
+    }
 
     // The texture table: the number of sets, then per set its entry count and each entry's
     // flags and bitmap name. After a failure nothing more is written.

@@ -136,28 +136,33 @@ public:
     // -ivertex: the render data from the node's vertex file; reports through `reader`.
     bool ReadVertexFile(AseParser& reader);
 
-    // Render mesh building (see RenderMesh.cpp).
+    // Render mesh building (see RenderMesh.cpp). False when the render vertices would pass the
+    // bound of the file's lists (reported at the object's *MESH line): nothing may be written.
     void ToNodeSpace(Mesh& source);
-    void BuildRenderMesh(AseParser& reader, Mesh& source);
+    bool BuildRenderMesh(AseParser& reader, Mesh& source);
     int32_t FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_t position, int32_t texVertex,
                             int32_t smoothingGroup, uint32_t material, bool flip);
 
-    // Frames (see FrameStream.cpp).
-    void BuildFrameVertices(AseParser& reader, Mesh& frame, std::vector<MeshVertex>& list);
-    void ApplyMeshOperations(const std::string& path);
-    bool FramesChanged(size_t first, size_t second, uint32_t flags) const;
+    // Frames (see FrameStream.cpp). A frame's vertex list is rebuilt when it is needed (once for
+    // the sphere, once for the stream), so that only two or three lists live at any time; `parts`
+    // (component flags) chooses what is filled, the material always is.
+    void BuildFrameVertices(Mesh& frame, std::vector<MeshVertex>& list, uint32_t parts);
+    // Whether frame b deviates from frame a in a component that `flags` selects.
+    bool FramesChanged(const std::vector<MeshVertex>& a, const std::vector<MeshVertex>& b, uint32_t flags) const;
 
     int32_t materialRef = -1;
     std::vector<std::unique_ptr<Mesh>> frames;
     Mesh mesh;
+    int32_t meshLine = 0;       // the line of the object's *MESH, for reports about its output
+    int32_t animationLine = 0;  // ... and of its *MESH_ANIMATION
 
     // Working data of the write.
     std::vector<VertexSource> vertexSources;
     bool verticesLoaded = false;
-    std::vector<std::unique_ptr<std::vector<MeshVertex>>> frameVertices;
     std::vector<MeshVertex> renderVertices;
     std::vector<MeshTriangle> renderTriangles;
     std::vector<MeshBatch> renderBatches;
+    std::vector<MeshMove> frameMoves;  // the operations file's records, in node space
     Sphere meshSphere;  // over every frame, in node space
 
 private:

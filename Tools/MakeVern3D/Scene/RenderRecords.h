@@ -32,5 +32,13 @@ struct MeshBatch {
     uint32_t vertexCount = 0;
 };
 
+// A record of the mesh-animation operations file: frames `first` to `last` (inclusive) move by
+// `offset`, the record's displacement taken into the node's space.
+struct MeshMove {
+    uint32_t first = 0;
+    uint32_t last = 0;
+    Vector3 offset;
+};
+
 static_assert(sizeof(VertexSource) == 28 && offsetof(VertexSource, originalIndex) == 24);
 static_assert(sizeof(MeshBatch) == 16);

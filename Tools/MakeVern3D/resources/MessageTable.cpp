@@ -37,7 +37,7 @@ constexpr std::string_view kHelpText =
     "MakeVern3D.exe \"file with spaces.ase\"\n"
     "\t";
 
-constexpr std::array<std::pair<uint32_t, std::string_view>, 63> kMessages{{
+constexpr std::array<std::pair<uint32_t, std::string_view>, 65> kMessages{{
     {1, "MakeVern3D Version 2.0\n"
         "Copyright (C) The MakeVern3D developers. All rights reserved.\n"
         "\n"},
@@ -81,6 +81,11 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 63> kMessages{{
     {36, "The scene gives no '%s'; %d is taken.\n"},
     {37, "The version number is missing.\n"},
     {38, "Faces come without edge flags; they are taken as 0.\n"},
+    // Output that would pass the bound of the file's lists.
+    {40, "The render mesh of object '%s' would take the vertex and face lists of this file past %u entries, "
+         "more than its size can describe.\n"},
+    {41, "The animation frames of object '%s', each rebuilt on its %u render vertices, would take the vertex and "
+         "face lists of this file past %u entries, more than its size can describe.\n"},
     // -ivertex reads only regular files inside its folder; what is refused is never opened.
     {50, "Object '%s' names its vertex file by an absolute path; vertex files are read only inside the vertex folder.\n"},
     {51, "Object '%s' names its vertex file with a '..' component; vertex files are read only inside the vertex folder.\n"},

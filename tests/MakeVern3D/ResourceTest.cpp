@@ -1,0 +1,217 @@
+// Cost bounded by the input: hostile shapes at two sizes in one run, failing when the cost grows
+// faster than n log n (welding work counted, conversion time and peak heap bytes measured; the
+// figures themselves belong to bench/MeshBench). And output beyond the file's bounds: refused
+// with its line, nothing left behind.
+#include "AseParser.h"
+#include "TestFiles.h"
+#include "VertexWelder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <limits>
+#include <new>
+#include <string>
+
+// Every allocation of this test program carries its size, so that the peak of live heap bytes
+// can be read.
+namespace {
+std::atomic<size_t> liveBytes{0};
+std::atomic<size_t> peakBytes{0};
+constexpr size_t kHeader = 16;
+}  // namespace
+
+namespace {
+void* Allocate(size_t size) noexcept
+{
+    auto* block = static_cast<char*>(std::malloc(size + kHeader));
+    if (!block)
+        return nullptr;
+    *reinterpret_cast<size_t*>(block) = size;
+    const size_t live = liveBytes += size;
+    for (size_t peak = peakBytes; live > peak && !peakBytes.compare_exchange_weak(peak, live);) {
+    }
+    return block + kHeader;
+}
+}  // namespace
+
+void* operator new(size_t size)
+{
+    void* pointer = Allocate(size);
+    if (!pointer)
+        throw std::bad_alloc();
+    return pointer;
+}
+void* operator new[](size_t size) { return operator new(size); }
+void* operator new(size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void* operator new[](size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void operator delete(void* pointer) noexcept
+{
+    if (!pointer)
+        return;
+    char* block = static_cast<char*>(pointer) - kHeader;
+    liveBytes -= *reinterpret_cast<size_t*>(block);
+    std::free(block);
+}
+void operator delete[](void* pointer) noexcept { operator delete(pointer); }
+void operator delete(void* pointer, size_t) noexcept { operator delete(pointer); }
+void operator delete[](void* pointer, size_t) noexcept { operator delete(pointer); }
+void operator delete(void* pointer, const std::nothrow_t&) noexcept { operator delete(pointer); }
+void operator delete[](void* pointer, const std::nothrow_t&) noexcept { operator delete(pointer); }
+
+namespace {
+
+const std::string kMaterial = "*MATERIAL_LIST {\n*MATERIAL 0 {\n}\n}\n";
+
+// An object whose faces are declared by their number alone: every corner lies at vertex 0, its
+// face normal is not a number, and it welds with nothing. `frames` frames follow, each moving
+// vertex 0 by its number (or empty frames).
+std::string AtOnePlace(int faces, int frames = 0, bool emptyFrames = false, const std::string& name = "x")
+{
+    std::string text = "*GEOMOBJECT {\n*NODE_NAME \"" + name + "\"\n*MATERIAL_REF 0\n*MESH {\n*MESH_VERTEX_LIST {\n"
+                       "*MESH_VERTEX 0 0 0 0\n}\n*MESH_FACE_LIST {\n*MESH_FACE " + std::to_string(faces - 1) +
+                       ": A: 0 B: 0 C: 0 AB: 0 BC: 0 CA: 0 *MESH_SMOOTHING 0 *MESH_MTLID 0\n}\n}\n";
+    if (frames > 0) {
+        text += "*MESH_ANIMATION {\n";
+        for (int f = 0; f < frames; ++f)
+            text += emptyFrames ? "*MESH {}\n"
+                                : "*MESH {\n*MESH_VERTEX_LIST {\n*MESH_VERTEX 0 " + std::to_string(f) + " 0 0\n}\n}\n";
+        text += "}\n";
+    }
+    return text + "}\n";
+}
+
+struct Cost {
+    double seconds = std::numeric_limits<double>::max();
+    size_t peak = 0;
+};
+
+// The best of three conversions of `text` with -map; the peak of live heap bytes of the last.
+Cost Convert(const std::string& text)
+{
+    testfiles::ScratchDirectory directory;
+    const std::string source = directory.Write("scene.ase", text);
+    Cost cost;
+    for (int run = 0; run < 3; ++run) {
+        AseParser reader;
+        reader.settings.meshAnimFlags = 1;
+        peakBytes = liveBytes.load();
+        const size_t before = liveBytes;
+        testing::internal::CaptureStdout();
+        const auto start = std::chrono::steady_clock::now();
+        reader.ParseFile(source, directory.File("scene.vern3D"));
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+        testing::internal::GetCapturedStdout();
+        EXPECT_FALSE(reader.HasError()) << reader.ErrorText();
+        cost.seconds = std::min(cost.seconds, took.count());
+        cost.peak = peakBytes - before;
+    }
+    return cost;
+}
+
+TEST(Resources, ConversionTimeAndMemoryGrowNoFasterThanTheInput)
+{
+    // Each family at n and 4n: a cost of n log n grows about 4.6 times, a quadratic one 16 times.
+    // `frameBytes`: what keeping every rebuilt frame would add at 4n beyond n.
+    struct Family {
+        const char* what;
+        std::function<std::string(int)> text;
+        int n;
+        size_t frameBytes;
+    };
+    const Family families[] = {
+        {"faces declared at one place, not-a-number normals", [](int n) { return kMaterial + AtOnePlace(n); }, 16000, 0},
+        {"empty frames of a mesh of 3,000 render vertices",
+         [](int n) { return kMaterial + AtOnePlace(1000, n, true); }, 40, 3 * 40 * 3000 * 40},
+        {"frames over 12 meshes of 150 render vertices",
+         [](int n) {
+             std::string text = kMaterial;
+             for (int m = 0; m < 12; ++m)
+                 text += AtOnePlace(50, n, false, "m" + std::to_string(m));
+             return text;
+         },
+         40, 3 * 40 * 12 * 150 * 40},
+    };
+    for (const Family& family : families) {
+        const Cost small = Convert(family.text(family.n));
+        const Cost large = Convert(family.text(4 * family.n));
+        EXPECT_LT(large.seconds, 10 * small.seconds) << family.what << ": " << small.seconds << " s, then " << large.seconds;
+        if (family.frameBytes) {
+            EXPECT_LT(large.peak, small.peak + family.frameBytes / 10)
+                << family.what << ": peak " << small.peak << " bytes, then " << large.peak;
+        }
+    }
+}
+
+TEST(Resources, WeldingWorkGrowsNoFasterThanTheCorners)
+{
+    // Corners at one place that differ in what each family varies, by more than the tolerance;
+    // each value comes twice, the second time it matches.
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const auto step = [](int k, int across, float size) {
+        return std::pair{static_cast<float>(k % across) * size, static_cast<float>(k / across) * size};
+    };
+    struct Family {
+        const char* what;
+        std::function<MeshVertex(int)> corner;
+    };
+    const Family families[] = {
+        {"not-a-number normals", [&](int) { return MeshVertex{{0, 0, 0}, {0, 0, nan}}; }},
+        {"many normals", [&](int k) { const auto [x, y] = step(k, 200, 0.15f); return MeshVertex{{0, 0, 0}, {x, y, 1}}; }},
+        {"many texture coordinates",
+         [&](int k) { const auto [u, v] = step(k, 200, 0.0015f); return MeshVertex{{0, 0, 0}, {0, 0, 1}, 0xFFFFFFFFu, 0, u, v}; }},
+        {"many materials", [](int k) { return MeshVertex{{0, 0, 0}, {0, 0, 1}, 0xFFFFFFFFu, static_cast<uint32_t>(k)}; }},
+        {"many positions in one wide cell",
+         [&](int k) { const auto [x, y] = step(k, 200, 0.15f); return MeshVertex{{x, y, 0}, {0, 0, 1}}; }},
+    };
+    for (const Family& family : families) {
+        uint64_t work[2] = {0, 0};
+        for (int size : {0, 1}) {
+            std::vector<MeshVertex> list;
+            VertexWelder welder(list, 0, 40.0);  // cells of 40 units: the position grid alone does not separate
+            for (int i = 0; i < (size ? 40000 : 10000); ++i) {
+                const MeshVertex corner = family.corner(i / 2);
+                if (welder.Find(corner) < 0) {
+                    list.push_back(corner);
+                    welder.Added();
+                }
+            }
+            work[size] = welder.Work();
+        }
+        EXPECT_LE(work[1], 6 * work[0]) << family.what << ": work " << work[0] << ", then " << work[1];
+    }
+}
+
+TEST(Resources, OutputBeyondTheFileBoundIsRefusedAndNothingIsLeft)
+{
+    // 350,000 faces give 1,050,000 render vertices; 16,000 faces and 30 frames rebuild 48,000 each.
+    struct Case {
+        std::string text;
+        int line;
+        const char* message;
+    };
+    const Case cases[] = {
+        {kMaterial + AtOnePlace(350000), 8, "The render mesh of object 'x' would take the vertex and face lists"},
+        {kMaterial + AtOnePlace(16000, 30, true), 16,
+         "The animation frames of object 'x', each rebuilt on its 48000 render vertices, would take"},
+    };
+    testfiles::ScratchDirectory directory;
+    for (const Case& c : cases) {
+        const std::string source = directory.Write("scene.ase", c.text);
+        const std::string output = directory.File("scene.vern3D");
+        AseParser reader;
+        testing::internal::CaptureStdout();
+        reader.ParseFile(source, output);
+        EXPECT_EQ(testing::internal::GetCapturedStdout().find("frame 0"), std::string::npos);  // no frame is built
+        EXPECT_EQ(reader.ErrorText().rfind(source + "(" + std::to_string(c.line) + ") error: " + c.message, 0), 0u)
+            << reader.ErrorText();
+        EXPECT_FALSE(testfiles::Exists(output));
+    }
+}
+
+}  // namespace
