@@ -4,6 +4,7 @@
 #include "FilePath.h"
 #include "Messages.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <string_view>
 
@@ -107,6 +108,16 @@ CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSett
             if (!takeValue(value))
                 return CommandLineResult::MissingValue;
             settings.analyse = static_cast<int32_t>(std::strtol(value.c_str(), nullptr, 10));  // atol's reading, without its overflow
+        } else if (option == "weld") {
+            std::string value;
+            if (!takeValue(value))
+                return CommandLineResult::MissingValue;
+            char* end = nullptr;
+            const double tolerance = std::strtod(value.c_str(), &end);
+            if (value.empty() || *end != '\0' || !std::isfinite(tolerance) || tolerance < 0.0)
+                PrintFormattedMessage(kMessageWeldToleranceInvalid, value.c_str(), settings.weldTolerance);
+            else
+                settings.weldTolerance = tolerance;
         } else if (option == "ivertex") {
             settings.ivertex = true;
         } else if (option == "overtex") {

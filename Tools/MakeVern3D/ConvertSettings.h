@@ -17,4 +17,5 @@ struct ConvertSettings {
     bool batch = false;   // -batch: never wait for a key; a failed input makes the exit code 2
     bool uri = false;     // -uri: "file:" names (file:/abs/path, file:///abs/path) for absolute paths
     std::string vertexFolder;  // -vertexdir: the folder -ivertex reads from (empty: the current folder)
+    double weldTolerance = 0.1;  // -weld: how far apart corner positions may lie and still weld
 };

@@ -46,6 +46,9 @@ enum MessageId : uint32_t {
     // Output beyond the bound of the file's lists.
     kMessageRenderMeshTooLarge = 40,
     kMessageFramesTooLarge = 41,
+    // The weld tolerance.
+    kMessageWeldToleranceShrunk = 42,
+    kMessageWeldToleranceInvalid = 43,
     // -ivertex: names that would reach outside the vertex folder, and files that are not read.
     kMessageVertexNameAbsolute = 50,
     kMessageVertexNameParent = 51,

@@ -81,13 +81,22 @@ TEST(ReadCommandLine, OptionsFillTheSettings)
     // -analyse takes the leading number.
     EXPECT_EQ(Parse({"-analyse", "x"}).settings.analyse, 0);
     EXPECT_EQ(Parse({"-analyse", " 12abc"}).settings.analyse, 12);
+
+    // -weld takes a whole number of 0 or more; anything else is said and the tolerance kept.
+    EXPECT_EQ(Parse({"-weld", "0.0025"}).settings.weldTolerance, 0.0025);
+    EXPECT_EQ(Parse({"-weld", "0"}).settings.weldTolerance, 0.0);
+    for (const char* bad : {"0.1x", "", "inf", "nan"}) {
+        const Parsed weld = Parse({"-weld", "0.5", "-weld", bad});
+        EXPECT_EQ(weld.settings.weldTolerance, 0.5) << bad;
+        EXPECT_EQ(weld.printed, "The weld tolerance '" + std::string(bad) + "' is not a number of 0 or more; 0.5 is kept.\n");
+    }
 }
 
 TEST(ReadCommandLine, MissingValuesStopTheRunAndHelpIsPrintedWhereItStands)
 {
     for (const auto& arguments : std::vector<std::vector<const char*>>{
              {"a.ase", "-o"}, {"-o", "-x"}, {"-ma"}, {"-analyse", "/h"}, {"-o -map"}, {"-analyse", "-7"},
-             {"-vertexdir"}}) {
+             {"-vertexdir"}, {"-weld"}}) {
         EXPECT_EQ(Parse(arguments).result, CommandLineResult::MissingValue) << arguments.back();
     }
     const std::string help = testfiles::ReadText(MAKEVERN3D_TEST_DATA "/help_text.txt");

@@ -57,6 +57,15 @@ bool AseParser::CountFrameVertices(uint64_t frames, uint64_t perFrame, const Mes
     return false;
 }
 
+void AseParser::WarnWeldTolerance(const MeshNode& node, double shortest, double used, double insteadOf)
+{
+    const int32_t endLine = line;
+    line = node.meshLine;
+    if (ShowRepeated(kMessageWeldToleranceShrunk))
+        Warning(kMessageWeldToleranceShrunk, node.name.c_str(), shortest, used, insteadOf);
+    line = endLine;
+}
+
 template <typename List>
 bool AseParser::GrowForNumber(List& list, int32_t number)
 {

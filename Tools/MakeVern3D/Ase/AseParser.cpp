@@ -165,6 +165,7 @@ void AseParser::ReportRepeats()
         {kMessageNoEdgeFlags, "face list without edge flags", "face lists without edge flags"},
         {kMessageNonFiniteUnused, "list with unused values that are not finite numbers",
          "lists with unused values that are not finite numbers"},
+        {kMessageWeldToleranceShrunk, "mesh welded within a smaller tolerance", "meshes welded within a smaller tolerance"},
     };
     const int32_t endLine = line;
     for (const Repeats& entry : repeats) {

@@ -108,6 +108,9 @@ public:
     uint64_t FreeListEntries() const;
     bool CountRenderVertices(uint64_t count, const MeshNode& node);
     bool CountFrameVertices(uint64_t frames, uint64_t perFrame, const MeshNode& node);
+    // -compat: the weld tolerance of a mesh shrinks for its short edges (said at its *MESH line,
+    // counted with the warnings that repeat).
+    void WarnWeldTolerance(const MeshNode& node, double shortest, double used, double insteadOf);
 
     // Milliseconds of a tick time with the scene's current settings (unsigned 32-bit arithmetic).
     int32_t TicksToMilliseconds(int32_t ticks);

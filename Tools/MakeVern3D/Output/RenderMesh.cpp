@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <unordered_map>
 
 namespace {
@@ -82,6 +83,25 @@ double HalfTypicalEdge(const Mesh& mesh)
     return lengths[lengths.size() / 2] / 2.0;
 }
 
+// The shortest distance between two corners of a face that lie apart (the largest difference of a
+// component, as the weld compares them), over all faces; infinity without such corners.
+double ShortestEdge(const Mesh& mesh)
+{
+    double shortest = std::numeric_limits<double>::infinity();
+    for (const MeshFace& face : mesh.faces) {
+        const int32_t corners[3] = {face.a, face.b, face.c};
+        for (int k = 0; k < 3; ++k) {
+            const Vector3& p = mesh.vertices[static_cast<size_t>(corners[k])];
+            const Vector3& q = mesh.vertices[static_cast<size_t>(corners[(k + 1) % 3])];
+            const double apart = std::max({std::fabs(double{p.x} - double{q.x}), std::fabs(double{p.y} - double{q.y}),
+                                           std::fabs(double{p.z} - double{q.z})});
+            if (apart > 0.0)
+                shortest = std::min(shortest, apart);
+        }
+    }
+    return shortest;
+}
+
 bool OpacityMapped(const TextureSet& set) { return (set.entries.front().flags & 1) != 0; }
 
 }  // namespace
@@ -142,90 +162,121 @@ bool MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
     const VertexNormals normals(source);
     const FirstByNumber texFaceOf(source.texFaces, [](const MeshTexFace& f) { return f.index; });
     const FirstByNumber texVertexOf(source.texVertices, [](const MeshTexVertex& v) { return v.index; });
-    VertexWelder weld(renderVertices, source.vertices.size(), HalfTypicalEdge(source));
-    welder = &weld;
-    renderVertices.reserve(source.vertices.size());
-    renderTriangles.reserve(source.faces.size());
     // Render vertices count against the bound of the file's lists: building stops at the first
     // face past it.
     const uint64_t allowed = reader.FreeListEntries();
-
-    for (size_t f = 0; f < source.faces.size(); ++f) {
-        const MeshFace& face = source.faces[f];
-        const auto faceNumber = static_cast<int32_t>(f);
-        if (materialRef == -1) {
-            reader.Error(kMessageInvalidMaterialId, -1, name.c_str());
-            break;
-        }
-        // The material reference was checked against the table before writing began.
-        const MaterialTableEntry& entry = reader.materialTable[static_cast<size_t>(materialRef)];
-        MaterialSlot slot = entry.slot;
-        if (entry.subMaterials) {
-            if (static_cast<uint32_t>(face.materialId) < entry.subMaterials->size()) {
-                slot = (*entry.subMaterials)[static_cast<size_t>(face.materialId)];
-            } else {
-                // Once for the material index, once for the texture set and sides.
-                slot = MaterialSlot{};
-                reader.Warning(kMessageInvalidMaterialId, face.materialId, name.c_str());
-                reader.Warning(kMessageInvalidMaterialId, face.materialId, name.c_str());
-            }
-        }
-
-        float u[3] = {0, 0, 0}, v[3] = {0, 0, 0};
-        int32_t texVertex[3] = {-1, -1, -1};
-        const int32_t texFace = texFaceOf.Find(faceNumber);
-        if (texFace >= 0) {
-            const MeshTexFace& tf = source.texFaces[static_cast<size_t>(texFace)];
-            const int32_t numbers[3] = {tf.a, tf.b, tf.c};
+    renderVertices.reserve(source.vertices.size());
+    renderTriangles.reserve(source.faces.size());
+    // Under -compat no face may lose a corner: when welding has merged two corners of a face that
+    // lie apart, the mesh is welded again (without repeating its reports) within a quarter of the
+    // shortest edge, so that no corner can weld with another of its face or with a vertex near both.
+    double tolerance = reader.settings.weldTolerance;
+    const bool keepCorners = reader.settings.compat;
+    for (int pass = 0; pass < 2; ++pass) {
+        const bool report = pass == 0;
+        bool cornerLost = false;
+        const auto lost = [&](const int32_t (&indices)[3], const MeshVertex (&vertices)[3]) {
             for (int k = 0; k < 3; ++k) {
-                texVertex[k] = texVertexOf.Find(numbers[k]);
-                if (texVertex[k] >= 0) {
-                    const MeshTexVertex& tv = source.texVertices[static_cast<size_t>(texVertex[k])];
-                    u[k] = tv.u;
-                    v[k] = 1.0f - tv.v;
+                const int next = (k + 1) % 3;
+                if (indices[k] == indices[next] &&
+                    !(vertices[k].position.x == vertices[next].position.x &&
+                      vertices[k].position.y == vertices[next].position.y &&
+                      vertices[k].position.z == vertices[next].position.z))
+                    return true;
+            }
+            return false;
+        };
+        VertexWelder weld(renderVertices, source.vertices.size(), HalfTypicalEdge(source), tolerance);
+        welder = &weld;
+        for (size_t f = 0; f < source.faces.size(); ++f) {
+            const MeshFace& face = source.faces[f];
+            const auto faceNumber = static_cast<int32_t>(f);
+            if (materialRef == -1) {
+                reader.Error(kMessageInvalidMaterialId, -1, name.c_str());
+                break;
+            }
+            // The material reference was checked against the table before writing began.
+            const MaterialTableEntry& entry = reader.materialTable[static_cast<size_t>(materialRef)];
+            MaterialSlot slot = entry.slot;
+            if (entry.subMaterials) {
+                if (static_cast<uint32_t>(face.materialId) < entry.subMaterials->size()) {
+                    slot = (*entry.subMaterials)[static_cast<size_t>(face.materialId)];
+                } else {
+                    // Once for the material index, once for the texture set and sides.
+                    slot = MaterialSlot{};
+                    if (report) {
+                        reader.Warning(kMessageInvalidMaterialId, face.materialId, name.c_str());
+                        reader.Warning(kMessageInvalidMaterialId, face.materialId, name.c_str());
+                    }
                 }
             }
-        }
 
-        const int32_t corners[3] = {face.a, face.b, face.c};
-        MeshVertex vertices[3];
-        int32_t front[3];
-        for (int k = 0; k < 3; ++k) {
-            MeshVertex& vertex = vertices[k];
-            vertex.position = source.vertices[static_cast<size_t>(corners[k])];
-            vertex.normal = normals.VertexNormal(faceNumber, corners[k], face.smoothingGroup);
-            vertex.material = static_cast<uint32_t>(slot.propertiesIndex);
-            vertex.u = u[k];
-            vertex.v = v[k];
-            front[k] = FindOrAddVertex(vertex, faceNumber, corners[k], texVertex[k], face.smoothingGroup,
-                                       vertex.material, false);
-        }
-        uint32_t flags = (face.ab ? 1u : 0u) | (face.bc ? 2u : 0u) | (face.ca ? 4u : 0u);
-        const auto set = static_cast<uint32_t>(slot.textureSetIndex);
-        // Stored as a, c, b.
-        renderTriangles.push_back({flags,
-                                   {static_cast<uint32_t>(front[0]), static_cast<uint32_t>(front[2]),
-                                    static_cast<uint32_t>(front[1])},
-                                   set});
-        if (slot.twoSided) {
-            int32_t back[3];
-            for (int k = 0; k < 3; ++k) {
-                vertices[k].normal = {-vertices[k].normal.x, -vertices[k].normal.y, -vertices[k].normal.z};
-                back[k] = FindOrAddVertex(vertices[k], faceNumber, corners[k], texVertex[k], face.smoothingGroup,
-                                          vertices[k].material, true);
+            float u[3] = {0, 0, 0}, v[3] = {0, 0, 0};
+            int32_t texVertex[3] = {-1, -1, -1};
+            const int32_t texFace = texFaceOf.Find(faceNumber);
+            if (texFace >= 0) {
+                const MeshTexFace& tf = source.texFaces[static_cast<size_t>(texFace)];
+                const int32_t numbers[3] = {tf.a, tf.b, tf.c};
+                for (int k = 0; k < 3; ++k) {
+                    texVertex[k] = texVertexOf.Find(numbers[k]);
+                    if (texVertex[k] >= 0) {
+                        const MeshTexVertex& tv = source.texVertices[static_cast<size_t>(texVertex[k])];
+                        u[k] = tv.u;
+                        v[k] = 1.0f - tv.v;
+                    }
+                }
             }
-            // The back side lists a, b, c: the edges 0-1 and 2-0 trade their flags.
-            if (((flags & 1u) != 0) != ((flags & 4u) != 0))
-                flags ^= 5u;
+
+            const int32_t corners[3] = {face.a, face.b, face.c};
+            MeshVertex vertices[3];
+            int32_t front[3];
+            for (int k = 0; k < 3; ++k) {
+                MeshVertex& vertex = vertices[k];
+                vertex.position = source.vertices[static_cast<size_t>(corners[k])];
+                vertex.normal = normals.VertexNormal(faceNumber, corners[k], face.smoothingGroup);
+                vertex.material = static_cast<uint32_t>(slot.propertiesIndex);
+                vertex.u = u[k];
+                vertex.v = v[k];
+                front[k] = FindOrAddVertex(vertex, faceNumber, corners[k], texVertex[k], face.smoothingGroup,
+                                           vertex.material, false);
+            }
+            cornerLost = cornerLost || (keepCorners && lost(front, vertices));
+            uint32_t flags = (face.ab ? 1u : 0u) | (face.bc ? 2u : 0u) | (face.ca ? 4u : 0u);
+            const auto set = static_cast<uint32_t>(slot.textureSetIndex);
+            // Stored as a, c, b.
             renderTriangles.push_back({flags,
-                                       {static_cast<uint32_t>(back[0]), static_cast<uint32_t>(back[1]),
-                                        static_cast<uint32_t>(back[2])},
+                                       {static_cast<uint32_t>(front[0]), static_cast<uint32_t>(front[2]),
+                                        static_cast<uint32_t>(front[1])},
                                        set});
+            if (slot.twoSided) {
+                int32_t back[3];
+                for (int k = 0; k < 3; ++k) {
+                    vertices[k].normal = {-vertices[k].normal.x, -vertices[k].normal.y, -vertices[k].normal.z};
+                    back[k] = FindOrAddVertex(vertices[k], faceNumber, corners[k], texVertex[k], face.smoothingGroup,
+                                              vertices[k].material, true);
+                }
+                cornerLost = cornerLost || (keepCorners && lost(back, vertices));
+                // The back side lists a, b, c: the edges 0-1 and 2-0 trade their flags.
+                if (((flags & 1u) != 0) != ((flags & 4u) != 0))
+                    flags ^= 5u;
+                renderTriangles.push_back({flags,
+                                           {static_cast<uint32_t>(back[0]), static_cast<uint32_t>(back[1]),
+                                            static_cast<uint32_t>(back[2])},
+                                           set});
+            }
+            if (renderVertices.size() > allowed)
+                break;
         }
-        if (renderVertices.size() > allowed)
+        welder = nullptr;
+        if (!cornerLost || renderVertices.size() > allowed)
             break;
+        const double shortest = ShortestEdge(source);
+        reader.WarnWeldTolerance(*this, shortest, shortest / 4.0, tolerance);
+        tolerance = shortest / 4.0;
+        renderVertices.clear();
+        vertexSources.clear();
+        renderTriangles.clear();
     }
-    welder = nullptr;
     if (!reader.CountRenderVertices(renderVertices.size(), *this))
         return false;
 

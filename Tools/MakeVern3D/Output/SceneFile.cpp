@@ -28,6 +28,9 @@ void AseParser::Finish()
         if (writeFailed && status != kWriteRefused)
             Error(kMessageWriteFailed, outputName.c_str());
     }
+    // Warnings of the writing (meshes welded within a smaller tolerance) are counted the same way.
+    if (settings.compat)
+        ReportRepeats();
     BaseParser::Finish();
 }
 

@@ -5,10 +5,11 @@
 
 namespace {
 
-constexpr double kPositionTolerance = 0.1;
+constexpr double kNormalTolerance = 0.1;
+constexpr double kNormalCell = 0.2;  // twice the tolerance: a match is at most one cell away
 constexpr double kTextureTolerance = 0.001;
-constexpr double kSmallestCell = 0.2;  // twice the tolerance: a match is at most one cell away
 constexpr double kTextureCell = 0.002;
+constexpr double kFinestPositionCell = 1e-6;  // for tolerances near 0 (any width gives the same answers)
 constexpr double kCellLimit = 4.0e18;
 constexpr uint32_t kSplitAbove = 16;  // a list longer than this splits, unless at the finest level
 
@@ -17,14 +18,14 @@ inline bool Within(float a, float b, double tolerance)
     return std::fabs(static_cast<double>(a) - static_cast<double>(b)) <= tolerance;
 }
 
-inline bool Matches(const MeshVertex& existing, const MeshVertex& added)
+inline bool Matches(const MeshVertex& existing, const MeshVertex& added, double tolerance)
 {
-    return Within(existing.position.x, added.position.x, kPositionTolerance) &&
-           Within(existing.position.y, added.position.y, kPositionTolerance) &&
-           Within(existing.position.z, added.position.z, kPositionTolerance) &&
-           Within(existing.normal.x, added.normal.x, kPositionTolerance) &&
-           Within(existing.normal.y, added.normal.y, kPositionTolerance) &&
-           Within(existing.normal.z, added.normal.z, kPositionTolerance) && existing.colour == added.colour &&
+    return Within(existing.position.x, added.position.x, tolerance) &&
+           Within(existing.position.y, added.position.y, tolerance) &&
+           Within(existing.position.z, added.position.z, tolerance) &&
+           Within(existing.normal.x, added.normal.x, kNormalTolerance) &&
+           Within(existing.normal.y, added.normal.y, kNormalTolerance) &&
+           Within(existing.normal.z, added.normal.z, kNormalTolerance) && existing.colour == added.colour &&
            existing.material == added.material && Within(existing.u, added.u, kTextureTolerance) &&
            Within(existing.v, added.v, kTextureTolerance);
 }
@@ -54,7 +55,7 @@ uint64_t ChildKey(uint64_t parent, const int64_t cell[3])
 uint64_t RootKey(const MeshVertex& v) { return Mix(uint64_t{v.material} << 32 | v.colour); }
 
 // What each level divides into cells: the position (level 0 in cells of the welder's size, level 3
-// in cells of 0.2), the normal (cells of 0.2), or u and v (cells of 0.002).
+// in cells of twice the tolerance), the normal (cells of 0.2), or u and v (cells of 0.002).
 struct Axes {
     double values[3];
     int count;
@@ -62,17 +63,17 @@ struct Axes {
     double tolerance;
 };
 
-inline Axes AxesOf(const MeshVertex& v, int level, double cellSize)
+inline Axes AxesOf(const MeshVertex& v, int level, double cellSize, double finestCell, double tolerance)
 {
     switch (level) {
     case 0:
-        return {{v.position.x, v.position.y, v.position.z}, 3, cellSize, kPositionTolerance};
+        return {{v.position.x, v.position.y, v.position.z}, 3, cellSize, tolerance};
     case 1:
-        return {{v.normal.x, v.normal.y, v.normal.z}, 3, kSmallestCell, kPositionTolerance};
+        return {{v.normal.x, v.normal.y, v.normal.z}, 3, kNormalCell, kNormalTolerance};
     case 2:
         return {{v.u, v.v, 0.0}, 2, kTextureCell, kTextureTolerance};
     default:
-        return {{v.position.x, v.position.y, v.position.z}, 3, kSmallestCell, kPositionTolerance};
+        return {{v.position.x, v.position.y, v.position.z}, 3, finestCell, tolerance};
     }
 }
 
@@ -85,11 +86,9 @@ int64_t CellIndex(double value, double width)
 
 }  // namespace
 
-bool WeldMatches(const MeshVertex& existing, const MeshVertex& added) { return Matches(existing, added); }
-
-VertexWelder::VertexWelder(const std::vector<MeshVertex>& vertices, size_t expected, double spacing)
-    : vertices(vertices), cellSize(std::isfinite(spacing) ? std::max(kSmallestCell, spacing) : kSmallestCell),
-      deepest(cellSize > kSmallestCell ? 3 : 2)
+VertexWelder::VertexWelder(const std::vector<MeshVertex>& vertices, size_t expected, double spacing, double tolerance)
+    : vertices(vertices), tolerance(tolerance), finestCell(std::max(2.0 * tolerance, kFinestPositionCell)),
+      cellSize(std::isfinite(spacing) ? std::max(finestCell, spacing) : finestCell), deepest(cellSize > finestCell ? 3 : 2)
 {
     size_t size = 64;
     while (size < expected * 2)
@@ -100,7 +99,7 @@ VertexWelder::VertexWelder(const std::vector<MeshVertex>& vertices, size_t expec
 
 void VertexWelder::CellOf(const MeshVertex& vertex, int level, int64_t cell[3]) const
 {
-    const Axes axes = AxesOf(vertex, level, cellSize);
+    const Axes axes = AxesOf(vertex, level, cellSize, finestCell, tolerance);
     for (int axis = 0; axis < 3; ++axis)
         cell[axis] = axis < axes.count ? CellIndex(axes.values[axis], axes.width) : 0;
 }
@@ -165,7 +164,7 @@ void VertexWelder::Search(const MeshVertex& vertex, uint64_t parentKey, int32_t&
     // b >= a - t - e (e: the rounding of the double subtraction, far below 1e-9 t), so the rounded
     // a - margin is still <= b, and the cell of b is not below its cell: the rounding of a large
     // value needs no margin of its own.
-    const Axes axes = AxesOf(vertex, Level, cellSize);
+    const Axes axes = AxesOf(vertex, Level, cellSize, finestCell, tolerance);
     const double margin = axes.tolerance * (1.0 + 1e-9);
     int64_t low[3] = {0, 0, 0}, high[3] = {0, 0, 0};
     for (int axis = 0; axis < axes.count; ++axis) {
@@ -189,7 +188,7 @@ void VertexWelder::Search(const MeshVertex& vertex, uint64_t parentKey, int32_t&
                 for (int32_t index = found.first; index >= 0 && (best < 0 || index < best);
                      index = next[static_cast<size_t>(index)]) {
                     ++work;
-                    if (Matches(vertices[static_cast<size_t>(index)], vertex)) {
+                    if (Matches(vertices[static_cast<size_t>(index)], vertex, tolerance)) {
                         best = index;
                         break;
                     }

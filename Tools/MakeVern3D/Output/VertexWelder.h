@@ -1,20 +1,21 @@
 // Welding of render vertices: a new vertex takes the index of the first existing vertex whose
-// position and normal lie within 0.1 of its own in every component, whose colour and material
-// are equal and whose u and v lie within 0.001 (all differences in double precision).
+// position lies within the tolerance (0.1 unless chosen otherwise) and whose normal lies within 0.1
+// of its own in every component, whose colour and material are equal and whose u and v lie within
+// 0.001 (all differences in double precision).
 //
 // A vertex with a component that is not finite (position, normal, u or v) matches nothing: its
 // difference with anything is infinite or not a number, never within a tolerance. Such vertices
 // neither search nor enter the table.
 //
-// The others are kept in a grid over the position with cells at least 0.2 wide (about half the
-// mesh's typical edge, so that a cell holds few positions); colour and material are part of a
-// cell's key. A match lies in one of at most 8 cells around the new position; each cell lists its
+// The others are kept in a grid over the position with cells at least twice the tolerance wide
+// (about half the mesh's typical edge, so that a cell holds few positions); colour and material
+// are part of a cell's key. A match lies in one of at most 8 cells around the new position; each cell lists its
 // vertices in index order, and the smallest matching index over those cells is the one a scan
 // from the start would find first.
 //
 // A cell whose list grows beyond a few vertices splits: its vertices move to cells of a finer key
 // under it (the normal in steps of 0.2, then u and v in steps of 0.002, then, when the first cells
-// are wider than 0.2, the position in steps of 0.2), each list again in index order, and a search
+// are wider, the position in steps of twice the tolerance), each list again in index order, and a search
 // visits below a split cell only the finer cells around the new vertex. Each step is twice its
 // tolerance, so vertices that match nothing before them (all that welding appends) number at most
 // 2^8 in a cell of the finest key: many corners at one place with different normals, texture
@@ -26,13 +27,15 @@
 #include <cstdint>
 #include <vector>
 
-bool WeldMatches(const MeshVertex& existing, const MeshVertex& added);
+constexpr double kWeldTolerance = 0.1;  // the position tolerance of the classic rule
 
 class VertexWelder {
 public:
     // `vertices` is the list being welded; `expected` sizes the table once; `spacing` suggests
-    // the cell size (any value gives the same answers, only the speed differs).
-    VertexWelder(const std::vector<MeshVertex>& vertices, size_t expected, double spacing = 0.0);
+    // the cell size (any value gives the same answers, only the speed differs); `tolerance` is the
+    // position tolerance (0 or more).
+    VertexWelder(const std::vector<MeshVertex>& vertices, size_t expected, double spacing = 0.0,
+                 double tolerance = kWeldTolerance);
 
     // Index of the first vertex of the list that matches, or -1.
     int32_t Find(const MeshVertex& vertex) const;
@@ -67,6 +70,8 @@ private:
     void Search(const MeshVertex& vertex, uint64_t parentKey, int32_t& best) const;
 
     const std::vector<MeshVertex>& vertices;
+    double tolerance;
+    double finestCell;  // twice the tolerance (or a small width when it is near 0)
     double cellSize;
     int deepest;                 // the finest level in use
     std::vector<Cell> cells;     // open addressing, size a power of two
