@@ -4,7 +4,10 @@
 //   cmake --preset bench && cmake --build --preset bench && build/bench/bench/LoadBench
 // Peak memory of one load: /usr/bin/time -v build/bench/Tools/vern3d/vern3d check <file>, on the
 // vern3d-bench-*.vern3D files this leaves in the temporary directory.
-#include "AseParser.h"
+#include "ConversionDriver.h"
+#include "ConvertSettings.h"
+#include "Parser/Reporter.h"
+#include "Scene/Scene.h"
 #include "BenchScenes.h"
 #include "vern/Vern3DDecoder.h"
 
@@ -25,14 +28,16 @@ std::string Converted(const std::string& source, const std::string& name, uint32
     const std::string output = TempFile(name);
     if (std::filesystem::exists(output))
         return output;
-    AseParser reader;
-    reader.settings.meshAnimFlags = componentFlags;
+    ConvertSettings settings;
+    settings.meshAnimFlags = componentFlags;
+    Reporter reporter;
+    Scene scene;
     std::fflush(stdout);
     const int console = ::dup(STDOUT_FILENO);
     const int null = ::open("/dev/null", O_WRONLY);
     ::dup2(null, STDOUT_FILENO);
     const std::string partial = output + ".part";
-    const bool ok = Succeeded(reader.ParseFile(source, partial)) && !reader.HasError();
+    const bool ok = ConvertFile(source, partial, settings, reporter, scene) == Conversion::Converted;
     std::fflush(stdout);
     ::dup2(console, STDOUT_FILENO);
     ::close(console);

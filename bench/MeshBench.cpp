@@ -4,7 +4,10 @@
 //   cmake --preset bench && cmake --build --preset bench && build/bench/bench/MeshBench
 // The generated files (BenchScenes.h and below) stay in the temporary directory for later runs (and
 // for measuring the converter's peak memory: /usr/bin/time -v build/bench/Tools/MakeVern3D/MakeVern3D <file>).
-#include "AseParser.h"
+#include "ConversionDriver.h"
+#include "ConvertSettings.h"
+#include "Parser/Reporter.h"
+#include "Scene/Scene.h"
 #include "BenchScenes.h"
 
 #include <benchmark/benchmark.h>
@@ -134,16 +137,17 @@ std::string EmptyFramesFile(int vertices, int frames)
 void Run(benchmark::State& state, const std::string& file, const ConvertSettings& settings, bool mayFail = false)
 {
     const std::string output = TempFile("makevern3d-bench-out.vern3D");
-    AseParser reader;
-    reader.settings = settings;
     // The converter's own console text (frame progress, warnings) goes to /dev/null meanwhile.
     std::fflush(stdout);
     const int console = ::dup(STDOUT_FILENO);
     const int null = ::open("/dev/null", O_WRONLY);
     ::dup2(null, STDOUT_FILENO);
     bool failed = false;
-    for (auto _ : state)
-        failed = Failed(reader.ParseFile(file, output)) || failed;
+    for (auto _ : state) {
+        Reporter reporter;
+        Scene scene;
+        failed = ConvertFile(file, output, settings, reporter, scene) != Conversion::Converted || failed;
+    }
     std::fflush(stdout);
     ::dup2(console, STDOUT_FILENO);
     ::close(console);

@@ -1,7 +1,7 @@
 // ScanFloat and ScanInt against sscanf on the words a scene exporter writes: coordinates with four
 // decimals ("-12.3456", "0.0000"), vertex and face indices ("160"). Items per second give the
 // cost of one number.
-#include "NumberScan.h"
+#include "Parser/NumberScan.h"
 
 #include <benchmark/benchmark.h>
 

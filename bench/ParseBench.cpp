@@ -1,8 +1,11 @@
 // Scanning and dispatch speed on a large generated ASE file (a grid mesh with normals and texture
 // coordinates, about 110 MB), reported as bytes per second.
 //   cmake --preset bench && cmake --build --preset bench && build/bench/bench/ParseBench
-#include "AseParser.h"
-#include "BaseParser.h"
+#include "ConversionDriver.h"
+#include "ConvertSettings.h"
+#include "Parser/Reporter.h"
+#include "Scene/Scene.h"
+#include "Parser/BaseParser.h"
 
 #include <benchmark/benchmark.h>
 
@@ -72,6 +75,7 @@ const std::string& LargeFile()
 // block is skipped symbol by symbol).
 class CountingParser : public BaseParser {
 public:
+    using BaseParser::BaseParser;
     void HandleSymbol(std::string&) override { ++symbols; }
     uint64_t symbols = 0;
 };
@@ -83,8 +87,9 @@ void ScanAndDispatch(benchmark::State& state)
     for (auto _ : state) {
         // Loading is one read into one buffer; ReadAseFile below measures it with everything else.
         state.PauseTiming();
-        CountingParser parser;
-        if (Failed(parser.Load(file, "unused")))
+        Reporter reporter;
+        CountingParser parser(reporter);
+        if (Failed(parser.Load(file)))
             state.SkipWithError("cannot load");
         state.ResumeTiming();
         parser.ParseSymbols();
@@ -107,10 +112,11 @@ void ReadAseFile(benchmark::State& state)
     const int sink = ::open("/dev/null", O_WRONLY);
     ::dup2(sink, STDOUT_FILENO);
     for (auto _ : state) {
-        AseParser reader;
-        reader.ParseFile(file, output);
-        if (reader.HasError())
-            state.SkipWithError(reader.ErrorText().c_str());
+        Reporter reporter;
+        Scene scene;
+        ConvertFile(file, output, {}, reporter, scene);
+        if (reporter.HasError())
+            state.SkipWithError(reporter.ErrorText().c_str());
     }
     std::fflush(stdout);
     ::dup2(console, STDOUT_FILENO);

@@ -1,7 +1,10 @@
 // Reading and writing scenes of many helper objects, in long parent chains and wide fans, to show
 // that the cost grows linearly with the number of objects.
 //   cmake --preset bench && cmake --build --preset bench && build/bench/bench/SceneBench
-#include "AseParser.h"
+#include "ConversionDriver.h"
+#include "ConvertSettings.h"
+#include "Parser/Reporter.h"
+#include "Scene/Scene.h"
 
 #include <benchmark/benchmark.h>
 
@@ -38,10 +41,11 @@ void ConvertHelpers(benchmark::State& state)
     const std::string file = WriteScene(objects, chain);
     const std::string output = file + ".vern3D";
     for (auto _ : state) {
-        AseParser reader;
-        reader.ParseFile(file, output);
-        if (reader.HasError())
-            state.SkipWithError(reader.ErrorText().c_str());
+        Reporter reporter;
+        Scene scene;
+        ConvertFile(file, output, {}, reporter, scene);
+        if (reporter.HasError())
+            state.SkipWithError(reporter.ErrorText().c_str());
     }
     state.SetItemsProcessed(state.iterations() * objects);
 }

@@ -1,5 +1,8 @@
-// Any bytes as an ASE file: the reader must end in an error or a valid vern3D file.
-#include "AseParser.h"
+// Any bytes as an ASE file: the conversion must end in an error or a valid vern3D file.
+#include "ConversionDriver.h"
+#include "ConvertSettings.h"
+#include "Parser/Reporter.h"
+#include "Scene/Scene.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -24,12 +27,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     // Warnings go to standard output; keep the fuzzer's console readable.
     std::FILE* quiet = std::freopen("/dev/null", "w", stdout);
     (void)quiet;
-    AseParser reader;
     // The input's length picks the frame components, the analysed frame and -compat, so that every
     // kind of frame stream and the readers of other exporters' files are reached.
-    reader.settings.meshAnimFlags = static_cast<uint32_t>(size % 32);
-    reader.settings.analyse = static_cast<int32_t>(size / 32 % 3);
-    reader.settings.compat = size / 96 % 2 == 1;
-    reader.ParseFile(input, output);
+    ConvertSettings settings;
+    settings.meshAnimFlags = static_cast<uint32_t>(size % 32);
+    settings.analyse = static_cast<int32_t>(size / 32 % 3);
+    settings.compat = size / 96 % 2 == 1;
+    Reporter reporter;
+    Scene scene;
+    ConvertFile(input, output, settings, reporter, scene);
     return 0;
 }

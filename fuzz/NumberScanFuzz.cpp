@@ -2,7 +2,7 @@
 // input, in success, in the value's bits (sign of zero and NaN patterns included) and in leaving
 // the value alone on failure; ScanFloatOrWindowsSpecial with ScanFloat wherever no '#' is
 // written. Any disagreement aborts so that the fuzzer keeps the input.
-#include "NumberScan.h"
+#include "Parser/NumberScan.h"
 
 #include <bit>
 #include <cstdint>

@@ -2,7 +2,7 @@
 
 #include "Console.h"
 #include "FilePath.h"
-#include "Messages.h"
+#include "resources/Messages.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -150,6 +150,10 @@ CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSett
         }
         kind = tokens.Next(token);
     }
+    // -overtex is accepted and changes nothing; -ivertex clears it (the render data then comes
+    // from vertex files), once, here: settings stay as read while files are converted.
+    if (settings.ivertex)
+        settings.overtex = false;
     // Under -uri the names are taken apart once the whole line has been read, so the switch may
     // stand anywhere.
     if (settings.uri) {

@@ -1,9 +1,7 @@
 #include "Console.h"
 
-#include "ResString.h"
+#include "AbstractData/ResString.h"
 
-#include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <string>
 #include <poll.h>
@@ -23,39 +21,16 @@ void PrintMessage(uint32_t id)
     PrintText(text);
 }
 
-void PrintFormattedMessage(uint32_t id, ...)
+void PrintFormattedText(std::string text)
 {
-    ResString format;
-    format.Load(id);
-    char buffer[1024];
-    va_list args;
-    va_start(args, id);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    const int length = std::vsnprintf(buffer, sizeof buffer, format.c_str(), args);
-#pragma GCC diagnostic pop
-    va_end(args);
-    if (length > 0)
-        PrintText(std::string_view(buffer, std::min<size_t>(static_cast<size_t>(length), sizeof buffer - 1)));
+    constexpr size_t kBuffer = 1024;
+    if (text.size() >= kBuffer)
+        text.resize(kBuffer - 1);
+    PrintText(text);
 }
 
-void PrintErrorLine(uint32_t id, ...)
+void PrintErrorText(std::string_view text)
 {
-    ResString format;
-    format.Load(id);
-    va_list args;
-    va_start(args, id);
-    va_list copy;
-    va_copy(copy, args);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    const int length = std::vsnprintf(nullptr, 0, format.c_str(), copy);
-    va_end(copy);
-    std::string text(static_cast<size_t>(std::max(length, 0)) + 1, '\0');
-    std::vsnprintf(text.data(), text.size(), format.c_str(), args);
-#pragma GCC diagnostic pop
-    va_end(args);
-    text.resize(static_cast<size_t>(std::max(length, 0)));
     std::fflush(stdout);
     std::fwrite(text.data(), 1, text.size(), stderr);
 }

@@ -1,4 +1,5 @@
-// Conversion settings taken from the command line; they live for the whole run.
+// Conversion settings taken from the command line; they live for the whole run and are read-only
+// once the command line has been read.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +11,7 @@ struct ConvertSettings {
     std::vector<std::string> objectNames;  // -obj: the top-level objects to keep
     std::string meshOpsFile;               // -ma: mesh-animation operations file
     bool ivertex = false;                  // -ivertex
-    bool overtex = false;                  // -overtex
+    bool overtex = false;                  // -overtex (no effect; cleared by -ivertex)
     int32_t analyse = 0;                   // -analyse: frame used as the source mesh when > 0
     // Switches of ours; each off by default, so that the classic conversion stays as it was.
     bool compat = false;  // -compat: accept what other exporters write, with a warning per departure

@@ -1,22 +1,21 @@
 // MakeVern3D: compiles ASE scene files into vern3D files.
-#include "AseParser.h"
 #include "CommandLine.h"
 #include "Console.h"
 #include "ConversionDriver.h"
-#include "Messages.h"
+#include "ConvertSettings.h"
+#include "resources/Messages.h"
 
 #include <cstdio>
 
 int main(int argc, char** argv)
 {
-    // The reader exists first: it carries the settings that the command line fills.
-    AseParser reader;
     PrintMessage(kMessageBanner);
+    ConvertSettings settings;
     CommandLine commandLine;
-    if (ReadCommandLine(argc, argv, reader.settings, commandLine) == CommandLineResult::MissingValue) {
+    if (ReadCommandLine(argc, argv, settings, commandLine) == CommandLineResult::MissingValue) {
         PrintMessage(kMessageOptionValueMissing);
         std::fflush(stdout);
         return 1;
     }
-    return ConvertFiles(reader, commandLine.inputFiles, commandLine.outputName);
+    return ConvertFiles(settings, commandLine.inputFiles, commandLine.outputName);
 }

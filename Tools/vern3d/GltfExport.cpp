@@ -1,6 +1,6 @@
 #include "GltfExport.h"
 
-#include "ReplacementFile.h"
+#include "AbstractData/streams/ReplacementFile.h"
 #include "TextEncoding.h"
 #include "TransformSampling.h"
 

@@ -27,7 +27,7 @@
 //   its first frame, and a note says why; the export still succeeds.
 #pragma once
 
-#include "Vern3DDecoder.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <string>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "Platform.h"
+#include "AbstractData/Platform.h"
 
 #include <cerrno>
 #include <string>

@@ -1,7 +1,7 @@
-#include "ResString.h"
+#include "AbstractData/ResString.h"
 
-#include "Platform.h"
-#include "Trace.h"
+#include "AbstractData/Platform.h"
+#include "AbstractData/Trace.h"
 
 #include <cstring>
 #include <memory>

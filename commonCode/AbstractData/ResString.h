@@ -1,7 +1,8 @@
 // A string that can be filled from the program's message table.
 #pragma once
 
-#include "Status.h"
+#include "AbstractData/Message.h"
+#include "AbstractData/Status.h"
 
 #include <cstdint>
 #include <string>
@@ -15,10 +16,6 @@ public:
     // string empty and returns a failure status.
     HRESULT Load(uint32_t id);
 };
-
-// The string resources of the running program. The program (and each test binary) links exactly
-// one table, the way a Windows module carries its own string resources.
-bool FindModuleString(uint32_t id, std::string_view* text);
 
 // LoadStringA as the resource loader has always used it: copies at most capacity - 1 characters
 // of string `id`, terminates them, returns the count copied; 0 with the last error set when the

@@ -1,4 +1,4 @@
-#include "Trace.h"
+#include "AbstractData/Trace.h"
 
 #include <cstdarg>
 #include <cstdio>

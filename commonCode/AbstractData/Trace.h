@@ -6,7 +6,7 @@
 // error) or a sink is installed (the tests do that).
 #pragma once
 
-#include "Status.h"
+#include "AbstractData/Status.h"
 
 #include <functional>
 #include <string_view>

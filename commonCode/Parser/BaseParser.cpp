@@ -1,11 +1,9 @@
-#include "BaseParser.h"
+#include "Parser/BaseParser.h"
 
-#include "Platform.h"
-#include "ResString.h"
-#include "Trace.h"
+#include "AbstractData/Platform.h"
+#include "AbstractData/Trace.h"
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -19,51 +17,10 @@ namespace {
 
 constexpr const char* kSource = "commonCode/Parser/BaseParser";
 
-// Message ids of the parser's own texts.
-constexpr uint32_t kCouldNotOpen = 4096;
-constexpr uint32_t kErrorPrefix = 4097;
-constexpr uint32_t kCouldNotReadChar = 4098;
-constexpr uint32_t kUnknownSymbol = 4099;
-constexpr uint32_t kCouldNotRead = 4101;
-constexpr uint32_t kWarningPrefix = 4103;
-constexpr uint32_t kSymbolTooLong = 4106;
-
 // The largest text a 32-bit size can describe with its terminating zero.
 constexpr uint64_t kMaxFileSize = 0xFFFFFFFEull;
 // Files from this size on are mapped.
 constexpr uint64_t kMapThreshold = 1u << 20;
-
-// Formats a message; the text grows as needed rather than being cut.
-std::string FormatMessage(const char* format, va_list args)
-{
-    va_list copy;
-    va_copy(copy, args);
-    char small[1024];
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    const int length = std::vsnprintf(small, sizeof small, format, copy);
-    va_end(copy);
-    if (length < 0)
-        return {};
-    if (static_cast<size_t>(length) < sizeof small)
-        return std::string(small, static_cast<size_t>(length));
-    std::string large(static_cast<size_t>(length) + 1, '\0');
-    std::vsnprintf(large.data(), large.size(), format, args);
-#pragma GCC diagnostic pop
-    large.resize(static_cast<size_t>(length));
-    return large;
-}
-
-std::string FormatMessageId(uint32_t id, ...)
-{
-    ResString format;
-    format.Load(id);
-    va_list args;
-    va_start(args, id);
-    std::string result = FormatMessage(format.c_str(), args);
-    va_end(args);
-    return result;
-}
 
 // Text with a byte-order mark is taken as what the mark says: UTF-16 (either byte order) becomes
 // UTF-8 and a UTF-8 mark is dropped, so that such files read like the 8-bit text they hold.
@@ -121,7 +78,7 @@ uint64_t NormalizeEncoding(Buffer& buffer, uint64_t length)
 
 }  // namespace
 
-BaseParser::BaseParser() = default;
+BaseParser::BaseParser(Reporter& reporter) : reporter(reporter) {}
 
 BaseParser::~BaseParser() = default;
 
@@ -250,22 +207,22 @@ HRESULT BaseParser::ReadWholeFile(int handle)
     return S_OK;
 }
 
-HRESULT BaseParser::Load(const std::string& newSourceName, const std::string& newOutputName)
+HRESULT BaseParser::Load(const std::string& newSourceName)
 {
     line = 1;
     column = 1;
-    errorFlag = false;
     openBlocks = 0;
     outermostBlockLine = 0;
     blocksClosedAtEnd = false;
     sourceName = newSourceName;
+    reporter.BeginFile(sourceName);
     BuildCharClasses();
 
     HRESULT status = S_OK;
     const int handle = ::open(sourceName.c_str(), O_RDONLY | O_CLOEXEC);
     if (handle < 0) {
         status = HResultFromWin32(platform::SetLastErrorFromErrno());
-        Error(kCouldNotOpen, sourceName.c_str());
+        Error(kMessageCouldNotOpen, sourceName);
     } else {
         text.reset();
         textSize = 0;
@@ -276,9 +233,8 @@ HRESULT BaseParser::Load(const std::string& newSourceName, const std::string& ne
         // A file that opens but cannot be read is an error the user must see, not a silent
         // success: report it like an unreadable file.
         if (Failed(status))
-            Error(kCouldNotRead, sourceName.c_str());
+            Error(kMessageCouldNotRead, sourceName);
     }
-    outputName = newOutputName;
     if (Failed(status))
         AssertHresult(kSource, __LINE__, status);
     return status;
@@ -288,7 +244,7 @@ bool BaseParser::EndOfText()
 {
     if (cursor < textSize)
         return false;
-    Error(kCouldNotReadChar);
+    Error(kMessageCouldNotReadChar);
     return true;
 }
 
@@ -322,18 +278,18 @@ bool BaseParser::SymbolTooLong(size_t length)
 {
     if (length <= kMaxSymbolLength)
         return false;
-    Error(kSymbolTooLong, static_cast<int>(kMaxSymbolLength));
+    Error(kMessageSymbolTooLong, static_cast<int32_t>(kMaxSymbolLength));
     return true;
 }
 
 bool BaseParser::ScanSymbol(std::string_view& symbol)
 {
     lastSymbolCut = false;
-    if (errorFlag)
+    if (HasError())
         return false;
     if (!text || EndOfText()) {
         if (!text)
-            Error(kCouldNotReadChar);  // nothing loaded: the same as reading past the end
+            Error(kMessageCouldNotReadChar);  // nothing loaded: the same as reading past the end
         return false;
     }
 
@@ -374,7 +330,7 @@ bool BaseParser::ScanSymbol(std::string_view& symbol)
         }
         if (!close) {
             cursor = textSize;
-            Error(kCouldNotReadChar);
+            Error(kMessageCouldNotReadChar);
             return false;
         }
         ++column;  // the closing quote
@@ -408,7 +364,7 @@ bool BaseParser::ScanSymbol(std::string_view& symbol)
         if (p == last) {
             column += static_cast<int32_t>(p + 1 - start) - 1;
             cursor = textSize;
-            Error(kCouldNotReadChar);
+            Error(kMessageCouldNotReadChar);
             return false;
         }
         ++p;
@@ -482,7 +438,7 @@ bool BaseParser::NextSymbolView(std::string_view& symbol)
 
 void BaseParser::HandleSymbol(std::string& symbol)
 {
-    Warning(kUnknownSymbol, symbol.c_str());
+    Warning(kMessageUnknownSymbol, symbol);
 }
 
 void BaseParser::ParseSymbols()
@@ -492,7 +448,7 @@ void BaseParser::ParseSymbols()
     std::string symbol;
     if (!NextSymbol(symbol))
         return;
-    while (!errorFlag) {
+    while (!HasError()) {
         if (symbol == begin)
             SkipBlock(symbol);
         else if (symbol == endOfData)
@@ -515,7 +471,7 @@ void BaseParser::SkipBlock(std::string& symbol)
     uint64_t depth = 1;
     BlockOpened();
     while (depth > 0) {
-        if (!NextSymbol(symbol) || errorFlag) {
+        if (!NextSymbol(symbol) || HasError()) {
             openBlocks -= std::min(openBlocks, depth);
             return;
         }
@@ -529,43 +485,14 @@ void BaseParser::SkipBlock(std::string& symbol)
     }
 }
 
-HRESULT BaseParser::ParseFile(const std::string& newSourceName, const std::string& newOutputName)
+HRESULT BaseParser::ParseFile(const std::string& newSourceName)
 {
-    const HRESULT status = Load(newSourceName, newOutputName);
+    const HRESULT status = Load(newSourceName);
     if (Failed(status))
         return AssertHresult(kSource, __LINE__, status);
-    if (errorFlag)
+    if (HasError())
         return E_FAIL;
     ParseSymbols();
     Finish();
-    return errorFlag ? E_FAIL : S_OK;
-}
-
-void BaseParser::Error(uint32_t id, ...)
-{
-    errorFlag = true;
-    errorText = FormatMessageId(kErrorPrefix, sourceName.c_str(), static_cast<int>(line));
-    ResString format;
-    format.Load(id);
-    va_list args;
-    va_start(args, id);
-    errorText += FormatMessage(format.c_str(), args);
-    va_end(args);
-    if (!quiet)
-        TracePrintf("%s(%d) : %s", kSource, __LINE__, "Error: BaseParser: (%s)\n", errorText.c_str());
-}
-
-void BaseParser::Warning(uint32_t id, ...)
-{
-    if (quiet)
-        return;
-    std::string report = FormatMessageId(kWarningPrefix, sourceName.c_str(), static_cast<int>(line));
-    ResString format;
-    format.Load(id);
-    va_list args;
-    va_start(args, id);
-    report += FormatMessage(format.c_str(), args);
-    va_end(args);
-    std::fwrite(report.data(), 1, report.size(), stdout);
-    TracePrintf("%s(%d) : %s", kSource, __LINE__, "Warning: BaseParser: (%s)\n", report.c_str());
+    return HasError() ? E_FAIL : S_OK;
 }

@@ -1,10 +1,13 @@
 // A reader for text made of symbols: words, quoted strings and the single characters that open
 // and close blocks. It loads a file whole, hands out symbols with line counting, runs the
-// top-level loop, skips blocks nobody handles and reports errors and warnings with file and line.
-// A derived reader plugs its grammar in through the virtual operations.
+// top-level loop, skips blocks nobody handles and reports errors and warnings with file and line
+// through the Reporter it is given (its own messages: Parser/ParserMessages.h). A derived reader
+// plugs its grammar in through the virtual operations.
 #pragma once
 
-#include "Status.h"
+#include "AbstractData/Status.h"
+#include "Parser/ParserMessages.h"
+#include "Parser/Reporter.h"
 
 #include <cstdint>
 #include <memory>
@@ -26,19 +29,20 @@ public:
     // The longest symbol accepted; a longer one is reported as an error.
     static constexpr size_t kMaxSymbolLength = 4095;
 
-    BaseParser();
+    // Reports go to `reporter`, which each Load begins anew for the file loaded.
+    explicit BaseParser(Reporter& reporter);
     BaseParser(const BaseParser&) = delete;
     BaseParser& operator=(const BaseParser&) = delete;
 
     virtual const char* BlockEnd() const { return "}"; }
     virtual const char* BlockBegin() const { return "{"; }
     virtual void Finish();
-    virtual HRESULT Load(const std::string& sourceName, const std::string& outputName);
+    virtual HRESULT Load(const std::string& sourceName);
     virtual void HandleSymbol(std::string& symbol);
     virtual bool IsSingleCharSymbol(char character) const;
     virtual bool NextSymbol(std::string& symbol);
     virtual void ParseSymbols();
-    virtual HRESULT ParseFile(const std::string& sourceName, const std::string& outputName);
+    virtual HRESULT ParseFile(const std::string& sourceName);
     virtual ~BaseParser();
 
     // Next character (0 after reporting an error past the end), and a step back over it.
@@ -60,23 +64,25 @@ public:
     // Consumes everything up to and including the "}" that matches a "{" just read.
     void SkipBlock(std::string& symbol);
 
-    // Reports message `id` filled with the arguments: an error sets errorFlag and replaces
-    // errorText; a warning is printed at once.
-    void Error(uint32_t id, ...);
-    void Warning(uint32_t id, ...);
-
-    // Reports are printed and echoed unless the reader is quiet (a trial reading whose outcome
-    // alone counts); errors still set errorFlag and errorText.
-    void SetQuiet(bool value) { quiet = value; }
-
-    bool HasError() const { return errorFlag; }
-    const std::string& ErrorText() const { return errorText; }
+    bool HasError() const { return reporter.HasError(); }
+    Reporter& Reports() const { return reporter; }
     const std::string& SourceName() const { return sourceName; }
-    const std::string& OutputName() const { return outputName; }
     int32_t Line() const { return line; }
     int32_t Column() const { return column; }
 
 protected:
+    // Reports at the line where reading stands.
+    template <MessageValue... Args>
+    void Error(Message<Args...> message, std::type_identity_t<Args>... values)
+    {
+        reporter.Error(line, message, values...);
+    }
+    template <MessageValue... Args>
+    void Warning(Message<Args...> message, std::type_identity_t<Args>... values)
+    {
+        reporter.Warning(line, message, values...);
+    }
+
     // Blocks whose "{" has been read and whose "}" has not: SkipBlock keeps the count, and so do
     // a derived reader's block loops, so that the end of the text knows what is still open.
     void BlockOpened();
@@ -93,6 +99,7 @@ protected:
     bool closeBlocksAtEnd = false;
     bool joinNanPayloads = false;
 
+    Reporter& reporter;
     std::string sourceName;
     int32_t line = 1;
     int32_t column = 1;
@@ -100,14 +107,10 @@ protected:
     TextBuffer text;  // the whole source followed by one zero byte
     uint32_t textSize = 0;         // file size + 1
     uint32_t cursor = 0;           // index of the next character in text
-    std::string outputName;
-    bool errorFlag = false;
-    std::string errorText;
     std::string_view lastSymbol;
     uint64_t openBlocks = 0;
     int32_t outermostBlockLine = 0;
     bool blocksClosedAtEnd = false;  // said for this file
-    bool quiet = false;
     bool lastSymbolCut = false;
 
 private:

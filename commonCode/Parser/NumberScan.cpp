@@ -9,7 +9,7 @@
 //    not converted.
 // The decimal form is nearly every number in a scene file, so it goes to fast_float, which rounds
 // exactly as strtof does; the rare forms are collected as glibc collects them and given to strtof.
-#include "NumberScan.h"
+#include "Parser/NumberScan.h"
 
 #include <fast_float/fast_float.h>
 

@@ -1,10 +1,10 @@
 // FileStream: open modes, sharing, positions, and the status values and reports of its failures.
-#include "FileStream.h"
-#include "Platform.h"
-#include "Trace.h"
+#include "AbstractData/streams/FileStream.h"
+#include "AbstractData/Platform.h"
+#include "AbstractData/Trace.h"
 
-#include "TestFiles.h"
-#include "TraceCapture.h"
+#include "support/TestFiles.h"
+#include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
 

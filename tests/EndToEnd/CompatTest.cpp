@@ -1,11 +1,10 @@
 // The switches of ours: -compat for what other exporters write, -batch for build pipelines, -uri
 // for absolute paths. Without them the classic rules hold (the rest of the suite shows that).
-#include "AseParser.h"
-#include "AseTestParse.h"
-#include "BaseNode.h"
 #include "CommandLine.h"
-#include "TestFiles.h"
-#include "Vern3DDecoder.h"
+#include "Scene/BaseNode.h"
+#include "support/AseTestParse.h"
+#include "support/TestFiles.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <gtest/gtest.h>
 
@@ -209,7 +208,6 @@ TEST(Compat, NonFiniteValuesThatWouldBeWrittenAreErrors)
         settings.compat = true;
         const asetest::Parsed parsed = asetest::ParseAse(kMaterial + c.text, settings);
         EXPECT_EQ(parsed.Failed() ? parsed.ErrorText().substr(parsed.source.size()) : "converted", c.error);
-        EXPECT_FALSE(parsed.reader->ConvertsWithCompat(parsed.source));
     }
     // A texture vertex's w is never written: it is only said.
     ConvertSettings settings;
@@ -229,7 +227,7 @@ TEST(Compat, MaterialsWithoutNumbersTakeTheNextInOrder)
         settings);
     ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
     // Registered in this order: sub-materials 1 and 2 of material 2, materials 2, 0 and 1.
-    const auto& table = parsed.reader->materialTable;
+    const auto& table = parsed.scene.materialTable;
     ASSERT_EQ(table.size(), 3u);
     EXPECT_EQ(table[1].slot.propertiesIndex, 4);
     EXPECT_EQ(table[2].slot.propertiesIndex, 2);
@@ -348,13 +346,15 @@ TEST(Compat, SampledTracksGiveTheirSamplesBack)
     ScratchDirectory directory;
     for (const char* file : files) {
         const std::string source = kCorpus + "/" + file;
-        AseParser reader;
-        reader.settings.compat = true;
-        reader.ParseFile(source, directory.File("out.vern3D"));
-        ASSERT_FALSE(reader.HasError()) << reader.ErrorText();
+        ConvertSettings settings;
+        settings.compat = true;
+        Reporter reporter;
+        Scene scene;
+        ConvertFile(source, directory.File("out.vern3D"), settings, reporter, scene);
+        ASSERT_FALSE(reporter.HasError()) << reporter.ErrorText();
         size_t checked = 0;
         for (const auto& [name, samples] : ReadSamples(testfiles::ReadText(source))) {
-            auto* node = dynamic_cast<TransformNode*>(reader.Root()->FindNode(name));
+            auto* node = dynamic_cast<TransformNode*>(scene.root->FindNode(name));
             if (samples.blocks != 1 || !node)
                 continue;  // a camera's target, which is not kept, or a name used twice
             TransformTrack& track = node->track;

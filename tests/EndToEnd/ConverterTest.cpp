@@ -1,8 +1,10 @@
 // The program as its users run it: command line, console text, exit codes and the files written.
-#include "AseParser.h"
-#include "BaseNode.h"
-#include "TestFiles.h"
-#include "Vern3DDecoder.h"
+#include "ConversionDriver.h"
+#include "ConvertSettings.h"
+#include "Parser/Reporter.h"
+#include "Scene/Scene.h"
+#include "support/TestFiles.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <gtest/gtest.h>
 
@@ -295,12 +297,13 @@ std::map<std::string, std::pair<size_t, size_t>> CountKeyLines(const std::string
 // material, counted on the records the reader made of the same file.
 void ExpectTrianglesOfEveryFace(const std::string& source, const vern3d::Scene& scene)
 {
-    AseParser reader;
+    Reporter reporter;
+    Scene read;
     testing::internal::CaptureStdout();
-    reader.ParseFile(source, source + ".again.vern3D");
+    ConvertFile(source, source + ".again.vern3D", {}, reporter, read);
     testing::internal::GetCapturedStdout();
     std::map<std::string, size_t> expected;
-    std::vector<const BaseNode*> pending{reader.Root()};
+    std::vector<const BaseNode*> pending{read.root.get()};
     while (!pending.empty()) {
         const BaseNode* node = pending.back();
         pending.pop_back();
@@ -309,7 +312,7 @@ void ExpectTrianglesOfEveryFace(const std::string& source, const vern3d::Scene& 
         const auto* mesh = dynamic_cast<const MeshNode*>(node);
         if (!mesh || mesh->mesh.faces.empty())
             continue;
-        const MaterialTableEntry& entry = reader.materialTable.at(static_cast<size_t>(mesh->materialRef));
+        const MaterialTableEntry& entry = read.materialTable.at(static_cast<size_t>(mesh->materialRef));
         size_t triangles = 0;
         for (const MeshFace& face : mesh->mesh.faces) {
             MaterialSlot slot = entry.slot;

@@ -1,6 +1,6 @@
 // What the programs read beside their input and how they write: -ivertex reads only regular
 // files inside its folder, and an output changes only when its write is complete.
-#include "TestFiles.h"
+#include "support/TestFiles.h"
 
 #include <gtest/gtest.h>
 

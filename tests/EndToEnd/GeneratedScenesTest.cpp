@@ -3,10 +3,10 @@
 // choice of frame components, -analyse and operations files. Each output must decode; its nodes,
 // triangles and frames must follow from what was generated; and every frame, render vertex and
 // stored frame must equal the frame-vertex rule carried out literally here.
-#include "AseTestParse.h"
-#include "BaseNode.h"
-#include "TestFiles.h"
-#include "Vern3DDecoder.h"
+#include "support/AseTestParse.h"
+#include "Scene/BaseNode.h"
+#include "support/TestFiles.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <gtest/gtest.h>
 

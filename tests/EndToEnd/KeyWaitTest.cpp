@@ -1,6 +1,6 @@
 // The wait after a failed file, on a real terminal: it holds the run until a key is pressed, and
 // a key pressed once ends every later wait.
-#include "TestFiles.h"
+#include "support/TestFiles.h"
 
 #include <gtest/gtest.h>
 

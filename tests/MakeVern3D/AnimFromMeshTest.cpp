@@ -1,5 +1,5 @@
-#include "AseParser.h"
-#include "BaseNode.h"
+#include "Parser/Reporter.h"
+#include "Scene/BaseNode.h"
 
 #include <gtest/gtest.h>
 
@@ -56,8 +56,8 @@ TEST(AnimFromMesh, SingleFrameGivesItsBasisAndReplacesKeysFacesAndFrames)
     node.rotationKeys.resize(5);
     node.mesh.vertices = {{1, 1, 1}, {2, 2, 2}};
     node.mesh.faces.resize(4);
-    AseParser reporter;
-    node.CreateAnimFromMesh(reporter);
+    Reporter reporter;
+    node.CreateAnimFromMesh(reporter, 1);
     EXPECT_FALSE(reporter.HasError());
 
     // Rows nrm = e0 x e1, e1 = unit(P1 - P2), nrm x e1, then P2; worked out by hand.
@@ -84,8 +84,8 @@ TEST(AnimFromMesh, TranslationKeepsTheOrientationAndPutsTangentsAtThirds)
     BaseNode root("root");
     MeshNode& node = AddMesh(root, "Box", {{0, kBase}, {100, Moved(kBase, kNoTurn, {10, 0, 0})},
                                            {300, Moved(kBase, kNoTurn, {10, -6, 0})}});
-    AseParser reporter;
-    node.CreateAnimFromMesh(reporter);
+    Reporter reporter;
+    node.CreateAnimFromMesh(reporter, 1);
 
     // Steps (10, 0, 0) and (0, -6, 0) times the float32 1/3 (0.333333343): 10 * 1/3 rounds to
     // 3.33333349 (10.0f / 3.0f would be 3.33333325), -6 * 1/3 to -2.
@@ -121,8 +121,8 @@ TEST(AnimFromMesh, QuarterTurnAboutZHasAngleMinusHalfPi)
     BaseNode root("root");
     const Turn quarterZ = [](const Vector3& p) { return Vector3{-p.y, p.x, p.z}; };
     MeshNode& node = AddMesh(root, "Box", {{0, kBase}, {100, Moved(kBase, quarterZ, {0, 0, 0})}});
-    AseParser reporter;
-    node.CreateAnimFromMesh(reporter);
+    Reporter reporter;
+    node.CreateAnimFromMesh(reporter, 1);
     ASSERT_EQ(node.rotationKeys.size(), 3u);
     EXPECT_EQ(Xyz(node.rotationKeys[1].axis), (std::array<float, 3>{0, 0, 1}));
     EXPECT_FLOAT_EQ(node.rotationKeys[1].angle, -std::numbers::pi_v<float> / 2);
@@ -162,8 +162,8 @@ TEST(AnimFromMesh, EvaluationAtEachFrameTimeReproducesThatFrame)
         }
         BaseNode root("root");
         MeshNode& node = AddMesh(root, "Box", frames);
-        AseParser reporter;
-        node.CreateAnimFromMesh(reporter);
+        Reporter reporter;
+        node.CreateAnimFromMesh(reporter, 1);
         ASSERT_EQ(node.rotationKeys.size(), 4u);
         for (size_t i = 1; i < 4; ++i)  // the closing key keeps the last turn's axis
             ExpectNear(node.rotationKeys[i].axis, test.axis, 1e-6f);
@@ -203,8 +203,8 @@ TEST(AnimFromMesh, FailuresReportAndChangeNothing)
         node.positionKeys.resize(2);
         node.rotationKeys.resize(1);
         node.mesh.faces.resize(3);
-        AseParser reporter;
-        node.CreateAnimFromMesh(reporter);
+        Reporter reporter;
+        node.CreateAnimFromMesh(reporter, 1);
         EXPECT_TRUE(reporter.HasError());
         EXPECT_NE(reporter.ErrorText().find(test.message), std::string::npos) << reporter.ErrorText();
         EXPECT_EQ(node.world(3, 0), 7.0f);
@@ -219,8 +219,8 @@ TEST(AnimFromMesh, SecondDirectiveOnTheSameNodeFindsNoFrames)
 {
     BaseNode root("root");
     MeshNode& node = AddMesh(root, "convert(createanimfrommesh,createanimfrommesh)Box", {{0, kBase}, {50, kBase}});
-    AseParser reporter;
-    root.ApplyNameDirectives(reporter);
+    Reporter reporter;
+    root.ApplyNameDirectives(reporter, 1);
     EXPECT_NE(reporter.ErrorText().find("in object 'convert(createanimfrommesh,createanimfrommesh)Box'."),
               std::string::npos);
     EXPECT_EQ(node.positionKeys.size(), 2u);  // the first directive did its work

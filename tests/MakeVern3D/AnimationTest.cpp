@@ -1,5 +1,5 @@
-#include "AseTestParse.h"
-#include "BaseNode.h"
+#include "support/AseTestParse.h"
+#include "Scene/BaseNode.h"
 
 #include <gtest/gtest.h>
 

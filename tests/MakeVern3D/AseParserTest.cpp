@@ -1,4 +1,5 @@
-#include "AseTestParse.h"
+#include "Ase/AseParser.h"
+#include "support/AseTestParse.h"
 
 #include <gtest/gtest.h>
 
@@ -27,13 +28,15 @@ TEST(AseDocument, VersionCheck)
 
 TEST(AseDocument, SceneValuesAndTheirMissingChecks)
 {
+    // 30.5 frames per second read as 30: a key at 4,800 ticks falls on 1,000 ms.
     auto good = ParseAse("*COMMENT \"c\"\n*SCENE {\n*SCENE_FILENAME \"a\"\n*SCENE_FIRSTFRAME 0\n*SCENE_LASTFRAME 100\n"
                          "*SCENE_FRAMESPEED 30.5\n*SCENE_TICKSPERFRAME 160\n*SCENE_BACKGROUND_STATIC 0 0 0\n"
-                         "*SCENE_AMBIENT_STATIC 1 1 1\n}\n");
+                         "*SCENE_AMBIENT_STATIC 1 1 1\n}\n" +
+                         Helper("k", "*TM_ANIMATION {\n*CONTROL_POS_BEZIER {\n"
+                                     "*CONTROL_BEZIER_POS_KEY 4800 0 0 0 0 0 0 0 0 0 0\n}\n}\n"));
     EXPECT_FALSE(good.Failed());
     EXPECT_EQ(good.printed, "");
-    EXPECT_EQ(good.reader->frameSpeed, 30);
-    EXPECT_EQ(good.reader->ticksPerFrame, 160);
+    EXPECT_EQ(static_cast<const TransformNode&>(*good.Root()->Children().at(0)).positionKeys.at(0).time, 1000);
 
     auto missing = ParseAse("*SCENE {\n*SCENE_FILENAME \"a\"\n}\n");
     EXPECT_EQ(missing.ErrorText(), missing.At(3, "error") + "Missing symbol 'SCENE_TICKSPERFRAME'.\n");
@@ -123,12 +126,13 @@ TEST(GeometryObjects, ParentRecordNamingTheRoot)
     testfiles::ScratchDirectory directory;
     const std::string source = directory.Write("s.ase", "*HELPEROBJECT {\n*NODE_NAME \"h\"\n*NODE_PARENT \"root node - " +
                                                              directory.Path() + "/s.ase\"\n}\n");
-    AseParser reader;
+    Reporter reporter;
+    Scene scene;
     testing::internal::CaptureStdout();
-    reader.ParseFile(source, directory.Path() + "/s.vern3D");
+    ConvertFile(source, directory.Path() + "/s.vern3D", {}, reporter, scene);
     testing::internal::GetCapturedStdout();
-    EXPECT_FALSE(reader.HasError()) << reader.ErrorText();
-    EXPECT_EQ(ChildNames(reader.Root()), (Names{"h"}));
+    EXPECT_FALSE(reporter.HasError()) << reporter.ErrorText();
+    EXPECT_EQ(ChildNames(scene.root.get()), (Names{"h"}));
 }
 
 TEST(GeometryObjects, AFurtherParentRecordIsIgnored)
@@ -198,18 +202,16 @@ TEST(AseReader, EachFileStartsAfresh)
     testfiles::ScratchDirectory directory;
     const std::string first = directory.Write("a.ase", kScene + Helper("A"));
     const std::string second = directory.Write("b.ase", Helper("B"));
-    AseParser reader;
-    reader.settings.meshAnimFlags = 5;
-    testing::internal::CaptureStdout();
-    reader.ParseFile(first, directory.Path() + "/a.vern3D");
+    Reporter reporter;
+    AseParser reader(reporter, false);
+    Scene scene;
+    reader.Read(first, scene);
     EXPECT_EQ(reader.frameSpeed, 30);
-    reader.ParseFile(second, directory.Path() + "/b.vern3D");
-    testing::internal::GetCapturedStdout();
+    reader.Read(second, scene);
     EXPECT_EQ(reader.frameSpeed, -1);
     EXPECT_EQ(reader.ticksPerFrame, -1);
-    EXPECT_EQ(reader.Root()->name, "root node - " + second);
-    EXPECT_EQ(ChildNames(reader.Root()), (Names{"B"}));
-    EXPECT_EQ(reader.settings.meshAnimFlags, 5u);
+    EXPECT_EQ(scene.root->name, "root node - " + second);
+    EXPECT_EQ(ChildNames(scene.root.get()), (Names{"B"}));
 }
 
 }  // namespace

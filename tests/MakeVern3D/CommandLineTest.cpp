@@ -1,6 +1,6 @@
 #include "CommandLine.h"
 #include "FilePath.h"
-#include "TestFiles.h"
+#include "support/TestFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -64,7 +64,8 @@ TEST(ReadCommandLine, OptionsFillTheSettings)
     EXPECT_EQ(parsed.settings.meshAnimFlags, 1u | 16u | 8u);
     EXPECT_EQ(parsed.line.inputFiles, (std::vector<std::string>{"x.ase"}));
     EXPECT_TRUE(parsed.settings.ivertex);
-    EXPECT_TRUE(parsed.settings.overtex);
+    EXPECT_FALSE(parsed.settings.overtex);  // -ivertex clears it
+    EXPECT_TRUE(Parse({"-overtex"}).settings.overtex);
     EXPECT_EQ(parsed.settings.meshOpsFile, "ops.txt");
     EXPECT_EQ(parsed.settings.analyse, 3);
     EXPECT_EQ(parsed.settings.vertexFolder, "v");

@@ -1,6 +1,6 @@
 // Materials and maps: what the reader's tables hold and what the written texture table says.
-#include "AseTestParse.h"
-#include "Vern3DDecoder.h"
+#include "support/AseTestParse.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <gtest/gtest.h>
 
@@ -89,15 +89,15 @@ TEST(Materials, SharedSetsKeepTheirOwnPropertiesAndSides)
 {
     const auto parsed = ParseAse(MaterialList(Material(0, Map("MAP_DIFFUSE", "w.tga")) +
                                               Material(1, "*MATERIAL_TWOSIDED\n" + Map("MAP_DIFFUSE", "w.tga"))));
-    const AseParser& reader = *parsed.reader;
-    EXPECT_EQ(reader.textureSets.size(), 1u);
-    EXPECT_EQ(reader.materialProperties.size(), 2u);
-    ASSERT_EQ(reader.materialTable.size(), 2u);
-    EXPECT_EQ(reader.materialTable[0].slot.propertiesIndex, 0);
-    EXPECT_EQ(reader.materialTable[1].slot.propertiesIndex, 1);
-    EXPECT_EQ(reader.materialTable[1].slot.textureSetIndex, 0);
-    EXPECT_FALSE(reader.materialTable[0].slot.twoSided);
-    EXPECT_TRUE(reader.materialTable[1].slot.twoSided);
+    const Scene& read = parsed.scene;
+    EXPECT_EQ(read.textureSets.size(), 1u);
+    EXPECT_EQ(read.materialProperties.size(), 2u);
+    ASSERT_EQ(read.materialTable.size(), 2u);
+    EXPECT_EQ(read.materialTable[0].slot.propertiesIndex, 0);
+    EXPECT_EQ(read.materialTable[1].slot.propertiesIndex, 1);
+    EXPECT_EQ(read.materialTable[1].slot.textureSetIndex, 0);
+    EXPECT_FALSE(read.materialTable[0].slot.twoSided);
+    EXPECT_TRUE(read.materialTable[1].slot.twoSided);
 }
 
 TEST(Materials, ColoursTransparencyAndSelfIllumination)
@@ -118,7 +118,7 @@ TEST(Materials, ColoursTransparencyAndSelfIllumination)
     for (const Case& c : cases) {
         const auto parsed = ParseAse(MaterialList(Material(0, c.body + "*MATERIAL_SHINESTRENGTH 0.3\n")));
         ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
-        const MaterialProperties& p = *parsed.reader->materialProperties.at(0);
+        const MaterialProperties& p = *parsed.scene.materialProperties.at(0);
         EXPECT_EQ(p.size, 80);
         EXPECT_EQ(std::to_array(p.diffuse), c.diffuse) << c.body;
         EXPECT_EQ(std::to_array(p.ambient), c.ambient) << c.body;
@@ -138,20 +138,20 @@ TEST(Materials, SubMaterialsRegisterBeforeTheirParent)
     subs += "*SUBMATERIAL 4 {\n*SUBMATERIAL 1 {\n*MATERIAL_DIFFUSE 7 0 0\n}\n}\n";
     const auto parsed = ParseAse(MaterialList(Material(2, "*MATERIAL_DIFFUSE 9 0 0\n" + subs)));
     ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
-    const AseParser& reader = *parsed.reader;
+    const Scene& read = parsed.scene;
     std::vector<float> order;
-    for (const auto& p : reader.materialProperties)
+    for (const auto& p : read.materialProperties)
         order.push_back(p->diffuse[0]);
     EXPECT_EQ(order, (std::vector<float>{0, 1, 2, 7, 1, 9}));  // sub 4 keeps the default diffuse
 
     // Materials 0 and 1 were never given: their slots name the first set and record.
-    ASSERT_EQ(reader.materialTable.size(), 3u);
+    ASSERT_EQ(read.materialTable.size(), 3u);
     for (int gap = 0; gap < 2; ++gap) {
-        EXPECT_EQ(reader.materialTable[gap].slot.textureSetIndex, 0);
-        EXPECT_EQ(reader.materialTable[gap].slot.propertiesIndex, 0);
-        EXPECT_FALSE(reader.materialTable[gap].subMaterials);
+        EXPECT_EQ(read.materialTable[gap].slot.textureSetIndex, 0);
+        EXPECT_EQ(read.materialTable[gap].slot.propertiesIndex, 0);
+        EXPECT_FALSE(read.materialTable[gap].subMaterials);
     }
-    const MaterialTableEntry& entry = reader.materialTable[2];
+    const MaterialTableEntry& entry = read.materialTable[2];
     EXPECT_EQ(entry.slot.propertiesIndex, 5);
     ASSERT_TRUE(entry.subMaterials);
     ASSERT_EQ(entry.subMaterials->size(), 5u);
@@ -161,7 +161,7 @@ TEST(Materials, SubMaterialsRegisterBeforeTheirParent)
         EXPECT_EQ((*entry.subMaterials)[m].propertiesIndex, expectedProperties[m]) << m;
         EXPECT_EQ((*entry.subMaterials)[m].textureSetIndex, expectedSets[m]) << m;
     }
-    EXPECT_EQ(reader.textureSets.size(), 4u);  // s0, s1, s2 and the empty one
+    EXPECT_EQ(read.textureSets.size(), 4u);  // s0, s1, s2 and the empty one
 }
 
 TEST(Materials, WarningsAndErrors)
@@ -194,7 +194,7 @@ TEST(Materials, WarningsAndErrors)
         const auto parsed = ParseAse(std::string("*MATERIAL_LIST {\n*MATERIAL ") + number + " {\n}\n}\n");
         EXPECT_TRUE(parsed.Failed());
         EXPECT_EQ(parsed.ErrorText().rfind(parsed.At(2, "error"), 0), 0u) << parsed.ErrorText();
-        EXPECT_TRUE(parsed.reader->materialTable.empty());
+        EXPECT_TRUE(parsed.scene.materialTable.empty());
     }
 }
 
@@ -240,7 +240,7 @@ TEST(Materials, SharingMatchesTheLiteralScanOnRandomMaterials)
         ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
         EXPECT_EQ(TextureTable(parsed), literal);
         for (int n = 0; n < count; ++n)
-            EXPECT_EQ(parsed.reader->materialTable[static_cast<size_t>(n)].slot.textureSetIndex, expectedIndex[n]);
+            EXPECT_EQ(parsed.scene.materialTable[static_cast<size_t>(n)].slot.textureSetIndex, expectedIndex[n]);
     }
 }
 

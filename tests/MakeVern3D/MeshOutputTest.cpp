@@ -1,11 +1,11 @@
 // Mesh chunks as written: welding, triangle order, batches, two-sided faces, the frame stream and
 // the operations file, checked on the decoded file (and on exact bytes where the layout is the
 // point).
-#include "AseTestParse.h"
-#include "LittleEndian.h"
-#include "TraceCapture.h"
-#include "Vern3DDecoder.h"
-#include "VertexNormals.h"
+#include "support/AseTestParse.h"
+#include "Output/LittleEndian.h"
+#include "support/TraceCapture.h"
+#include "vern/Vern3DDecoder.h"
+#include "Scene/VertexNormals.h"
 
 #include <gtest/gtest.h>
 
@@ -244,7 +244,7 @@ TEST(MeshOutput, TwoSidedFacesAndTheTriangleOrder)
         Materials({Bitmap("MAP_OPACITY", "alpha.tga"), "*MATERIAL_TWOSIDED\n" + Bitmap("MAP_DIFFUSE", "plain.tga"), ""}) +
         Object(MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}},
                          {{0, 1, 2, 1, 0, 1, 0, 0}, {1, 3, 2, 1, 1, 0, 1, 1}, {0, 1, 3, 1, 2}, {0, 2, 3, 1, 7}})));
-    const std::string warning = parsed.At(parsed.reader->Line()) + "Invalid material id '7' in object 'obj'.\n";
+    const std::string warning = parsed.At(parsed.scene.endLine) + "Invalid material id '7' in object 'obj'.\n";
     EXPECT_EQ(parsed.printed, warning + warning);
     const auto scene = Written(parsed);
     const auto& mesh = MeshOf(scene).mesh;
@@ -286,7 +286,7 @@ TEST(MeshOutput, MaterialErrorsAndTheVertexFile)
 {
     // Without a material reference: error 14 while the file is written, which goes on to its end.
     const auto missing = ParseAse("*GEOMOBJECT {\n*NODE_NAME \"n\"\n" + MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}}) + "}\n");
-    EXPECT_EQ(missing.ErrorText(), missing.At(missing.reader->Line(), "error") + "Invalid material id '-1' in object 'n'.\n");
+    EXPECT_EQ(missing.ErrorText(), missing.At(missing.scene.endLine, "error") + "Invalid material id '-1' in object 'n'.\n");
     vern3d::Scene scene;
     std::string error;
     ASSERT_TRUE(vern3d::DecodeFile(missing.output, &scene, &error)) << error;
@@ -317,7 +317,6 @@ TEST(MeshOutput, MaterialErrorsAndTheVertexFile)
     const std::string text = Materials({}) + Object(MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}}), "vf");
     ConvertSettings settings;
     settings.ivertex = true;
-    settings.overtex = true;
     // (Which files are read, and the messages about those that are not: FileSafetyTest.)
     cwd.Write("vf", std::string(reinterpret_cast<const char*>(file.Data()), file.Size()));
     settings.vertexFolder = cwd.Path();
@@ -328,7 +327,6 @@ TEST(MeshOutput, MaterialErrorsAndTheVertexFile)
     EXPECT_EQ(mesh.header.vertexCount, 1u);
     ASSERT_EQ(mesh.vertices.size(), 1u);
     EXPECT_EQ(Xyz(mesh.vertices[0].position), (V{1, 2, 3}));
-    EXPECT_FALSE(loaded.reader->settings.overtex);  // cleared for the rest of the run
 }
 
 TEST(MeshOutput, AFailedWriteInTheMeshChunkIsReported)
@@ -353,13 +351,14 @@ TEST(MeshOutput, AFailedWriteInTheMeshChunkIsReported)
     limited.rlim_cur = 4096;
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
     TraceCapture trace;
-    AseParser reader;
+    Reporter reporter;
+    Scene read;
     testing::internal::CaptureStdout();
-    reader.ParseFile(source, output);
+    ConvertFile(source, output, {}, reporter, read);
     testing::internal::GetCapturedStdout();
     ::setrlimit(RLIMIT_FSIZE, &previous);
     std::signal(SIGXFSZ, previousHandler);
-    EXPECT_EQ(reader.ErrorText(), source + "(" + std::to_string(reader.Line()) +
+    EXPECT_EQ(reporter.ErrorText(), source + "(" + std::to_string(read.endLine) +
                                       ") error: Error occured while writing file '" + output + "'.\n");
     const std::string text = trace.Text();
     const size_t mesh = text.find("Tools/MakeVern3D/BaseNode(1348) : Error: ASSERT_HRESULT(0x");

@@ -1,5 +1,5 @@
 // Mesh geometry and mesh animation as the reader stores them.
-#include "AseTestParse.h"
+#include "support/AseTestParse.h"
 
 #include <gtest/gtest.h>
 

@@ -4,10 +4,12 @@
 // a scan over the batch's new vertices for each corner when numbering per batch. These plain
 // procedures live only here. Random meshes sit on a coarse lattice, so that the welding
 // tolerances are met exactly and often, on both sides of their bounds.
-#include "AseParser.h"
-#include "BaseNode.h"
-#include "VertexNormals.h"
-#include "VertexWelder.h"
+#include "ConvertSettings.h"
+#include "Output/VertexWelder.h"
+#include "Parser/Reporter.h"
+#include "Scene/BaseNode.h"
+#include "Scene/Scene.h"
+#include "Scene/VertexNormals.h"
 
 #include <gtest/gtest.h>
 
@@ -115,10 +117,10 @@ struct Built {
     bool error = false;
 };
 
-bool ShouldSwap(const AseParser& reader, uint32_t a, uint32_t b)
+bool ShouldSwap(const Scene& scene, uint32_t a, uint32_t b)
 {
-    const auto& first = reader.textureSets[a]->entries;
-    const auto& second = reader.textureSets[b]->entries;
+    const auto& first = scene.textureSets[a]->entries;
+    const auto& second = scene.textureSets[b]->entries;
     if (first.empty() || second.empty())
         return false;
     const bool opacityA = (first[0].flags & 1) != 0, opacityB = (second[0].flags & 1) != 0;
@@ -129,9 +131,8 @@ bool ShouldSwap(const AseParser& reader, uint32_t a, uint32_t b)
     return a > b;
 }
 
-Built PlainBuild(const AseParser& reader, int32_t materialRef, Mesh mesh, bool countPairs, Coverage& coverage)
+Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh mesh, bool countPairs, Coverage& coverage)
 {
-    const double tolerance = reader.settings.weldTolerance;
     Built out;
     auto& normals = mesh.normals;
     for (bool exchanged = true; exchanged;) {
@@ -177,7 +178,7 @@ Built PlainBuild(const AseParser& reader, int32_t materialRef, Mesh mesh, bool c
             ++coverage.errors;
             break;
         }
-        const MaterialTableEntry& entry = reader.materialTable[static_cast<size_t>(materialRef)];
+        const MaterialTableEntry& entry = scene.materialTable[static_cast<size_t>(materialRef)];
         MaterialSlot slot = entry.slot;
         if (entry.subMaterials) {
             if (static_cast<uint32_t>(face.materialId) < entry.subMaterials->size()) {
@@ -251,14 +252,14 @@ Built PlainBuild(const AseParser& reader, int32_t materialRef, Mesh mesh, bool c
     for (bool exchanged = true; exchanged;) {
         exchanged = false;
         for (size_t i = 1; i < triangles.size(); ++i) {
-            if (ShouldSwap(reader, triangles[i - 1].textureSet, triangles[i].textureSet)) {
+            if (ShouldSwap(scene, triangles[i - 1].textureSet, triangles[i].textureSet)) {
                 std::swap(triangles[i - 1], triangles[i]);
                 exchanged = true;
             }
         }
     }
     for (const MeshTriangle& triangle : triangles) {
-        const auto& entries = reader.textureSets[triangle.textureSet]->entries;
+        const auto& entries = scene.textureSets[triangle.textureSet]->entries;
         coverage.emptySetTriangles += entries.empty();
         coverage.opacityTriangles += !entries.empty() && (entries[0].flags & 1) != 0;
     }
@@ -389,7 +390,7 @@ MaterialSlot RandomSlot(Rng& rng, int setCount) { return {rng.Int(0, setCount - 
 
 // Texture sets (some without entries, some opacity-mapped) and a material table; answers the
 // node's material reference.
-int32_t FillMaterials(Rng& rng, AseParser& reader)
+int32_t FillMaterials(Rng& rng, Scene& scene)
 {
     const int32_t kFlags[] = {0, 1, 8, 9};
     const int setCount = rng.Int(1, 6);
@@ -402,7 +403,7 @@ int32_t FillMaterials(Rng& rng, AseParser& reader)
             entry.flags = kFlags[rng.Int(0, 3)];
             set->entries.push_back(entry);
         }
-        reader.textureSets.push_back(std::move(set));
+        scene.textureSets.push_back(std::move(set));
     }
     const int tableCount = rng.Int(1, 3);
     for (int i = 0; i < tableCount; ++i) {
@@ -413,7 +414,7 @@ int32_t FillMaterials(Rng& rng, AseParser& reader)
             for (int s = rng.Int(0, 4); s > 0; --s)
                 entry.subMaterials->push_back(RandomSlot(rng, setCount));
         }
-        reader.materialTable.push_back(std::move(entry));
+        scene.materialTable.push_back(std::move(entry));
     }
     return rng.Chance(0.02) ? -1 : rng.Int(0, tableCount - 1);
 }
@@ -525,18 +526,20 @@ Mesh RandomMesh(Rng& rng, int faceCount, int span, bool walk)
 bool CheckOne(uint32_t seed, int faceCount, int span, bool walk, Coverage& coverage)
 {
     Rng rng(seed);
-    AseParser reader;
+    Scene scene;
+    Reporter reporter;
     MeshNode node("mesh" + std::to_string(seed));
-    node.materialRef = FillMaterials(rng, reader);
+    node.materialRef = FillMaterials(rng, scene);
     // Mostly the classic position tolerance; now and then one that -weld gives.
+    ConvertSettings settings;
     const double kTolerances[] = {0.05, 0.15, 0.0, 1.0};
     if (rng.Chance(0.25))
-        reader.settings.weldTolerance = kTolerances[rng.Int(0, 3)];
+        settings.weldTolerance = kTolerances[rng.Int(0, 3)];
     Mesh mesh = RandomMesh(rng, faceCount, span, walk);
-    const Built expected = PlainBuild(reader, node.materialRef, mesh, faceCount <= 60, coverage);
+    const Built expected = PlainBuild(scene, settings.weldTolerance, node.materialRef, mesh, faceCount <= 60, coverage);
 
     testing::internal::CaptureStdout();
-    node.BuildRenderMesh(reader, mesh);
+    node.BuildRenderMesh(scene, settings, reporter, mesh);
     const std::string printed = testing::internal::GetCapturedStdout();
 
     std::string difference = FirstDifference("normal record", expected.sortedNormals, mesh.normals);
@@ -551,13 +554,13 @@ bool CheckOne(uint32_t seed, int faceCount, int span, bool walk, Coverage& cover
     if (difference.empty() && !PrintedWarnings(printed, expected.warnedIds, node.name))
         difference = "printed " + std::to_string(expected.warnedIds.size()) + " warnings expected, got: " + printed;
     const std::string errorText = "Invalid material id '-1' in object '" + node.name + "'.";
-    if (difference.empty() && reader.HasError() != expected.error)
-        difference = "error flag " + std::to_string(reader.HasError());
-    if (difference.empty() && expected.error && reader.ErrorText().find(errorText) == std::string::npos)
-        difference = "error text " + reader.ErrorText();
+    if (difference.empty() && reporter.HasError() != expected.error)
+        difference = "error flag " + std::to_string(reporter.HasError());
+    if (difference.empty() && expected.error && reporter.ErrorText().find(errorText) == std::string::npos)
+        difference = "error text " + reporter.ErrorText();
     EXPECT_EQ(difference, "") << "seed " << seed << ", " << faceCount << " faces, " << mesh.vertices.size()
                               << " positions, material reference " << node.materialRef << ", tolerance "
-                              << reader.settings.weldTolerance;
+                              << settings.weldTolerance;
     return difference.empty();
 }
 

@@ -2,9 +2,12 @@
 // faster than n log n (welding work counted, conversion time and peak heap bytes measured; the
 // figures themselves belong to bench/MeshBench). And output beyond the file's bounds: refused
 // with its line, nothing left behind.
-#include "AseParser.h"
-#include "TestFiles.h"
-#include "VertexWelder.h"
+#include "ConversionDriver.h"
+#include "ConvertSettings.h"
+#include "Parser/Reporter.h"
+#include "Scene/Scene.h"
+#include "support/TestFiles.h"
+#include "Output/VertexWelder.h"
 
 #include <gtest/gtest.h>
 
@@ -108,16 +111,18 @@ std::vector<Cost> Convert(const std::vector<std::string>& texts)
     for (int run = 0; run < 5; ++run) {
         for (size_t i = 0; i < texts.size(); ++i) {
             const std::string source = directory.Write("scene" + std::to_string(i) + ".ase", texts[i]);
-            AseParser reader;
-            reader.settings.meshAnimFlags = 1;
+            Reporter reporter;
+            Scene scene;
+            ConvertSettings settings;
+            settings.meshAnimFlags = 1;
             peakBytes = liveBytes.load();
             const size_t before = liveBytes;
             testing::internal::CaptureStdout();
             const double start = ProcessorSeconds();
-            reader.ParseFile(source, directory.File("scene.vern3D"));
+            ConvertFile(source, directory.File("scene.vern3D"), settings, reporter, scene);
             const double took = ProcessorSeconds() - start;
             testing::internal::GetCapturedStdout();
-            EXPECT_FALSE(reader.HasError()) << reader.ErrorText();
+            EXPECT_FALSE(reporter.HasError()) << reporter.ErrorText();
             costs[i].seconds = std::min(costs[i].seconds, took);
             costs[i].peak = peakBytes - before;
         }
@@ -216,12 +221,13 @@ TEST(Resources, OutputBeyondTheFileBoundIsRefusedAndNothingIsLeft)
     for (const Case& c : cases) {
         const std::string source = directory.Write("scene.ase", c.text);
         const std::string output = directory.File("scene.vern3D");
-        AseParser reader;
+        Reporter reporter;
+        Scene scene;
         testing::internal::CaptureStdout();
-        reader.ParseFile(source, output);
+        ConvertFile(source, output, {}, reporter, scene);
         EXPECT_EQ(testing::internal::GetCapturedStdout().find("frame 0"), std::string::npos);  // no frame is built
-        EXPECT_EQ(reader.ErrorText().rfind(source + "(" + std::to_string(c.line) + ") error: " + c.message, 0), 0u)
-            << reader.ErrorText();
+        EXPECT_EQ(reporter.ErrorText().rfind(source + "(" + std::to_string(c.line) + ") error: " + c.message, 0), 0u)
+            << reporter.ErrorText();
         EXPECT_FALSE(testfiles::Exists(output));
     }
 }

@@ -1,8 +1,11 @@
 // Damaged real files: whatever the bytes, the reader ends in a reported error or in a file that
 // decodes and passes every structural check.
-#include "AseParser.h"
-#include "TestFiles.h"
-#include "Vern3DDecoder.h"
+#include "ConversionDriver.h"
+#include "ConvertSettings.h"
+#include "Parser/Reporter.h"
+#include "Scene/Scene.h"
+#include "support/TestFiles.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <gtest/gtest.h>
 
@@ -43,17 +46,18 @@ TEST(Robustness, DamagedCorpusFilesFailCleanlyOrConvert)
             const std::string input = directory.Write("damaged.ase", Damage(original, random));
             const std::string output = directory.File("damaged.vern3D");
             std::remove(output.c_str());
-            AseParser reader;
+            Reporter reporter;
+            Scene read;
             testing::internal::CaptureStdout();
-            reader.ParseFile(input, output);
+            ConvertFile(input, output, {}, reporter, read);
             testing::internal::GetCapturedStdout();
-            if (reader.HasError()) {
+            if (reporter.HasError()) {
                 ++failed;
-                EXPECT_EQ(reader.ErrorText().rfind(input + "(", 0), 0u) << reader.ErrorText();
+                EXPECT_EQ(reporter.ErrorText().rfind(input + "(", 0), 0u) << reporter.ErrorText();
                 // Only an object without material is found while the file is written, which goes on.
-                const bool whileWriting = reader.ErrorText().find("Invalid material id '-1'") != std::string::npos;
+                const bool whileWriting = reporter.ErrorText().find("Invalid material id '-1'") != std::string::npos;
                 if (!whileWriting || !testfiles::Exists(output)) {
-                    EXPECT_FALSE(testfiles::Exists(output)) << reader.ErrorText();
+                    EXPECT_FALSE(testfiles::Exists(output)) << reporter.ErrorText();
                     continue;
                 }
             } else {

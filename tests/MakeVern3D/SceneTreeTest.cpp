@@ -1,9 +1,12 @@
-#include "AseParser.h"
-#include "BaseNode.h"
-#include "NodeIndex.h"
-#include "TestFiles.h"
-#include "Vern3DDecoder.h"
-#include "VernWriter.h"
+#include "ConversionDriver.h"
+#include "ConvertSettings.h"
+#include "Output/SceneFile.h"
+#include "Parser/Reporter.h"
+#include "Scene/BaseNode.h"
+#include "Scene/NodeIndex.h"
+#include "Scene/Scene.h"
+#include "support/TestFiles.h"
+#include "vern/Vern3DDecoder.h"
 
 #include <gtest/gtest.h>
 
@@ -149,8 +152,8 @@ Names AfterDirectives(const std::string& name, std::string* renamed)
     TransformNode* node = AddHelper(root, name);
     AddHelper(*node, "kid");
     AddHelper(root, "last");
-    AseParser reporter;
-    root.ApplyNameDirectives(reporter);
+    Reporter reporter;
+    root.ApplyNameDirectives(reporter, 1);
     EXPECT_FALSE(reporter.HasError()) << name;
     *renamed = root.Children()[0]->name;
     return ChildNames(root);
@@ -187,8 +190,8 @@ TEST(NameDirectives, CreateAnimFromMeshNeedsFrames)
 {
     BaseNode root("root");
     root.AddChild(std::make_unique<MeshNode>("convert(createanimfrommesh,delete)Box"));
-    AseParser reporter;
-    root.ApplyNameDirectives(reporter);
+    Reporter reporter;
+    root.ApplyNameDirectives(reporter, 1);
     EXPECT_TRUE(reporter.HasError());
     EXPECT_NE(reporter.ErrorText().find("This error appears in object 'convert(createanimfrommesh,delete)Box'."),
               std::string::npos);
@@ -203,14 +206,14 @@ TEST(NameDirectives, LiftedChildrenAreWalkedAgainUnlessTheRemovedChildWasLast)
     TransformNode* middle = AddHelper(root, "convert(delete)m");
     AddHelper(*middle, "convert()convert()k");
     AddHelper(root, "z");
-    AseParser reporter;
-    root.ApplyNameDirectives(reporter);
+    Reporter reporter;
+    root.ApplyNameDirectives(reporter, 1);
     EXPECT_EQ(ChildNames(root), (Names{"z", "k"}));
 
     BaseNode other("root");
     TransformNode* last = AddHelper(other, "convert(delete)m");
     AddHelper(*last, "convert()convert()k");
-    other.ApplyNameDirectives(reporter);
+    other.ApplyNameDirectives(reporter, 1);
     EXPECT_EQ(ChildNames(other), (Names{"convert()k"}));
 }
 
@@ -308,7 +311,9 @@ TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
     std::uniform_real_distribution<float> radius(0.1f, 5.0f);
     testfiles::ScratchDirectory directory;
     for (int round = 0; round < 150; ++round) {
-        BaseNode root("root");
+        Scene written;
+        written.root = std::make_unique<BaseNode>("root");
+        BaseNode& root = *written.root;
         Reference reference;
         reference.isRoot = true;
         std::vector<std::pair<BaseNode*, Reference*>> nodes{{&root, &reference}};
@@ -347,19 +352,8 @@ TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
         ReferenceWrite(reference);
 
         const std::string path = directory.Path() + "/tree.vern3D";
-        {
-            VernWriter writer;
-            writer.SetFileType(FileTypeVern3D);
-            ASSERT_EQ(writer.Open(path.c_str(), true), S_OK);
-            ASSERT_EQ(writer.BeginFile(), S_OK);
-            AseParser reader;
-            ASSERT_EQ(root.Write(writer, reader, writer.Root()), S_OK);
-            VernChunk* table = nullptr;
-            ASSERT_EQ(writer.CreateChunk(&table, 0x10003, writer.Root()), S_OK);
-            const uint8_t none[12] = {12, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-            ASSERT_EQ(writer.WriteData(none, 12, table), S_OK);
-            ASSERT_EQ(writer.Close(), S_OK);
-        }
+        Reporter reporter;
+        ASSERT_EQ(WriteScene(written, {}, path, reporter), S_OK);
         vern3d::Scene scene;
         std::string error;
         ASSERT_TRUE(vern3d::DecodeFile(path, &scene, &error)) << error;
@@ -417,9 +411,10 @@ TEST(SceneTree, LongChainsConvertInLinearTime)
     }
     testfiles::ScratchDirectory directory;
     const std::string source = directory.Write("chain.ase", text);
-    AseParser reader;
-    reader.ParseFile(source, directory.Path() + "/chain.vern3D");
-    ASSERT_FALSE(reader.HasError()) << reader.ErrorText();
+    Reporter reporter;
+    Scene read;
+    ConvertFile(source, directory.Path() + "/chain.vern3D", {}, reporter, read);
+    ASSERT_FALSE(reporter.HasError()) << reporter.ErrorText();
     vern3d::Scene scene;
     std::string error;
     ASSERT_TRUE(vern3d::DecodeFile(directory.Path() + "/chain.vern3D", &scene, &error)) << error;

@@ -1,5 +1,5 @@
-#include "BaseParser.h"
-#include "TestFiles.h"
+#include "Parser/BaseParser.h"
+#include "support/TestFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@ using testfiles::ScratchDirectory;
 // that the end of the text closes; `lenient` switches on the leniencies for other writers.
 class RecordingParser : public BaseParser {
 public:
-    explicit RecordingParser(bool lenient = false)
+    explicit RecordingParser(Reporter& reporter, bool lenient = false) : BaseParser(reporter)
     {
         closeBlocksAtEnd = lenient;
         joinNanPayloads = lenient;
@@ -39,15 +39,16 @@ Scan ScanText(const std::string& contents, bool lenient = false)
 {
     ScratchDirectory directory;
     const std::string file = directory.Write("t.ase", contents);
-    RecordingParser parser(lenient);
+    Reporter reporter;
+    RecordingParser parser(reporter, lenient);
     Scan scan;
-    if (Failed(parser.Load(file, "out")))
+    if (Failed(parser.Load(file)))
         return scan;
     std::string symbol;
     for (int guard = 0; guard < 1000; ++guard) {
         if (!parser.NextSymbol(symbol)) {
             scan.failed = true;
-            scan.errorText = parser.ErrorText();
+            scan.errorText = reporter.ErrorText();
             break;
         }
         scan.symbols.push_back(symbol);
@@ -111,15 +112,16 @@ TEST(SymbolScanner, NanPayloadsJoinTheirWordWhenLenient)
 TEST(SymbolScanner, ReadingPastTheEndIsAnErrorThatSticks)
 {
     ScratchDirectory directory;
-    BaseParser parser;
-    ASSERT_EQ(parser.Load(directory.Write("t.ase", "a\n"), "out"), S_OK);
+    Reporter reporter;
+    BaseParser parser(reporter);
+    ASSERT_EQ(parser.Load(directory.Write("t.ase", "a\n")), S_OK);
     std::string symbol;
     EXPECT_TRUE(parser.NextSymbol(symbol));
     EXPECT_TRUE(parser.NextSymbol(symbol));
     EXPECT_EQ(symbol, kEnd);
     EXPECT_FALSE(parser.NextSymbol(symbol));
     EXPECT_EQ(symbol, kEnd);  // the symbol keeps its text
-    EXPECT_EQ(parser.ErrorText(), directory.Path() + "/t.ase(2) error: Could not read next char.\n");
+    EXPECT_EQ(reporter.ErrorText(), directory.Path() + "/t.ase(2) error: Could not read next char.\n");
     EXPECT_FALSE(parser.NextSymbol(symbol));
 }
 
@@ -134,8 +136,9 @@ TEST(SymbolScanner, LinesFollowTheLastCharacterConsumed)
 TEST(SymbolScanner, ReadCharAndUngetCharCountLines)
 {
     ScratchDirectory directory;
-    BaseParser parser;
-    ASSERT_EQ(parser.Load(directory.Write("t.ase", "x\ny"), "out"), S_OK);
+    Reporter reporter;
+    BaseParser parser(reporter);
+    ASSERT_EQ(parser.Load(directory.Write("t.ase", "x\ny")), S_OK);
     EXPECT_EQ(parser.ReadChar(), 'x');
     EXPECT_EQ(parser.Column(), 2);
     EXPECT_EQ(parser.ReadChar(), '\n');
@@ -165,21 +168,22 @@ TEST(SymbolScanner, OverlongSymbolsAreRefused)
 TEST(ParseLoop, SkipsBlocksAndHandsOnOtherSymbols)
 {
     ScratchDirectory directory;
-    RecordingParser parser;
-    EXPECT_EQ(parser.ParseFile(directory.Write("t.ase", "{a{b}d}\nfoo\n12\n}\n"), "out"), S_OK);
+    Reporter reporter;
+    RecordingParser parser(reporter);
+    EXPECT_EQ(parser.ParseFile(directory.Write("t.ase", "{a{b}d}\nfoo\n12\n}\n")), S_OK);
     EXPECT_EQ(parser.handled, (std::vector<std::string>{"foo", "12", "}"}));
     EXPECT_EQ(parser.lines, (std::vector<int>{2, 3, 4}));
     // An open block at the end fails the file; leniently the end closes it, said once with the
     // line where the outermost open block began. A zero byte inside the text ends nothing.
     const std::string open = directory.Write("u.ase", "x\n{ a {\nb }\n{ c\n");
-    EXPECT_EQ(parser.ParseFile(open, "out"), E_FAIL);
-    EXPECT_NE(parser.ErrorText().find("(5) error: Could not read next char.\n"), std::string::npos);
-    RecordingParser lenient(true);
-    EXPECT_EQ(lenient.ParseFile(open, "out"), S_OK);
+    EXPECT_EQ(parser.ParseFile(open), E_FAIL);
+    EXPECT_NE(reporter.ErrorText().find("(5) error: Could not read next char.\n"), std::string::npos);
+    RecordingParser lenient(reporter, true);
+    EXPECT_EQ(lenient.ParseFile(open), S_OK);
     EXPECT_EQ(lenient.handled, (std::vector<std::string>{"x"}));
     EXPECT_EQ(lenient.closedAt, (std::vector<int>{2}));
-    RecordingParser zero(true);
-    EXPECT_EQ(zero.ParseFile(directory.Write("v.ase", std::string("{\n\0\n}\ny\n", 8)), "out"), S_OK);
+    RecordingParser zero(reporter, true);
+    EXPECT_EQ(zero.ParseFile(directory.Write("v.ase", std::string("{\n\0\n}\ny\n", 8))), S_OK);
     EXPECT_EQ(zero.handled, (std::vector<std::string>{"y"}));
     EXPECT_TRUE(zero.closedAt.empty());
 }
@@ -187,52 +191,71 @@ TEST(ParseLoop, SkipsBlocksAndHandsOnOtherSymbols)
 TEST(ParseLoop, DeepNestingNeedsNoStack)
 {
     ScratchDirectory directory;
-    RecordingParser parser;
+    Reporter reporter;
+    RecordingParser parser(reporter);
     const std::string deep = std::string(1000000, '{') + std::string(1000000, '}') + "\nafter\n";
-    EXPECT_EQ(parser.ParseFile(directory.Write("t.ase", deep), "out"), S_OK);
+    EXPECT_EQ(parser.ParseFile(directory.Write("t.ase", deep)), S_OK);
     EXPECT_EQ(parser.handled, (std::vector<std::string>{"after"}));
     const std::string open = directory.Write("u.ase", "\n" + std::string(1000000, '{'));
-    RecordingParser unbalanced;
-    EXPECT_EQ(unbalanced.ParseFile(open, "out"), E_FAIL);
-    RecordingParser lenient(true);
-    EXPECT_EQ(lenient.ParseFile(open, "out"), S_OK);
+    RecordingParser unbalanced(reporter);
+    EXPECT_EQ(unbalanced.ParseFile(open), E_FAIL);
+    RecordingParser lenient(reporter, true);
+    EXPECT_EQ(lenient.ParseFile(open), S_OK);
     EXPECT_EQ(lenient.closedAt, (std::vector<int>{2}));
 }
 
 TEST(ParseFile, MissingAndUnreadableFiles)
 {
     ScratchDirectory directory;
-    BaseParser parser;
-    const HRESULT missing = parser.ParseFile("no-such-file.ase", "out");
+    Reporter reporter;
+    BaseParser parser(reporter);
+    const HRESULT missing = parser.ParseFile("no-such-file.ase");
     EXPECT_EQ(static_cast<uint32_t>(missing), 0x80070002u);
-    EXPECT_TRUE(parser.HasError());
-    EXPECT_EQ(parser.ErrorText(), "no-such-file.ase(1) error: Could not open file 'no-such-file.ase'.\n");
+    EXPECT_TRUE(reporter.HasError());
+    EXPECT_EQ(reporter.ErrorText(), "no-such-file.ase(1) error: Could not open file 'no-such-file.ase'.\n");
 
-    const HRESULT folder = parser.ParseFile(directory.Path(), "out");
+    const HRESULT folder = parser.ParseFile(directory.Path());
     EXPECT_TRUE(Failed(folder));
-    EXPECT_EQ(parser.ErrorText(), directory.Path() + "(1) error: Could not read from file '" + directory.Path() + "'.\n");
+    EXPECT_EQ(reporter.ErrorText(), directory.Path() + "(1) error: Could not read from file '" + directory.Path() + "'.\n");
 
     // The same parser reads the next file with a clear state.
     const std::string good = directory.Write("good.ase", "{ }\n");
-    EXPECT_EQ(parser.ParseFile(good, "out"), S_OK);
-    EXPECT_FALSE(parser.HasError());
+    EXPECT_EQ(parser.ParseFile(good), S_OK);
+    EXPECT_FALSE(reporter.HasError());
     EXPECT_EQ(parser.Line(), 2);
 }
 
-// Unknown symbols draw warnings with their lines; texts are never used as formats; the last error is kept.
-TEST(Diagnostics, WarningsAndErrorsShowFileLineAndText)
+// Reports name the file and the line the caller gives; texts are never used as formats; the last
+// error is kept; a quiet reporter prints nothing and still counts errors.
+TEST(Diagnostics, ReportsShowFileLineAndText)
 {
     ScratchDirectory directory;
-    BaseParser parser;
+    Reporter reporter;
+    BaseParser parser(reporter);
     const std::string file = directory.Write("100%s.ase", "foo\n%d%n\n");
     testing::internal::CaptureStdout();
-    EXPECT_EQ(parser.ParseFile(file, "out"), S_OK);
+    EXPECT_EQ(parser.ParseFile(file), S_OK);
+    reporter.Warning(7, kMessageUnknownSymbol, "%s");
+    reporter.Progress(kMessageSymbolTooLong, -5);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), file + "(1) warning: Do not know what symbol 'foo' means.\n" +
-                                                          file + "(2) warning: Do not know what symbol '%d%n' means.\n");
-    parser.Error(4104, "%s%s%s");
-    EXPECT_EQ(parser.ErrorText(), file + "(3) error: Symbol '%s%s%s' could not scanned.\n");
-    parser.Error(4100, "SECOND");
-    EXPECT_EQ(parser.ErrorText(), file + "(3) error: Missing symbol 'SECOND'.\n");
+                                                          file + "(2) warning: Do not know what symbol '%d%n' means.\n" +
+                                                          file + "(7) warning: Do not know what symbol '%s' means.\n" +
+                                                          "Symbol is longer than -5 characters.\n");
+    EXPECT_FALSE(reporter.HasError());
+    reporter.Error(9, kMessageExpectedSymbol, "%s%s%s", std::string("a\0b", 3));
+    EXPECT_EQ(reporter.ErrorText(), file + "(9) error: Aspected symbol '%s%s%s' but found symbol 'a'.\n");
+    reporter.Error(3, kMessageMissingSymbol, "SECOND");
+    EXPECT_EQ(reporter.ErrorText(), file + "(3) error: Missing symbol 'SECOND'.\n");
+
+    Reporter quiet(true);
+    quiet.BeginFile(file);
+    testing::internal::CaptureStdout();
+    quiet.Warning(1, kMessageUnknownSymbol, "x");
+    quiet.Progress(kMessageCouldNotReadChar);
+    quiet.Error(2, kMessageCouldNotReadChar);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_TRUE(quiet.HasError());
+    EXPECT_EQ(quiet.ErrorText(), file + "(2) error: Could not read next char.\n");
 }
 
 std::string Utf16(const std::string& ascii, bool little)

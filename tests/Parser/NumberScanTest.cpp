@@ -1,6 +1,6 @@
 // ScanInt and ScanFloat must agree with the C library's sscanf for "%d", "%d:" and "%f": same
 // success and same bits (sign of zero, NaN patterns), and an untouched value on failure.
-#include "NumberScan.h"
+#include "Parser/NumberScan.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,11 @@
-// Runs the ASE reader on a text and keeps what a test looks at.
+// Converts an ASE text as the program does and keeps what a test looks at.
 #pragma once
 
-#include "AseParser.h"
-#include "TestFiles.h"
+#include "ConversionDriver.h"
+#include "ConvertSettings.h"
+#include "Parser/Reporter.h"
+#include "Scene/Scene.h"
+#include "support/TestFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -13,15 +16,16 @@ namespace asetest {
 
 struct Parsed {
     std::unique_ptr<testfiles::ScratchDirectory> directory = std::make_unique<testfiles::ScratchDirectory>();
-    std::unique_ptr<AseParser> reader = std::make_unique<AseParser>();
+    Reporter reporter;
+    Scene scene;         // as read, and as the later stages left it
     std::string source;  // the input file's path
     std::string output;  // the output file's path
     std::string printed;
-    HRESULT status = S_OK;
+    Conversion outcome = Conversion::Converted;
 
-    bool Failed() const { return reader->HasError(); }
-    const std::string& ErrorText() const { return reader->ErrorText(); }
-    BaseNode* Root() const { return reader->Root(); }
+    bool Failed() const { return reporter.HasError(); }
+    const std::string& ErrorText() const { return reporter.ErrorText(); }
+    BaseNode* Root() const { return scene.root.get(); }
     // The prefix of this file's reports on `line`.
     std::string At(int line, const char* kind = "warning") const
     {
@@ -35,9 +39,8 @@ inline Parsed ParseAse(const std::string& text, const ConvertSettings& settings 
     Parsed parsed;
     parsed.source = parsed.directory->Write("scene.ase", text);
     parsed.output = parsed.directory->Path() + "/scene.vern3D";
-    parsed.reader->settings = settings;
     testing::internal::CaptureStdout();
-    parsed.status = parsed.reader->ParseFile(parsed.source, parsed.output);
+    parsed.outcome = ConvertFile(parsed.source, parsed.output, settings, parsed.reporter, parsed.scene);
     parsed.printed = testing::internal::GetCapturedStdout();
     return parsed;
 }

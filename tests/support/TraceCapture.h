@@ -1,7 +1,7 @@
 // Collects what the trace channel receives while it is alive.
 #pragma once
 
-#include "Trace.h"
+#include "AbstractData/Trace.h"
 
 #include <string>
 #include <vector>

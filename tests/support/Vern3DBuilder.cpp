@@ -1,7 +1,7 @@
-#include "Vern3DBuilder.h"
+#include "support/Vern3DBuilder.h"
 
-#include "TestFiles.h"
-#include "VernWriter.h"
+#include "support/TestFiles.h"
+#include "vern/VernWriter.h"
 
 #include <cstdlib>
 #include <functional>

@@ -2,9 +2,9 @@
 // converter's key evaluation in the animation channels, morph targets, winding and texture space.
 #include "GltfExport.h"
 #include "GltfWorld.h"
-#include "TestFiles.h"
+#include "support/TestFiles.h"
 #include "TransformSampling.h"
-#include "Vern3DBuilder.h"
+#include "support/Vern3DBuilder.h"
 
 #include <gtest/gtest.h>
 

@@ -4,10 +4,10 @@
 // Damaged copies and bad command lines end in a message and a non-zero exit.
 #include "GltfExport.h"
 #include "GltfWorld.h"
-#include "TestFiles.h"
-#include "Vern3DBuilder.h"
+#include "support/TestFiles.h"
+#include "support/Vern3DBuilder.h"
 #include "vern/Vern3DDecoder.h"
-#include "VernReader.h"
+#include "vern/VernReader.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

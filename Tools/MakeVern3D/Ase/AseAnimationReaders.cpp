@@ -1,8 +1,8 @@
 // Transform animation: Bezier position keys and TCB rotation keys, with times in milliseconds
 // and the position tangents turned into absolute Bezier control points.
-#include "AseParser.h"
-#include "Messages.h"
-#include "NumberScan.h"
+#include "Ase/AseParser.h"
+#include "resources/Messages.h"
+#include "Parser/NumberScan.h"
 
 #include <array>
 
@@ -40,7 +40,7 @@ void AseParser::ReadTmAnimation(std::string& symbol, TransformNode& node, std::s
             NextSymbol(keyword);
             blockName = keyword;
             if (!node.name.empty() && node.name != keyword)
-                Warning(kMessageForeignNodeName, keyword.c_str(), node.name.c_str());
+                Warning(kMessageForeignNodeName, keyword, node.name);
         } else if (keyword == "*CONTROL_POS_BEZIER") {
             positions.clear();
             ReadBezierPositionKeys(keyword, positions);
@@ -48,14 +48,14 @@ void AseParser::ReadTmAnimation(std::string& symbol, TransformNode& node, std::s
         } else if (keyword == "*CONTROL_ROT_TCB") {
             rotations.clear();
             ReadTcbRotationKeys(keyword, rotations);
-        } else if (settings.compat && keyword == "*CONTROL_POS_TRACK") {
+        } else if (compat && keyword == "*CONTROL_POS_TRACK") {
             positions.clear();
             ReadPositionSamples(keyword, positions, owner);
             sampledPositions = true;
-        } else if (settings.compat && keyword == "*CONTROL_ROT_TRACK") {
+        } else if (compat && keyword == "*CONTROL_ROT_TRACK") {
             rotations.clear();
             ReadRotationSamples(keyword, rotations, owner);
-        } else if (settings.compat && keyword == "*CONTROL_SCALE_TRACK") {
+        } else if (compat && keyword == "*CONTROL_SCALE_TRACK") {
             ReadScaleSamples(keyword, owner);
         } else {
             return Keyword::NotMine;

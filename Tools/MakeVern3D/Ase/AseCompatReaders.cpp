@@ -2,9 +2,8 @@
 // groups become transform nodes, sampled controllers become keys, parents may come later in the
 // file, objects without a material get a default one, and missing scene timing takes 3ds Max's
 // defaults. Each departure is said as a warning where it happens.
-#include "AseParser.h"
-#include "Messages.h"
-#include "NumberScan.h"
+#include "Ase/AseParser.h"
+#include "Parser/NumberScan.h"
 
 #include <cmath>
 #include <utility>
@@ -21,7 +20,7 @@ constexpr float kScaleTolerance = 1e-4f;
 
 bool AseParser::NextSymbolStartsWith(std::string_view prefix)
 {
-    if (errorFlag || !text || cursor >= textSize)
+    if (HasError() || !text || cursor >= textSize)
         return false;
     const uint32_t savedCursor = cursor;
     const int32_t savedLine = line;
@@ -37,19 +36,6 @@ bool AseParser::NextSymbolStartsWith(std::string_view prefix)
     column = savedColumn;
     lastSymbol = savedLast;
     return matches;
-}
-
-bool AseParser::ConvertsWithCompat(const std::string& sourceName) const
-{
-    if (writeFailed)
-        return false;
-    AseParser trial;
-    trial.settings = settings;
-    trial.settings.compat = true;
-    trial.writeOutput = false;
-    trial.SetQuiet(true);
-    trial.ParseFile(sourceName, std::string());
-    return !trial.HasError();
 }
 
 void AseParser::TakeDefaultTiming()
@@ -75,8 +61,8 @@ void AseParser::ReadCameraOrLight(std::string& symbol, const char* kind)
     // A target camera or spot light carries its target's transform and keys in the same block,
     // after its own; the target is not a node of ours.
     auto dropTarget = [&](const std::string& targetName) {
-        if (!targetSaid && ShowRepeated(kMessageTargetDropped))
-            Warning(kMessageTargetDropped, targetName.c_str(), node.name.c_str());
+        if (!targetSaid && ShowRepeated(kMessageTargetDropped.id))
+            Warning(kMessageTargetDropped, targetName, node.name);
         targetSaid = true;
     };
 
@@ -127,10 +113,10 @@ void AseParser::ReadCameraOrLight(std::string& symbol, const char* kind)
     });
     if (result != Block::Ended)
         return;
-    if (ShowRepeated(kMessageNodeFromObject))
-        Warning(kMessageNodeFromObject, kind, node.name.c_str());
+    if (ShowRepeated(kMessageNodeFromObject.id))
+        Warning(kMessageNodeFromObject, kind, node.name);
     if (!parentRecord)
-        LinkNode(root.get(), std::move(holder));
+        LinkNode(scene.root.get(), std::move(holder));
 }
 
 void AseParser::ReadGroupAsNode(std::string& symbol)
@@ -141,20 +127,20 @@ void AseParser::ReadGroupAsNode(std::string& symbol)
     node.name = symbol;
     // Linked before its contents are read, so that they can name it as their parent. Its objects
     // keep their world transforms: the group's own stays the identity unless the block gives one.
-    if (ShowRepeated(kMessageNodeFromGroup))
-        Warning(kMessageNodeFromGroup, node.name.c_str());
-    LinkNode(root.get(), std::move(group));
+    if (ShowRepeated(kMessageNodeFromGroup.id))
+        Warning(kMessageNodeFromGroup, node.name);
+    LinkNode(scene.root.get(), std::move(group));
     ReadGroupContents(symbol, &node);
 }
 
 void AseParser::SayTrackSampled(const std::string& track, const std::string& owner, size_t keyCount)
 {
-    if (!ShowRepeated(kMessageSampledTrack))
+    if (!ShowRepeated(kMessageSampledTrack.id))
         return;
     if (keyCount == 1)
-        Warning(kMessageSampledTrackOneKey, track.c_str(), owner.c_str());
+        Warning(kMessageSampledTrackOneKey, track, owner);
     else
-        Warning(kMessageSampledTrack, track.c_str(), owner.c_str(), static_cast<unsigned>(keyCount));
+        Warning(kMessageSampledTrack, track, owner, static_cast<uint32_t>(keyCount));
 }
 
 void AseParser::ReadPositionSamples(std::string& symbol, std::vector<PositionKey>& keys, const std::string& owner)
@@ -241,8 +227,8 @@ void AseParser::ReadScaleSamples(std::string& symbol, const std::string& owner)
         first = false;
         return Keyword::Handled;
     });
-    if (changes && ShowRepeated(kMessageScaleNotKept))
-        Warning(kMessageScaleNotKept, owner.c_str());
+    if (changes && ShowRepeated(kMessageScaleNotKept.id))
+        Warning(kMessageScaleNotKept, owner);
 }
 
 void AseParser::LinkLaterParents()
@@ -257,11 +243,8 @@ void AseParser::LinkLaterParents()
                 ++entry;
                 continue;
             }
-            const int32_t endLine = line;
-            line = entry->line;
-            if (ShowRepeated(kMessageParentLater))
-                Warning(kMessageParentLater, entry->parentName.c_str(), entry->node->name.c_str());
-            line = endLine;
+            if (ShowRepeated(kMessageParentLater.id))
+                reporter.Warning(entry->line, kMessageParentLater, entry->parentName, entry->node->name);
             LinkNode(parent, std::move(entry->node));
             entry = laterParents.erase(entry);
             linked = true;
@@ -269,10 +252,10 @@ void AseParser::LinkLaterParents()
     }
     if (!laterParents.empty()) {
         // A parent that never came (or a loop of objects naming each other): the classic error,
-        // at the line of the record.
+        // at the line of the record, where reading is taken to have stopped.
         const LaterParent& missing = laterParents.front();
         line = missing.line;
-        Error(kMessageParentNotFound, missing.parentName.c_str(), missing.node->name.c_str());
+        Error(kMessageParentNotFound, missing.parentName, missing.node->name);
     }
     laterParents.clear();
 }
@@ -280,7 +263,7 @@ void AseParser::LinkLaterParents()
 void AseParser::GiveDefaultMaterials()
 {
     int32_t defaultMaterial = -1;
-    std::vector<BaseNode*> pending{root.get()};
+    std::vector<BaseNode*> pending{scene.root.get()};
     while (!pending.empty()) {
         BaseNode* node = pending.back();
         pending.pop_back();
@@ -290,13 +273,13 @@ void AseParser::GiveDefaultMaterials()
         if (!meshNode || meshNode->materialRef != -1)
             continue;
         if (defaultMaterial == -1) {
-            textureSets.push_back(std::make_unique<TextureSet>());
-            materialProperties.push_back(std::make_unique<MaterialProperties>());
+            scene.textureSets.push_back(std::make_unique<TextureSet>());
+            scene.materialProperties.push_back(std::make_unique<MaterialProperties>());
             MaterialTableEntry entry;
-            entry.slot.textureSetIndex = static_cast<int32_t>(textureSets.size() - 1);
-            entry.slot.propertiesIndex = static_cast<int32_t>(materialProperties.size() - 1);
-            materialTable.push_back(std::move(entry));
-            defaultMaterial = static_cast<int32_t>(materialTable.size() - 1);
+            entry.slot.textureSetIndex = static_cast<int32_t>(scene.textureSets.size() - 1);
+            entry.slot.propertiesIndex = static_cast<int32_t>(scene.materialProperties.size() - 1);
+            scene.materialTable.push_back(std::move(entry));
+            defaultMaterial = static_cast<int32_t>(scene.materialTable.size() - 1);
         }
         meshNode->materialRef = defaultMaterial;
     }

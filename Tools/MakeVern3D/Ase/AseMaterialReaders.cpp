@@ -1,9 +1,9 @@
 // Materials and their maps. Every material and sub-material gives one property record and one
 // texture set; equal texture sets are stored once and shared. A material number indexes the
 // material table, a sub-material number the slots of its top-level material.
-#include "AseParser.h"
+#include "Ase/AseParser.h"
 #include "FilePath.h"
-#include "Messages.h"
+#include "resources/Messages.h"
 
 #include <cstring>
 
@@ -40,10 +40,10 @@ MaterialSlot& SlotOf(MaterialTableEntry& entry, int32_t subNumber)
 bool AseParser::ReadMaterialNumber(std::string& symbol, int32_t* number, int32_t inOrder)
 {
     // -compat: a writer that numbers materials by their order may leave the numbers out.
-    if (settings.compat && NextSymbolStartsWith(BlockBegin())) {
+    if (compat && NextSymbolStartsWith(BlockBegin())) {
         *number = inOrder;
         if (!unnumberedMaterialSaid)
-            Warning(kMessageMaterialWithoutNumber, symbol.c_str(), inOrder);
+            Warning(kMessageMaterialWithoutNumber, symbol, inOrder);
         unnumberedMaterialSaid = true;
     } else if (!ReadInt(symbol, number)) {
         return false;
@@ -110,7 +110,7 @@ void AseParser::ReadMaterial(std::string& symbol, TextureSet& textureSet, Materi
         if (keyword == "*MATERIAL_CLASS") {
             NextSymbol(keyword);
             if (keyword != "Multi-/Unterobjekt" && keyword != "Standard")
-                Warning(kMessageUnknownMaterialClass, keyword.c_str());
+                Warning(kMessageUnknownMaterialClass, keyword);
             return Keyword::Handled;
         }
         if (keyword == "*MATERIAL_AMBIENT")
@@ -158,7 +158,7 @@ void AseParser::ReadMaterial(std::string& symbol, TextureSet& textureSet, Materi
                 for (TextureEntry& entry : textureSet.entries)
                     entry.flags = 3;
             } else if (keyword != "Filter") {
-                Warning(kMessageUnknownXpType, keyword.c_str(), name.c_str());
+                Warning(kMessageUnknownXpType, keyword, name);
             }
             return Keyword::Handled;
         }
@@ -190,7 +190,7 @@ void AseParser::ReadMap(std::string& symbol, TextureSet& textureSet, int32_t& xp
     const bool opacity = symbol == "*MAP_OPACITY";
     if (!opacity && symbol != "*MAP_DIFFUSE") {
         // The caller's loop meets the map's "{" next and skips the whole block.
-        Warning(kMessageUnknownMapType, symbol.c_str());
+        Warning(kMessageUnknownMapType, symbol);
         return;
     }
     static constexpr const char* kSkippedOnce[] = {
@@ -208,7 +208,7 @@ void AseParser::ReadMap(std::string& symbol, TextureSet& textureSet, int32_t& xp
         if (keyword == "*MAP_CLASS") {
             NextSymbol(keyword);
             if (keyword != "Bitmap")
-                Warning(kMessageUnknownMapClass, keyword.c_str());
+                Warning(kMessageUnknownMapClass, keyword);
             return Keyword::Handled;
         }
         if (keyword == "*BITMAP") {
@@ -242,11 +242,11 @@ void AseParser::ReadMap(std::string& symbol, TextureSet& textureSet, int32_t& xp
 void AseParser::RegisterProperties(std::unique_ptr<MaterialProperties> properties, int32_t materialNumber,
                                    int32_t subNumber)
 {
-    materialProperties.push_back(std::move(properties));
-    const auto index = static_cast<int32_t>(materialProperties.size() - 1);
-    if (materialTable.size() <= static_cast<size_t>(materialNumber))
-        materialTable.resize(static_cast<size_t>(materialNumber) + 1);
-    SlotOf(materialTable[static_cast<size_t>(materialNumber)], subNumber).propertiesIndex = index;
+    scene.materialProperties.push_back(std::move(properties));
+    const auto index = static_cast<int32_t>(scene.materialProperties.size() - 1);
+    if (scene.materialTable.size() <= static_cast<size_t>(materialNumber))
+        scene.materialTable.resize(static_cast<size_t>(materialNumber) + 1);
+    SlotOf(scene.materialTable[static_cast<size_t>(materialNumber)], subNumber).propertiesIndex = index;
 }
 
 void AseParser::RegisterTextureSet(std::unique_ptr<TextureSet> textureSet, int32_t materialNumber, int32_t subNumber)
@@ -254,13 +254,13 @@ void AseParser::RegisterTextureSet(std::unique_ptr<TextureSet> textureSet, int32
     // The first equal set wins; a hash of the entries finds it without comparing every set.
     const bool twoSided = textureSet->twoSided;
     const auto [found, inserted] =
-        textureSetIndex.try_emplace(TextureSetKey(*textureSet), static_cast<int32_t>(textureSets.size()));
+        textureSetIndex.try_emplace(TextureSetKey(*textureSet), static_cast<int32_t>(scene.textureSets.size()));
     const int32_t index = found->second;
     if (inserted)
-        textureSets.push_back(std::move(textureSet));
-    if (materialTable.size() <= static_cast<size_t>(materialNumber))
-        materialTable.resize(static_cast<size_t>(materialNumber) + 1);
-    MaterialSlot& slot = SlotOf(materialTable[static_cast<size_t>(materialNumber)], subNumber);
+        scene.textureSets.push_back(std::move(textureSet));
+    if (scene.materialTable.size() <= static_cast<size_t>(materialNumber))
+        scene.materialTable.resize(static_cast<size_t>(materialNumber) + 1);
+    MaterialSlot& slot = SlotOf(scene.materialTable[static_cast<size_t>(materialNumber)], subNumber);
     slot.textureSetIndex = index;
     slot.twoSided = twoSided;
 }

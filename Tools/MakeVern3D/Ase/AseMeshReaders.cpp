@@ -1,9 +1,8 @@
 // Mesh geometry and mesh animation. The lists are stored as read: vertices and faces by their
 // numbers (grown straight to number + 1), texture vertices, texture faces and normals appended.
 // Nothing is checked against the counts; the output checks what it uses.
-#include "AseParser.h"
-#include "Messages.h"
-#include "NumberScan.h"
+#include "Ase/AseParser.h"
+#include "Parser/NumberScan.h"
 
 #include <algorithm>
 
@@ -15,55 +14,12 @@ bool AseParser::ResizeList(List& list, int64_t size)
         return false;
     }
     const auto newSize = static_cast<uint64_t>(size);
-    if (newSize > list.size()) {
-        createdListEntries += newSize - list.size();
-        const uint64_t budget = static_cast<uint64_t>(textSize) + kListEntrySlack;
-        if (createdListEntries > budget) {
-            Error(kMessageListsTooLarge, static_cast<unsigned>(std::min<uint64_t>(budget, 0xFFFFFFFFu)));
-            return false;
-        }
+    if (newSize > list.size() && !scene.lists.Take(newSize - list.size())) {
+        Error(kMessageListsTooLarge, scene.lists.Shown());
+        return false;
     }
     list.resize(static_cast<size_t>(newSize));
     return true;
-}
-
-uint64_t AseParser::FreeListEntries() const
-{
-    const uint64_t budget = static_cast<uint64_t>(textSize) + kListEntrySlack;
-    return createdListEntries < budget ? budget - createdListEntries : 0;
-}
-
-bool AseParser::CountRenderVertices(uint64_t count, const MeshNode& node)
-{
-    const uint64_t budget = static_cast<uint64_t>(textSize) + kListEntrySlack;
-    createdListEntries += count;
-    if (createdListEntries <= budget)
-        return true;
-    line = node.meshLine;
-    Error(kMessageRenderMeshTooLarge, node.name.c_str(), static_cast<unsigned>(std::min<uint64_t>(budget, 0xFFFFFFFFu)));
-    return false;
-}
-
-bool AseParser::CountFrameVertices(uint64_t frames, uint64_t perFrame, const MeshNode& node)
-{
-    const uint64_t budget = static_cast<uint64_t>(textSize) + kListEntrySlack;
-    // Both factors are below 2^32: the product does not overflow.
-    createdListEntries += frames * perFrame;
-    if (createdListEntries <= budget)
-        return true;
-    line = node.animationLine;
-    Error(kMessageFramesTooLarge, node.name.c_str(), static_cast<unsigned>(perFrame),
-          static_cast<unsigned>(std::min<uint64_t>(budget, 0xFFFFFFFFu)));
-    return false;
-}
-
-void AseParser::WarnWeldTolerance(const MeshNode& node, double shortest, double used, double insteadOf)
-{
-    const int32_t endLine = line;
-    line = node.meshLine;
-    if (ShowRepeated(kMessageWeldToleranceShrunk))
-        Warning(kMessageWeldToleranceShrunk, node.name.c_str(), shortest, used, insteadOf);
-    line = endLine;
 }
 
 template <typename List>
@@ -160,8 +116,8 @@ void AseParser::ReadFaceList(std::string& symbol, Mesh& mesh)
         std::string_view label;
         for (int32_t* field : {&face.a, &face.b, &face.c, &face.ab, &face.bc, &face.ca}) {
             // -compat: a face line that ends after its corners (a Maya exporter) has edge flags 0.
-            if (settings.compat && field == &face.ab && NextSymbolStartsWith("*MESH_SMOOTHING")) {
-                if (!edgeFlagsSaid && ShowRepeated(kMessageNoEdgeFlags))
+            if (compat && field == &face.ab && NextSymbolStartsWith("*MESH_SMOOTHING")) {
+                if (!edgeFlagsSaid && ShowRepeated(kMessageNoEdgeFlags.id))
                     Warning(kMessageNoEdgeFlags);
                 edgeFlagsSaid = true;
                 break;
@@ -172,7 +128,7 @@ void AseParser::ReadFaceList(std::string& symbol, Mesh& mesh)
         }
         NextSymbol(keyword);
         if (keyword != "*MESH_SMOOTHING") {
-            Error(kMessageExpectedSymbol, "*MESH_SMOOTHING", keyword.c_str());
+            Error(kMessageExpectedSymbol, "*MESH_SMOOTHING", keyword);
             return Keyword::ReturnNow;
         }
         // The smoothing list may be empty; "1,2,3" is one symbol that gives its first number.
@@ -181,13 +137,13 @@ void AseParser::ReadFaceList(std::string& symbol, Mesh& mesh)
             face.smoothingGroup = -1;
         } else {
             if (!ScanInt(keyword, &face.smoothingGroup)) {
-                Error(kMessageCouldNotScan, keyword.c_str());
+                Error(kMessageCouldNotScan, keyword);
                 return Keyword::ReturnNow;
             }
             NextSymbol(keyword);
         }
         if (keyword != "*MESH_MTLID") {
-            Error(kMessageExpectedSymbol, "*MESH_MTLID", keyword.c_str());
+            Error(kMessageExpectedSymbol, "*MESH_MTLID", keyword);
             return Keyword::ReturnNow;
         }
         if (!ReadInt(keyword, &face.materialId))
@@ -242,7 +198,7 @@ void AseParser::ReadNormalRecords(std::string& symbol, Mesh& mesh)
     bool faceNormalsOnlySaid = false;
     ReadBlock(symbol, [&](std::string& keyword) {
         // -compat: corner normals listed apart from their faces (by vertex) are not kept.
-        if (settings.compat && keyword == "*MESH_VERTEXNORMAL") {
+        if (compat && keyword == "*MESH_VERTEXNORMAL") {
             SkipValues(keyword, 4);
             return Keyword::Handled;
         }
@@ -255,8 +211,8 @@ void AseParser::ReadNormalRecords(std::string& symbol, Mesh& mesh)
         };
         if (!ReadInt(keyword, &record.faceIndex) || !readVector(record.faceNormal))
             return Keyword::ReturnNow;
-        if (settings.compat && !NextSymbolStartsWith("*MESH_VERTEXNORMAL")) {
-            if (!faceNormalsOnlySaid && ShowRepeated(kMessageFaceNormalsOnly))
+        if (compat && !NextSymbolStartsWith("*MESH_VERTEXNORMAL")) {
+            if (!faceNormalsOnlySaid && ShowRepeated(kMessageFaceNormalsOnly.id))
                 Warning(kMessageFaceNormalsOnly);
             faceNormalsOnlySaid = true;
             for (Vector3& corner : record.vertexNormals)
@@ -267,7 +223,7 @@ void AseParser::ReadNormalRecords(std::string& symbol, Mesh& mesh)
         for (Vector3& corner : record.vertexNormals) {
             NextSymbol(keyword);
             if (keyword != "*MESH_VERTEXNORMAL") {
-                Error(kMessageExpectedSymbol, "*MESH_VERTEXNORMAL", keyword.c_str());
+                Error(kMessageExpectedSymbol, "*MESH_VERTEXNORMAL", keyword);
                 return Keyword::ReturnNow;
             }
             SkipValues(keyword, 1);  // the vertex number is not kept
@@ -289,7 +245,7 @@ void AseParser::ReadMeshAnimation(std::string& symbol, MeshNode& node)
         Mesh& frame = *node.frames.back();
         ReadMesh(keyword, frame);
         if (frame.vertices.size() != node.mesh.vertices.size())
-            Warning(kMessageVertexCountDiffers, node.name.c_str(), static_cast<int>(node.frames.size() - 1));
+            Warning(kMessageVertexCountDiffers, node.name, static_cast<int32_t>(node.frames.size() - 1));
         return Keyword::Handled;
     });
 }

@@ -1,7 +1,7 @@
 // Geometry objects, helper objects and the two readers they share: the node transform and the
 // parent link.
-#include "AseParser.h"
-#include "Messages.h"
+#include "Ase/AseParser.h"
+#include "resources/Messages.h"
 
 #include <type_traits>
 
@@ -38,14 +38,14 @@ AseParser::Block AseParser::ReadObject(std::string& symbol, Keywords&& keywords)
         return keywords(keyword, node);
     });
     if constexpr (std::is_same_v<Node, MeshNode>) {
-        if (settings.compat && result == Block::Ended && !errorFlag && node.materialRef == -1 &&
-            ShowRepeated(kMessageDefaultMaterial))
-            Warning(kMessageDefaultMaterial, node.name.c_str());
+        if (compat && result == Block::Ended && !HasError() && node.materialRef == -1 &&
+            ShowRepeated(kMessageDefaultMaterial.id))
+            Warning(kMessageDefaultMaterial, node.name);
     }
     // Without a parent record the object hangs under the root once its block has ended; an
     // object left unlinked (no "{", a bad value, a missing parent) is discarded with `holder`.
     if (result == Block::Ended && !parentRecord)
-        LinkNode(root.get(), std::move(holder));
+        LinkNode(scene.root.get(), std::move(holder));
     return result;
 }
 
@@ -80,10 +80,10 @@ void AseParser::ReadHelperObject(std::string& symbol)
     const Block result = ReadObject<TransformNode>(symbol, [&](std::string& keyword, TransformNode& node) {
         if (keyword == "*HELPER_CLASS") {
             NextSymbol(keyword);
-            if (settings.compat && keyword == "Bone") {
+            if (compat && keyword == "Bone") {
                 bone = &node;
             } else if (keyword != "Dummy" && keyword != "Band") {
-                Error(kMessageUnknownHelperClass, keyword.c_str());
+                Error(kMessageUnknownHelperClass, keyword);
                 return Keyword::ReturnNow;
             }
         } else if (keyword == "*BOUNDINGBOX_MIN" || keyword == "*BOUNDINGBOX_MAX") {
@@ -94,8 +94,8 @@ void AseParser::ReadHelperObject(std::string& symbol)
         return Keyword::Handled;
     });
     // The node lives on in the tree (or waiting for a later parent) once its block has ended.
-    if (bone && result == Block::Ended && !errorFlag && ShowRepeated(kMessageNodeFromObject))
-        Warning(kMessageNodeFromObject, "Bone", bone->name.c_str());
+    if (bone && result == Block::Ended && !HasError() && ShowRepeated(kMessageNodeFromObject.id))
+        Warning(kMessageNodeFromObject, "Bone", bone->name);
 }
 
 void AseParser::ReadNodeTM(std::string& symbol, TransformNode& node)
@@ -140,16 +140,16 @@ void AseParser::ReadNodeParent(std::string& symbol, TransformNode& node, std::un
     NextSymbol(symbol);
     // A node has exactly one parent: a further parent record is named and ignored.
     if (!owner) {
-        Warning(kMessageSecondParent, node.name.c_str(), symbol.c_str());
+        Warning(kMessageSecondParent, node.name, symbol);
         return;
     }
     BaseNode* parent = nodeIndex.Find(symbol);
-    if (!parent && settings.compat) {
+    if (!parent && compat) {
         laterParents.push_back({std::move(owner), symbol, line});
         return;
     }
     if (!parent) {
-        Error(kMessageParentNotFound, symbol.c_str(), node.name.c_str());
+        Error(kMessageParentNotFound, symbol, node.name);
         return;
     }
     LinkNode(parent, std::move(owner));

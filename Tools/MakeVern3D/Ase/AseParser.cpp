@@ -1,38 +1,56 @@
-#include "AseParser.h"
+#include "Ase/AseParser.h"
 
-#include "Messages.h"
-#include "NumberScan.h"
+#include "Parser/NumberScan.h"
 
 #include <algorithm>
 #include <cmath>
 #include <iterator>
 
-AseParser::AseParser() = default;
+AseParser::AseParser(Reporter& reporter, bool compat) : BaseParser(reporter), compat(compat)
+{
+    closeBlocksAtEnd = compat;
+    joinNanPayloads = compat;
+}
+
 AseParser::~AseParser() = default;
 
-HRESULT AseParser::ParseFile(const std::string& sourceName, const std::string& outputName)
+HRESULT AseParser::Read(const std::string& sourceName, Scene& read)
 {
+    scene = Scene{};
+    scene.root = std::make_unique<BaseNode>("root node - " + sourceName);
+    nodeIndex.Clear();
+    nodeIndex.Add(scene.root.get());
+    textureSetIndex.clear();
+    laterParents.clear();
     frameSpeed = -1;
     ticksPerFrame = -1;
-    textureSets.clear();
-    materialProperties.clear();
-    materialTable.clear();
-    textureSetIndex.clear();
-    createdListEntries = 0;
-    nodeIndex.Clear();
-    laterParents.clear();
-    root.reset();
-    root = std::make_unique<BaseNode>("root node - " + sourceName);
-    nodeIndex.Add(root.get());
     blockDepth = 0;
     zeroTimeBaseWarned = false;
-    writeFailed = false;
     unnumberedMaterialSaid = false;
     nonFiniteUnused = false;
-    repeats.clear();
-    closeBlocksAtEnd = settings.compat;
-    joinNanPayloads = settings.compat;
-    return BaseParser::ParseFile(sourceName, outputName);
+    const HRESULT status = ParseFile(sourceName);
+    read = std::move(scene);
+    return status;
+}
+
+HRESULT AseParser::Load(const std::string& sourceName)
+{
+    const HRESULT status = BaseParser::Load(sourceName);
+    scene.lists.bound = static_cast<uint64_t>(textSize) + ListBudget::kSlack;
+    return status;
+}
+
+void AseParser::Finish()
+{
+    if (compat && !HasError()) {
+        LinkLaterParents();
+        GiveDefaultMaterials();
+    }
+    if (compat)
+        reporter.SayRepeats(kMessageMoreOfTheSame, RepeatWords);
+    scene.endLine = line;
+    // The text is not needed once it has been read; the render meshes need the room.
+    BaseParser::Finish();
 }
 
 void AseParser::HandleSymbol(std::string& symbol)
@@ -49,13 +67,13 @@ void AseParser::HandleSymbol(std::string& symbol)
         ReadGeomObject(symbol);
     else if (symbol == "*HELPEROBJECT")
         ReadHelperObject(symbol);
-    else if (symbol == "*GROUP" && settings.compat)
+    else if (symbol == "*GROUP" && compat)
         ReadGroupAsNode(symbol);
     else if (symbol == "*GROUP")
         ReadGroup(symbol);
-    else if (symbol == "*CAMERAOBJECT" && settings.compat)
+    else if (symbol == "*CAMERAOBJECT" && compat)
         ReadCameraOrLight(symbol, "Camera");
-    else if (symbol == "*LIGHTOBJECT" && settings.compat)
+    else if (symbol == "*LIGHTOBJECT" && compat)
         ReadCameraOrLight(symbol, "Light");
     else
         BaseParser::HandleSymbol(symbol);
@@ -80,7 +98,7 @@ bool AseParser::ReadInt(std::string&, int32_t* value)
         text = LastSymbol();
     if (ScanInt(text, value))
         return true;
-    Error(kMessageCouldNotScan, std::string(text).c_str());
+    Error(kMessageCouldNotScan, text);
     return false;
 }
 
@@ -105,7 +123,7 @@ bool AseParser::ReadFloat(std::string&, float* value, ValueUse use)
     std::string_view text;
     if (!NextSymbolView(text))
         text = LastSymbol();
-    if (!settings.compat) {
+    if (!compat) {
         if (ScanFloat(text, value))
             return true;
     } else if (ScanFloatOrWindowsSpecial(text, value)) {
@@ -115,73 +133,23 @@ bool AseParser::ReadFloat(std::string&, float* value, ValueUse use)
             nonFiniteUnused = true;
             return true;
         }
-        Error(kMessageNonFiniteValue, std::string(text).c_str(), UseName(use));
+        Error(kMessageNonFiniteValue, text, UseName(use));
         return false;
     }
-    Error(kMessageCouldNotScan, std::string(text).c_str());
+    Error(kMessageCouldNotScan, text);
     return false;
 }
 
 bool AseParser::ScanKeyValue(std::string_view text, float* value)
 {
-    if (!settings.compat) {
+    if (!compat) {
         ScanFloat(text, value);
         return true;
     }
     if (!ScanFloatOrWindowsSpecial(text, value) || std::isfinite(*value))
         return true;
-    Error(kMessageNonFiniteValue, std::string(text).c_str(), UseName(ValueUse::Key));
+    Error(kMessageNonFiniteValue, text, UseName(ValueUse::Key));
     return false;
-}
-
-bool AseParser::ShowRepeated(MessageId id)
-{
-    auto entry = std::find_if(repeats.begin(), repeats.end(), [id](const Repeats& r) { return r.id == id; });
-    if (entry == repeats.end())
-        entry = repeats.insert(repeats.end(), Repeats{id});
-    if (++entry->count == kShownRepeats + 1)
-        entry->firstHiddenLine = line;
-    return entry->count <= kShownRepeats;
-}
-
-void AseParser::ReportRepeats()
-{
-    // What the count line says of the warnings it stands for, in the singular and the plural.
-    struct Words {
-        MessageId id;
-        const char* one;
-        const char* many;
-    };
-    static constexpr Words kWords[] = {
-        {kMessageDefaultMaterial, "object without a material", "objects without a material"},
-        {kMessageFaceNormalsOnly, "normal list without corner normals", "normal lists without corner normals"},
-        {kMessageNodeFromObject, "camera, light or bone read as a transform node",
-         "cameras, lights and bones read as transform nodes"},
-        {kMessageNodeFromGroup, "group read as a transform node", "groups read as transform nodes"},
-        {kMessageTargetDropped, "target not kept", "targets not kept"},
-        {kMessageParentLater, "object linked to a later parent", "objects linked to a later parent"},
-        {kMessageSampledTrack, "sampled track made into keys", "sampled tracks made into keys"},
-        {kMessageScaleNotKept, "object whose scale changes over time", "objects whose scale changes over time"},
-        {kMessageNoEdgeFlags, "face list without edge flags", "face lists without edge flags"},
-        {kMessageNonFiniteUnused, "list with unused values that are not finite numbers",
-         "lists with unused values that are not finite numbers"},
-        {kMessageWeldToleranceShrunk, "mesh welded within a smaller tolerance", "meshes welded within a smaller tolerance"},
-    };
-    const int32_t endLine = line;
-    for (const Repeats& entry : repeats) {
-        if (entry.count <= kShownRepeats)
-            continue;
-        const uint32_t hidden = entry.count - kShownRepeats;
-        const auto words =
-            std::find_if(std::begin(kWords), std::end(kWords), [&](const Words& w) { return w.id == entry.id; });
-        if (words == std::end(kWords))
-            continue;
-        // Said at the first warning that was not printed.
-        line = entry.firstHiddenLine;
-        Warning(kMessageMoreOfTheSame, hidden, hidden == 1 ? words->one : words->many);
-    }
-    line = endLine;
-    repeats.clear();
 }
 
 void AseParser::BlocksClosedAtEnd(int32_t outermostLine)
@@ -198,7 +166,7 @@ void AseParser::SkipValues(std::string&, int count)
 
 int32_t AseParser::TicksToMilliseconds(int32_t ticks)
 {
-    if (settings.compat && (frameSpeed == -1 || ticksPerFrame == -1))
+    if (compat && (frameSpeed == -1 || ticksPerFrame == -1))
         TakeDefaultTiming();
     const uint32_t base = static_cast<uint32_t>(ticksPerFrame) * static_cast<uint32_t>(frameSpeed);
     if (base == 0) {
@@ -231,7 +199,7 @@ void AseParser::ReadVersion(std::string& symbol)
 {
     int32_t version = 0;
     // A keyword where the number should stand: the line holds no version (a Maya exporter).
-    if (settings.compat && NextSymbolStartsWith("*")) {
+    if (compat && NextSymbolStartsWith("*")) {
         Warning(kMessageVersionMissing);
         return;
     }
@@ -261,7 +229,7 @@ void AseParser::ReadScene(std::string& symbol)
     });
     if (result != Block::Ended)
         return;
-    if (settings.compat)
+    if (compat)
         TakeDefaultTiming();
     if (frameSpeed == -1)
         Error(kMessageMissingSymbol, "SCENE_FRAMESPEED");
@@ -281,7 +249,7 @@ void AseParser::ReadGroupContents(std::string& symbol, TransformNode* groupNode)
     if (!EnterBlock())
         return;
     bool more = NextSymbol(symbol);
-    while (more && !errorFlag) {
+    while (more && !HasError()) {
         if (symbol == BlockBegin())
             SkipBlock(symbol);
         else if (symbol == BlockEnd())

@@ -1,13 +1,13 @@
-// The ASE reader: the ASE grammar on top of BaseParser. Block readers fill the scene records and
-// build the node tree; Finish applies selection and name directives and writes the vern3D file.
+// The ASE reader: the ASE grammar on top of BaseParser. Block readers fill a Scene: the node
+// tree, the materials and what later stages must know of the file. Under -compat the end of the
+// file also links the objects whose parents came later and gives objects without a material one.
 #pragma once
 
-#include "BaseNode.h"
-#include "BaseParser.h"
-#include "ConvertSettings.h"
-#include "Messages.h"
-#include "NodeIndex.h"
-#include "SceneRecords.h"
+#include "Parser/BaseParser.h"
+#include "Scene/BaseNode.h"
+#include "Scene/NodeIndex.h"
+#include "Scene/Scene.h"
+#include "resources/Messages.h"
 
 #include <memory>
 #include <unordered_map>
@@ -21,12 +21,18 @@ public:
     // beyond this depth the file is refused instead of growing the stack.
     static constexpr int kMaxBlockDepth = 256;
 
-    AseParser();
+    // Reports go to `reporter`; `compat` reads what other exporters write (-compat).
+    AseParser(Reporter& reporter, bool compat);
     ~AseParser() override;
 
+    // Reads `sourceName` into `scene`, which is replaced. Fails (after reporting) when the file
+    // cannot be loaded, and nothing was read; otherwise `scene` holds what was read, also after
+    // an error. The text is released before Read returns.
+    HRESULT Read(const std::string& sourceName, Scene& scene);
+
+    HRESULT Load(const std::string& sourceName) override;
     void Finish() override;
     void HandleSymbol(std::string& symbol) override;
-    HRESULT ParseFile(const std::string& sourceName, const std::string& outputName) override;
 
     void ReadVersion(std::string& symbol);
     void ReadScene(std::string& symbol);
@@ -81,57 +87,29 @@ public:
     void GiveDefaultMaterials();
     // True when the next symbol begins with `prefix`; nothing is consumed.
     bool NextSymbolStartsWith(std::string_view prefix);
-    // A warning that can come once per object or list: the first kShownRepeats of a file are
-    // printed (true: print it now), later ones are counted and said once, as a count, by
-    // ReportRepeats when the file has been read.
-    static constexpr uint32_t kShownRepeats = 3;
-    bool ShowRepeated(MessageId id);
-    void ReportRepeats();
-    // Whether the file that failed converts with -compat: a quiet reading that writes nothing.
-    // False when the failure was the writing of the output, which -compat does not change.
-    bool ConvertsWithCompat(const std::string& sourceName) const;
+    // A warning that can come once per object or list, at the line being read: the first few of a
+    // file are printed (true: print it now), later ones are counted and said once, as a count,
+    // when the file has been read (Reporter::ShowRepeated).
+    bool ShowRepeated(uint32_t messageId) { return reporter.ShowRepeated(messageId, line); }
 
     // Bounds of ours on numbers that size tables and lists: a material or sub-material number
     // above kMaxMaterialNumber, and a vertex or face number or vertex count above kMaxListEntries,
-    // is refused. The entries that counts and numbers create (not those read), summed over the
-    // file's meshes and frames, may not exceed the file's size in bytes plus kListEntrySlack:
-    // every real entry has a line of its own, so only a hostile file reaches that bound.
+    // is refused. The entries that counts and numbers create count against the scene's
+    // ListBudget, whose bound is the file's size (the loaded text's) plus its slack.
     static constexpr int32_t kMaxMaterialNumber = 65535;
     static constexpr int32_t kMaxListEntries = 1 << 26;
-    static constexpr uint64_t kListEntrySlack = 1 << 20;
-
-    // The output's own entries count against the same bound: the render vertices of each mesh and
-    // those rebuilt for each of its animation frames (frames without vertices too). FreeListEntries
-    // is what is left of the bound. The Count operations add their entries and answer true when
-    // they fit; otherwise they report it at the line of the object's *MESH (render vertices) or
-    // *MESH_ANIMATION (frames), and nothing may be written.
-    uint64_t FreeListEntries() const;
-    bool CountRenderVertices(uint64_t count, const MeshNode& node);
-    bool CountFrameVertices(uint64_t frames, uint64_t perFrame, const MeshNode& node);
-    // -compat: the weld tolerance of a mesh shrinks for its short edges (said at its *MESH line,
-    // counted with the warnings that repeat).
-    void WarnWeldTolerance(const MeshNode& node, double shortest, double used, double insteadOf);
 
     // Milliseconds of a tick time with the scene's current settings (unsigned 32-bit arithmetic).
     int32_t TicksToMilliseconds(int32_t ticks);
-
-    BaseNode* Root() const { return root.get(); }
 
     // Where a float goes. Under -compat a value that is not a finite number (the runtimes'
     // spellings of NaN and infinity included) is an error where it would be written, and only
     // noted (nonFiniteUnused) where the output does not use it.
     enum class ValueUse { NotWritten, Position, TextureCoordinate, Transform, Key };
 
-    // Off for a trial reading: everything but the writing of the output file.
-    bool writeOutput = true;
-
+    const bool compat;
     int32_t frameSpeed = -1;
     int32_t ticksPerFrame = -1;
-    std::vector<std::unique_ptr<TextureSet>> textureSets;
-    std::vector<std::unique_ptr<MaterialProperties>> materialProperties;
-    std::vector<MaterialTableEntry> materialTable;
-    std::unique_ptr<BaseNode> root;
-    ConvertSettings settings;
 
 protected:
     enum class Keyword { Handled, NotMine, ReturnNow };
@@ -150,8 +128,8 @@ protected:
     bool ScanKeyValue(std::string_view text, float* value);
     // Runs `read` (a list reader); under -compat says once, after it, that the list held values
     // that are not finite numbers where they are not used.
-    template <typename Read>
-    void ReadListNotingUnused(const char* listName, Read&& read);
+    template <typename ReadList>
+    void ReadListNotingUnused(const char* listName, ReadList&& read);
     void SkipValues(std::string& symbol, int count);
 
     // An object block: a new node of type Node, the shared object keywords, then `keywords`;
@@ -177,11 +155,6 @@ private:
         --blockDepth;
         BlockClosed();
     }
-    HRESULT WriteSceneFile();
-    // Leaves no output for this input: what `writer` wrote is closed and removed.
-    void DiscardOutput(VernWriter& writer);
-    // Refuses, before anything is written, what the mesh output could not use.
-    void CheckMeshes();
     // Reads a material or sub-material number and checks it against kMaxMaterialNumber; under
     // -compat a block without its number takes `inOrder`.
     bool ReadMaterialNumber(std::string& symbol, int32_t* number, int32_t inOrder);
@@ -200,22 +173,14 @@ private:
     };
     std::vector<LaterParent> laterParents;
 
+    Scene scene;  // the file's, while it is read
     NodeIndex nodeIndex;
-    // First index in textureSets of each distinct list of entries.
+    // First index in scene.textureSets of each distinct list of entries.
     std::unordered_map<std::string, int32_t> textureSetIndex;
-    uint64_t createdListEntries = 0;
     int blockDepth = 0;
     bool zeroTimeBaseWarned = false;
-    bool writeFailed = false;
     bool unnumberedMaterialSaid = false;  // in the current material list
     bool nonFiniteUnused = false;         // in the current list
-    // Warnings of ShowRepeated, in the order of their first appearance.
-    struct Repeats {
-        MessageId id;
-        uint32_t count = 0;
-        int32_t firstHiddenLine = 0;
-    };
-    std::vector<Repeats> repeats;
 };
 
 template <typename Keywords>
@@ -223,7 +188,7 @@ AseParser::Block AseParser::ReadBlock(std::string& symbol, Keywords&& keywords)
 {
     NextSymbol(symbol);
     if (symbol != BlockBegin()) {
-        Error(4102, BlockBegin(), symbol.c_str());
+        Error(kMessageExpectedSymbol, BlockBegin(), symbol);
         return Block::MissingBrace;
     }
     if (!EnterBlock())
@@ -232,7 +197,7 @@ AseParser::Block AseParser::ReadBlock(std::string& symbol, Keywords&& keywords)
     const std::string_view begin = BlockBegin();
     const std::string_view end = BlockEnd();
     bool more = NextSymbol(symbol);
-    while (more && !errorFlag) {
+    while (more && !HasError()) {
         if (symbol == begin) {
             SkipBlock(symbol);
         } else {
@@ -253,12 +218,12 @@ AseParser::Block AseParser::ReadBlock(std::string& symbol, Keywords&& keywords)
     return Block::Ended;
 }
 
-template <typename Read>
-void AseParser::ReadListNotingUnused(const char* listName, Read&& read)
+template <typename ReadList>
+void AseParser::ReadListNotingUnused(const char* listName, ReadList&& read)
 {
     const bool outer = std::exchange(nonFiniteUnused, false);
     read();
-    if (nonFiniteUnused && !errorFlag && ShowRepeated(kMessageNonFiniteUnused))
+    if (nonFiniteUnused && !HasError() && ShowRepeated(kMessageNonFiniteUnused.id))
         Warning(kMessageNonFiniteUnused, listName);
     nonFiniteUnused = outer;
 }

@@ -2,10 +2,12 @@
 // operations file, compared with the last stored frame and written as a stream in which later
 // frames hold only the components chosen on the command line. Frames are rebuilt where they are
 // needed rather than kept, so memory holds the render mesh and a few frames, not every frame.
-#include "AseParser.h"
-#include "BaseNode.h"
-#include "FrameStream.h"
-#include "VertexNormals.h"
+#include "Output/FrameStream.h"
+
+#include "Parser/Reporter.h"
+#include "Scene/BaseNode.h"
+#include "Scene/VertexNormals.h"
+#include "resources/Messages.h"
 
 #include <algorithm>
 #include <cmath>
@@ -173,7 +175,7 @@ void AppendFrameVertices(LittleEndianBuffer& out, const std::vector<MeshVertex>&
 
 }  // namespace
 
-HRESULT WriteFrameStream(MeshNode& node, uint32_t flags, const FrameSink& write)
+HRESULT StreamFrames(MeshNode& node, uint32_t flags, Reporter& reporter, const FrameSink& sink)
 {
     const size_t frameCount = node.frames.empty() ? 1 : node.frames.size();
     const size_t vertexCount = node.renderVertices.size();
@@ -215,7 +217,7 @@ HRESULT WriteFrameStream(MeshNode& node, uint32_t flags, const FrameSink& write)
             }
         }
         if (!store) {
-            std::printf("Warning: Frame %d not saved. Because it equals the last frame.\n", static_cast<int>(i));
+            reporter.Progress(kMessageFrameNotSaved, static_cast<int32_t>(i));
         } else {
             out.Clear();
             if (i > 0)
@@ -226,7 +228,7 @@ HRESULT WriteFrameStream(MeshNode& node, uint32_t flags, const FrameSink& write)
                                                                 static_cast<uint32_t>(node.frames[i - 1]->time));
             out.Append(vern3d::FrameHeader{vern3d::kFrameHeaderSize, time, 1, delta});
             AppendFrameVertices(out, current ? *current : node.renderVertices, vertexCount, i == 0 ? kFrameAll : components);
-            status = write(out);
+            status = sink(out);
         }
         spare = std::move(current);
         current = std::move(next);
@@ -234,7 +236,7 @@ HRESULT WriteFrameStream(MeshNode& node, uint32_t flags, const FrameSink& write)
     if (Succeeded(status)) {
         out.Clear();
         out.U8(vern3d::kFramesEnd);
-        status = write(out);
+        status = sink(out);
     }
     return status;
 }

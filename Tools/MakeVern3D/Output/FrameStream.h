@@ -3,9 +3,9 @@
 // operations file's moves of frames.
 #pragma once
 
-#include "LittleEndian.h"
-#include "RenderRecords.h"
-#include "Status.h"
+#include "AbstractData/Status.h"
+#include "Output/LittleEndian.h"
+#include "Scene/RenderRecords.h"
 
 #include <cstdint>
 #include <functional>
@@ -13,6 +13,7 @@
 #include <vector>
 
 class MeshNode;
+class Reporter;
 
 // Component flags of the frames after the first (-map, -man, -mac, -mam, -mat): the layout's.
 inline constexpr uint32_t kFramePosition = vern3d::kComponentPosition;
@@ -46,7 +47,9 @@ private:
 void AppendFullVertex(LittleEndianBuffer& out, const MeshVertex& vertex);
 void AppendFrameComponents(LittleEndianBuffer& out, const MeshVertex& vertex, uint32_t flags);
 
-// Receives the stream piece by piece; the first failure ends the stream. The frames are rebuilt
-// one after the other; only the last stored one, the current one and the next one are kept.
+// Builds the stream of a node's frames and hands it to `sink` piece by piece (a stored frame at a
+// time); the first failure ends the stream. The frames are rebuilt one after the other; only the
+// last stored one, the current one and the next one are kept. A frame left out because it equals
+// the last stored one is said through `reporter`, when the stream reaches it.
 using FrameSink = std::function<HRESULT(const LittleEndianBuffer&)>;
-HRESULT WriteFrameStream(MeshNode& node, uint32_t flags, const FrameSink& write);
+HRESULT StreamFrames(MeshNode& node, uint32_t flags, Reporter& reporter, const FrameSink& sink);

@@ -1,9 +1,9 @@
 // Writing the scene tree: one ChunkNode per node, children's chunks first, then the node's
 // NodeInfo and name, then its animation (and mesh) chunks.
-#include "NodeWriter.h"
+#include "Output/NodeWriter.h"
 
-#include "Trace.h"
-#include "VernWriter.h"
+#include "AbstractData/Trace.h"
+#include "vern/VernWriter.h"
 
 namespace {
 
@@ -93,13 +93,13 @@ HRESULT TransformNode::WriteAnimationChunk(NodeWriteContext& context)
     return status;
 }
 
-HRESULT BaseNode::Write(VernWriter& writer, AseParser& reader, VernChunk* parentChunk)
+HRESULT BaseNode::Write(NodeWriteContext& context, VernChunk* parentChunk)
 {
     struct Frame {
         BaseNode* node;
         size_t next;
     };
-    NodeWriteContext context{writer, reader, {}, {}};
+    VernWriter& writer = context.writer;
     std::vector<BaseNode*> ancestors;
     for (BaseNode* node = parent; node; node = node->parent)
         ancestors.push_back(node);

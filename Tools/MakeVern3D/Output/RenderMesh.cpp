@@ -6,11 +6,13 @@
 // The results are those of the plain procedures (a scan over all vertices for each new one, a
 // scan over all faces for each corner normal, scans for texture faces and vertices by number,
 // bubble sorts and a scan per corner when renumbering); only the way they are found is faster.
-#include "AseParser.h"
-#include "BaseNode.h"
-#include "Messages.h"
-#include "VertexNormals.h"
-#include "VertexWelder.h"
+#include "ConvertSettings.h"
+#include "Output/VertexWelder.h"
+#include "Parser/Reporter.h"
+#include "Scene/BaseNode.h"
+#include "Scene/Scene.h"
+#include "Scene/VertexNormals.h"
+#include "resources/Messages.h"
 
 #include <algorithm>
 #include <cmath>
@@ -151,7 +153,7 @@ int32_t MeshNode::FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_
     return static_cast<int32_t>(renderVertices.size() - 1);
 }
 
-bool MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
+bool MeshNode::BuildRenderMesh(Scene& scene, const ConvertSettings& settings, Reporter& reporter, Mesh& source)
 {
     renderVertices.clear();
     renderTriangles.clear();
@@ -164,14 +166,14 @@ bool MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
     const FirstByNumber texVertexOf(source.texVertices, [](const MeshTexVertex& v) { return v.index; });
     // Render vertices count against the bound of the file's lists: building stops at the first
     // face past it.
-    const uint64_t allowed = reader.FreeListEntries();
+    const uint64_t allowed = scene.lists.Free();
     renderVertices.reserve(source.vertices.size());
     renderTriangles.reserve(source.faces.size());
     // Under -compat no face may lose a corner: when welding has merged two corners of a face that
     // lie apart, the mesh is welded again (without repeating its reports) within a quarter of the
     // shortest edge, so that no corner can weld with another of its face or with a vertex near both.
-    double tolerance = reader.settings.weldTolerance;
-    const bool keepCorners = reader.settings.compat;
+    double tolerance = settings.weldTolerance;
+    const bool keepCorners = settings.compat;
     for (int pass = 0; pass < 2; ++pass) {
         const bool report = pass == 0;
         bool cornerLost = false;
@@ -192,11 +194,11 @@ bool MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
             const MeshFace& face = source.faces[f];
             const auto faceNumber = static_cast<int32_t>(f);
             if (materialRef == -1) {
-                reader.Error(kMessageInvalidMaterialId, -1, name.c_str());
+                reporter.Error(scene.endLine, kMessageInvalidMaterialId, -1, name);
                 break;
             }
             // The material reference was checked against the table before writing began.
-            const MaterialTableEntry& entry = reader.materialTable[static_cast<size_t>(materialRef)];
+            const MaterialTableEntry& entry = scene.materialTable[static_cast<size_t>(materialRef)];
             MaterialSlot slot = entry.slot;
             if (entry.subMaterials) {
                 if (static_cast<uint32_t>(face.materialId) < entry.subMaterials->size()) {
@@ -205,8 +207,8 @@ bool MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
                     // Once for the material index, once for the texture set and sides.
                     slot = MaterialSlot{};
                     if (report) {
-                        reader.Warning(kMessageInvalidMaterialId, face.materialId, name.c_str());
-                        reader.Warning(kMessageInvalidMaterialId, face.materialId, name.c_str());
+                        reporter.Warning(scene.endLine, kMessageInvalidMaterialId, face.materialId, name);
+                        reporter.Warning(scene.endLine, kMessageInvalidMaterialId, face.materialId, name);
                     }
                 }
             }
@@ -271,18 +273,22 @@ bool MeshNode::BuildRenderMesh(AseParser& reader, Mesh& source)
         if (!cornerLost || renderVertices.size() > allowed)
             break;
         const double shortest = ShortestEdge(source);
-        reader.WarnWeldTolerance(*this, shortest, shortest / 4.0, tolerance);
+        // Said at the line of the object's *MESH, counted with the warnings that repeat.
+        if (reporter.ShowRepeated(kMessageWeldToleranceShrunk.id, meshLine))
+            reporter.Warning(meshLine, kMessageWeldToleranceShrunk, name, shortest, shortest / 4.0, tolerance);
         tolerance = shortest / 4.0;
         renderVertices.clear();
         vertexSources.clear();
         renderTriangles.clear();
     }
-    if (!reader.CountRenderVertices(renderVertices.size(), *this))
+    if (!scene.lists.Take(renderVertices.size())) {
+        reporter.Error(meshLine, kMessageRenderMeshTooLarge, name, scene.lists.Shown());
         return false;
+    }
 
     // Triangles of sets without entries never move and nothing passes them; between them the
     // exchange rule orders by (opacity bit, set index), keeping the order of equals.
-    const auto& sets = reader.textureSets;
+    const auto& sets = scene.textureSets;
     auto hasEntries = [&](const MeshTriangle& t) { return !sets[t.textureSet]->entries.empty(); };
     auto before = [&](const MeshTriangle& a, const MeshTriangle& b) {
         const bool opacityA = OpacityMapped(*sets[a.textureSet]);

@@ -1,79 +1,25 @@
-// The finishing step of a read file: selection, name directives, preparation and the vern3D file.
-#include "AseParser.h"
-#include "LittleEndian.h"
-#include "Messages.h"
-#include "NodeWriter.h"
-#include "VernWriter.h"
+// The vern3D file of a scene: the node tree's chunks, then the texture table.
+#include "Output/SceneFile.h"
+
+#include "ConvertSettings.h"
+#include "vern/VernWriter.h"
+#include "Output/LittleEndian.h"
+#include "Output/NodeWriter.h"
+#include "Parser/ParserMessages.h"
+#include "Parser/Reporter.h"
+#include "Scene/Scene.h"
+#include "resources/Messages.h"
 
 #include <cstdio>
 
-void AseParser::Finish()
+namespace {
+
+// The texture table: the number of sets, then per set its entry count and each entry's flags and
+// bitmap name. After a failure nothing more is written.
+HRESULT WriteTextureTable(VernWriter& writer, const Scene& scene)
 {
-    if (settings.compat && !errorFlag) {
-        LinkLaterParents();
-        GiveDefaultMaterials();
-    }
-    if (settings.compat)
-        ReportRepeats();
-    if (!settings.objectNames.empty())
-        root->SelectObjects(settings.objectNames);
-    root->ApplyNameDirectives(*this);
-    if (!errorFlag)
-        CheckMeshes();
-    // The text is not needed once it has been read; the render meshes need the room.
-    text.reset();
-    if (!errorFlag && writeOutput) {
-        const HRESULT status = WriteSceneFile();
-        writeFailed = Failed(status);
-        if (writeFailed && status != kWriteRefused)
-            Error(kMessageWriteFailed, outputName.c_str());
-    }
-    // Warnings of the writing (meshes welded within a smaller tolerance) are counted the same way.
-    if (settings.compat)
-        ReportRepeats();
-    BaseParser::Finish();
-}
-
-void AseParser::CheckMeshes()
-{
-    std::vector<BaseNode*> pending{root.get()};
-    while (!pending.empty() && !errorFlag) {
-        BaseNode* node = pending.back();
-        pending.pop_back();
-        if (auto* meshNode = dynamic_cast<MeshNode*>(node); meshNode && !meshNode->CheckBeforeWrite(*this))
-            return;
-        for (auto child = node->Children().rbegin(); child != node->Children().rend(); ++child)
-            pending.push_back(child->get());
-    }
-}
-
-void AseParser::DiscardOutput(VernWriter& writer)
-{
-    writer.Release();
-    std::remove(outputName.c_str());
-}
-
-HRESULT AseParser::WriteSceneFile()
-{
-    root->Prepare();
-
-    VernWriter writer;
-    writer.SetFileType(FileTypeVern3D);
-    HRESULT status = writer.Open(outputName.c_str(), true);
-    if (Succeeded(status))
-        status = writer.BeginFile();
-    if (Succeeded(status))
-        status = root->Write(writer, *this, writer.Root());
-    if (status == kWriteRefused) {
-        DiscardOutput(writer);
-        return status;
-    }
-
-    // The texture table: the number of sets, then per set its entry count and each entry's
-    // flags and bitmap name. After a failure nothing more is written.
     VernChunk* table = nullptr;
-    if (Succeeded(status))
-        status = writer.CreateChunk(&table, vern3d::kChunkTextureTable, writer.Root());
+    HRESULT status = writer.CreateChunk(&table, vern3d::kChunkTextureTable, writer.Root());
     LittleEndianBuffer record;
     auto writeValue = [&](uint32_t value) {
         if (Failed(status))
@@ -82,8 +28,8 @@ HRESULT AseParser::WriteSceneFile()
         record.Append(vern3d::ValueRecord{vern3d::kValueRecordSize, 0, value});
         status = writer.WriteData(record.Data(), record.Size(), table);
     };
-    writeValue(static_cast<uint32_t>(textureSets.size()));
-    for (const auto& set : textureSets) {
+    writeValue(static_cast<uint32_t>(scene.textureSets.size()));
+    for (const auto& set : scene.textureSets) {
         writeValue(static_cast<uint32_t>(set->entries.size()));
         for (const TextureEntry& entry : set->entries) {
             writeValue(static_cast<uint32_t>(entry.flags));
@@ -97,10 +43,42 @@ HRESULT AseParser::WriteSceneFile()
                 status = writer.EndDirectWrite(stream, table);
         }
     }
-    // Only Close puts the file in place. An error reported while writing (an object without
-    // material) still gives the whole file, as the rules say, except under -batch, where an input
-    // that failed leaves no new output: the writer then abandons it, as it does after a failure.
-    if (Succeeded(status) && !(settings.batch && errorFlag))
+    return status;
+}
+
+HRESULT WriteFile(Scene& scene, const ConvertSettings& settings, const std::string& outputName, Reporter& reporter)
+{
+    VernWriter writer;
+    writer.SetFileType(FileTypeVern3D);
+    HRESULT status = writer.Open(outputName.c_str(), true);
+    if (Succeeded(status))
+        status = writer.BeginFile();
+    if (Succeeded(status)) {
+        NodeWriteContext context{writer, scene, settings, reporter, {}, {}};
+        status = scene.root->Write(context, writer.Root());
+    }
+    if (status == kWriteRefused) {
+        writer.Release();
+        std::remove(outputName.c_str());
+        return status;
+    }
+    if (Succeeded(status))
+        status = WriteTextureTable(writer, scene);
+    // Only Close puts the file in place; the writer abandons a file that is not closed.
+    if (Succeeded(status) && !(settings.batch && reporter.HasError()))
         status = writer.Close();
+    return status;
+}
+
+}  // namespace
+
+HRESULT WriteScene(Scene& scene, const ConvertSettings& settings, const std::string& outputName, Reporter& reporter)
+{
+    const HRESULT status = WriteFile(scene, settings, outputName, reporter);
+    if (Failed(status) && status != kWriteRefused)
+        reporter.Error(scene.endLine, kMessageWriteFailed, outputName);
+    // Warnings of the writing that repeat (meshes welded within a smaller tolerance) are counted
+    // as those of the reading are.
+    reporter.SayRepeats(kMessageMoreOfTheSame, RepeatWords);
     return status;
 }

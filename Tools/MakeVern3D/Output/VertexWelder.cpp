@@ -1,4 +1,4 @@
-#include "VertexWelder.h"
+#include "Output/VertexWelder.h"
 
 #include <algorithm>
 #include <cmath>

@@ -22,7 +22,7 @@
 // coordinates or materials never make a search scan them all.
 #pragma once
 
-#include "RenderRecords.h"
+#include "Scene/RenderRecords.h"
 
 #include <cstdint>
 #include <vector>

@@ -5,9 +5,9 @@
 //
 // The frames give world-space coordinates while the keys act as the node's local transform, so
 // the result is right only for a node whose parent sits at the origin without rotation.
-#include "BaseNode.h"
-#include "BaseParser.h"
-#include "Messages.h"
+#include "Parser/Reporter.h"
+#include "Scene/BaseNode.h"
+#include "resources/Messages.h"
 
 #include <cmath>
 
@@ -79,17 +79,17 @@ void TurnBetween(const BodyFrame& current, const BodyFrame& previous, Vector3& a
 
 }  // namespace
 
-void MeshNode::CreateAnimFromMesh(BaseParser& reporter)
+void MeshNode::CreateAnimFromMesh(Reporter& reporter, int32_t line)
 {
     if (frames.empty()) {
-        reporter.Error(kMessageAnimFromMeshNeedsFrames, name.c_str());
+        reporter.Error(line, kMessageAnimFromMeshNeedsFrames, name);
         return;
     }
     // Every frame is read at vertices 0 to 2; a shorter one fails the conversion before anything
     // changes, like a missing animation.
     for (size_t i = 0; i < frames.size(); ++i) {
         if (frames[i]->vertices.size() < 3) {
-            reporter.Error(kMessageAnimFromMeshShortFrame, name.c_str(), static_cast<int>(i));
+            reporter.Error(line, kMessageAnimFromMeshShortFrame, name, static_cast<int32_t>(i));
             return;
         }
     }

@@ -1,6 +1,6 @@
-#include "BaseNode.h"
+#include "Scene/BaseNode.h"
 
-#include "BaseParser.h"
+#include "Scene/Scene.h"
 
 #include <algorithm>
 
@@ -118,6 +118,11 @@ void BaseNode::Prepare()
         stack.pop_back();
         path.Pop();
     }
+}
+
+void PrepareScene(Scene& scene)
+{
+    scene.root->Prepare();
 }
 
 // ---------------------------------------------------------------- OpenPath

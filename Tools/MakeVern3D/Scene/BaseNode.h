@@ -3,20 +3,20 @@
 // as the input makes it never grows the stack.
 #pragma once
 
-#include "RenderRecords.h"
-#include "SceneRecords.h"
-#include "Status.h"
-#include "TransformMath.h"
+#include "AbstractData/Status.h"
+#include "Scene/RenderRecords.h"
+#include "Scene/SceneRecords.h"
+#include "Scene/TransformMath.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
-class AseParser;
-class BaseParser;
+struct ConvertSettings;
 class OpenPath;
-class VernWriter;
+class Reporter;
+struct Scene;
 struct VernChunk;
 class VertexWelder;
 
@@ -61,13 +61,14 @@ public:
     // The latest key or frame time in this subtree.
     uint32_t GetLastKeyTime();
     virtual uint32_t OwnLastKeyTime() const { return 0; }
-    virtual void CreateAnimFromMesh(BaseParser& reporter) {}
+    // The "createanimfrommesh" directive; reports at `line`.
+    virtual void CreateAnimFromMesh(Reporter& reporter, int32_t line) {}
     virtual bool IsTransformNode() const { return false; }
 
     // Prepare of the whole subtree, children before their parents.
     void Prepare();
     // Writes the subtree's chunks under `parentChunk`; children first, then each node's own.
-    HRESULT Write(VernWriter& writer, AseParser& reader, VernChunk* parentChunk);
+    HRESULT Write(NodeWriteContext& context, VernChunk* parentChunk);
 
     void AddChild(std::unique_ptr<BaseNode> child);
     // Depth-first pre-order search for the first node named exactly `name`.
@@ -75,8 +76,8 @@ public:
     // Moves the children up to the parent (appended in order), unlinks and destroys this node.
     void Remove();
 
-    // Name directives and -obj selection.
-    void ApplyNameDirectives(BaseParser& reporter);
+    // Name directives (reported at `line`) and -obj selection.
+    void ApplyNameDirectives(Reporter& reporter, int32_t line);
     void SelectObjects(const std::vector<std::string>& names);
 
     BaseNode* Parent() const { return parent; }
@@ -125,21 +126,35 @@ public:
     ~MeshNode() override;
 
     uint32_t OwnLastKeyTime() const override;
-    void CreateAnimFromMesh(BaseParser& reporter) override;
-    // Builds the render mesh, its frames and its sphere; the mesh chunk follows the node's chunks.
+    void CreateAnimFromMesh(Reporter& reporter, int32_t line) override;
+    // Builds the node's output (BuildOutput); the mesh chunk follows the node's chunks.
     HRESULT BeginWrite(NodeWriteContext& context, bool* write) override;
     HRESULT EndWrite(NodeWriteContext& context) override;
 
     // Checks before anything is written what the mesh output would otherwise read out of range
-    // (material reference, corners, the vertex file); reports through `reader`, false on error.
-    bool CheckBeforeWrite(AseParser& reader);
-    // -ivertex: the render data from the node's vertex file; reports through `reader`.
-    bool ReadVertexFile(AseParser& reader);
+    // (material reference, corners), or reads the vertex file that replaces the render mesh
+    // (-ivertex). Reports at the scene's endLine; false on error (Output/MeshChecks.cpp).
+    bool CheckBeforeWrite(const Scene& scene, const ConvertSettings& settings, Reporter& reporter);
+    bool ReadVertexFile(const ConvertSettings& settings, Reporter& reporter, int32_t line);
+
+    // What the mesh chunk needs, built before any of its bytes is written and without the writer
+    // (Output/MeshNodeWriter.cpp): the render mesh in node space, the frames counted against the
+    // scene's bound of list entries, and the sphere over every frame. Ready: the node is written;
+    // LeftOut: an error was reported before, the node and its subtree are not written; Refused:
+    // the bound was passed (reported), nothing may be written.
+    enum class Built { Ready, LeftOut, Refused };
+    Built BuildOutput(Scene& scene, const ConvertSettings& settings, Reporter& reporter);
 
     // Render mesh building (see RenderMesh.cpp). False when the render vertices would pass the
-    // bound of the file's lists (reported at the object's *MESH line): nothing may be written.
+    // scene's bound of list entries (reported at the object's *MESH line): nothing may be written.
     void ToNodeSpace(Mesh& source);
-    bool BuildRenderMesh(AseParser& reader, Mesh& source);
+    // The source of the render mesh: frame `analyse` (-analyse) when there is one, else the mesh.
+    Mesh& SourceMesh(int32_t analyse)
+    {
+        return analyse > 0 && frames.size() >= static_cast<size_t>(analyse) + 1 ? *frames[static_cast<size_t>(analyse)]
+                                                                              : mesh;
+    }
+    bool BuildRenderMesh(Scene& scene, const ConvertSettings& settings, Reporter& reporter, Mesh& source);
     int32_t FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_t position, int32_t texVertex,
                             int32_t smoothingGroup, uint32_t material, bool flip);
 
@@ -156,7 +171,7 @@ public:
     int32_t meshLine = 0;       // the line of the object's *MESH, for reports about its output
     int32_t animationLine = 0;  // ... and of its *MESH_ANIMATION
 
-    // Working data of the write.
+    // The output as built.
     std::vector<VertexSource> vertexSources;
     bool verticesLoaded = false;
     std::vector<MeshVertex> renderVertices;

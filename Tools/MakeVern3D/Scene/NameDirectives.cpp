@@ -1,7 +1,7 @@
 // Scene edits between reading and writing: -obj selection of top-level objects, and the
 // "convert(" commands ")" name directives written into object names.
-#include "BaseNode.h"
-#include "BaseParser.h"
+#include "Scene/BaseNode.h"
+#include "Scene/Scene.h"
 
 #include <algorithm>
 
@@ -50,7 +50,17 @@ void BaseNode::SelectObjects(const std::vector<std::string>& names)
     std::erase(children, nullptr);
 }
 
-void BaseNode::ApplyNameDirectives(BaseParser& reporter)
+void SelectObjects(Scene& scene, const std::vector<std::string>& names)
+{
+    scene.root->SelectObjects(names);
+}
+
+void ApplyNameDirectives(Scene& scene, Reporter& reporter)
+{
+    scene.root->ApplyNameDirectives(reporter, scene.endLine);
+}
+
+void BaseNode::ApplyNameDirectives(Reporter& reporter, int32_t line)
 {
     // Post-order over the subtree without recursion. Each node's children are walked in order;
     // the next entry is fixed before a child is processed, so children lifted to the end of the
@@ -65,7 +75,7 @@ void BaseNode::ApplyNameDirectives(BaseParser& reporter)
 
     // Runs the directive of `node` (its children are done), which sits at `index` in its parent's
     // list. Answers whether it was removed.
-    auto runDirective = [&reporter](BaseNode* node, size_t index) {
+    auto runDirective = [&reporter, line](BaseNode* node, size_t index) {
         if (!HasDirectivePrefix(node->name))
             return false;
         std::string rest = node->name.substr(kPrefixLength);
@@ -88,7 +98,7 @@ void BaseNode::ApplyNameDirectives(BaseParser& reporter)
                 return true;
             }
             if (command == "createanimfrommesh")
-                node->CreateAnimFromMesh(reporter);
+                node->CreateAnimFromMesh(reporter, line);
             if (rest[0] == ',') {
                 rest.erase(0, 1);
                 command.clear();

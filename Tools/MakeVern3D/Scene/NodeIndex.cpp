@@ -1,4 +1,4 @@
-#include "NodeIndex.h"
+#include "Scene/NodeIndex.h"
 
 #include <algorithm>
 

@@ -5,7 +5,7 @@
 // has to be compared with each newcomer of that name.
 #pragma once
 
-#include "BaseNode.h"
+#include "Scene/BaseNode.h"
 
 #include <string>
 #include <unordered_map>

@@ -3,7 +3,7 @@
 // the same vertex layout.
 #pragma once
 
-#include "TransformMath.h"
+#include "Scene/TransformMath.h"
 
 #include <cstddef>
 #include <cstdint>

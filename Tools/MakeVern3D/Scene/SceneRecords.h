@@ -2,7 +2,7 @@
 // The key records are the file's own records.
 #pragma once
 
-#include "TransformMath.h"
+#include "Scene/TransformMath.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 // Animation preparation (local transform, accumulated rotation-key orientations) and evaluation
 // of a node's local transform at a time. What keys mean is the vern3D library's
 // (vern/Vern3DAnimation.h); the converter evaluates them the way an engine that loads the file does.
-#include "BaseNode.h"
+#include "Scene/BaseNode.h"
 
 #include "vern/Vern3DAnimation.h"
 

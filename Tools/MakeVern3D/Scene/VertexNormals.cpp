@@ -1,4 +1,4 @@
-#include "VertexNormals.h"
+#include "Scene/VertexNormals.h"
 
 #include <algorithm>
 

@@ -6,7 +6,7 @@
 // looked up by face number with a binary search, so the list must be sorted by face number.
 #pragma once
 
-#include "SceneRecords.h"
+#include "Scene/SceneRecords.h"
 
 #include <cstdint>
 #include <unordered_map>

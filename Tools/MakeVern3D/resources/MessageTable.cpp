@@ -1,10 +1,12 @@
-// The program's message table: every text that MakeVern3D shows to its user, keyed by id.
-// Ids 1 to 16 belong to the converter, 4096 to 4105 to the symbol parser. Texts are printf-style
-// formats filled by their callers; they are stored exactly as shown to the user.
-#include "ResString.h"
+// The program's message table: every text that MakeVern3D shows to its user, keyed by id, apart
+// from the symbol parser's own (4096 to 4107, Parser/ParserMessages.cpp). Texts are formats of the
+// messages in Messages.h, filled by their callers; they are stored exactly as shown to the user.
+#include "AbstractData/ResString.h"
+#include "resources/Messages.h"
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <utility>
 
 namespace {
@@ -37,7 +39,7 @@ constexpr std::string_view kHelpText =
     "MakeVern3D.exe \"file with spaces.ase\"\n"
     "\t";
 
-constexpr std::array<std::pair<uint32_t, std::string_view>, 67> kMessages{{
+constexpr std::array<std::pair<uint32_t, std::string_view>, 57> kMessages{{
     {1, "MakeVern3D Version 2.0\n"
         "Copyright (C) The MakeVern3D developers. All rights reserved.\n"
         "\n"},
@@ -104,22 +106,41 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 67> kMessages{{
     {65, "... and %u more %s.\n"},
     // Printed on standard error, after a file failed without -compat.
     {66, "Note: '%s' converts with -compat, which reads what failed here.\n"},
-    {4096, "Could not open file '%s'.\n"},
-    {4097, "%s(%d) error: "},
-    {4098, "Could not read next char.\n"},
-    {4099, "Do not know what symbol '%s' means.\n"},
-    {4100, "Missing symbol '%s'.\n"},
-    {4101, "Could not read from file '%s'.\n"},
-    {4102, "Aspected symbol '%s' but found symbol '%s'.\n"},
-    {4103, "%s(%d) warning: "},
-    {4104, "Symbol '%s' could not scanned.\n"},
-    {4105, "Error occured while writing file '%s'.\n"},
-    // Our own additions for conditions the classic table has no words for.
-    {4106, "Symbol is longer than %d characters.\n"},
-    {4107, "Blocks are nested deeper than %d levels.\n"},
+    // Shown while an animated mesh is written.
+    {100, "frame %d  "},
+    {101, "Warning: Frame %d not saved. Because it equals the last frame.\n"},
 }};
 
 }  // namespace
+
+std::string_view RepeatWords(uint32_t messageId, uint32_t hidden)
+{
+    // What the count line of a warning that repeats says of the warnings it stands for.
+    struct Words {
+        uint32_t id;
+        std::string_view one;
+        std::string_view many;
+    };
+    static constexpr Words kWords[] = {
+        {kMessageDefaultMaterial.id, "object without a material", "objects without a material"},
+        {kMessageFaceNormalsOnly.id, "normal list without corner normals", "normal lists without corner normals"},
+        {kMessageNodeFromObject.id, "camera, light or bone read as a transform node",
+         "cameras, lights and bones read as transform nodes"},
+        {kMessageNodeFromGroup.id, "group read as a transform node", "groups read as transform nodes"},
+        {kMessageTargetDropped.id, "target not kept", "targets not kept"},
+        {kMessageParentLater.id, "object linked to a later parent", "objects linked to a later parent"},
+        {kMessageSampledTrack.id, "sampled track made into keys", "sampled tracks made into keys"},
+        {kMessageScaleNotKept.id, "object whose scale changes over time", "objects whose scale changes over time"},
+        {kMessageNoEdgeFlags.id, "face list without edge flags", "face lists without edge flags"},
+        {kMessageNonFiniteUnused.id, "list with unused values that are not finite numbers",
+         "lists with unused values that are not finite numbers"},
+        {kMessageWeldToleranceShrunk.id, "mesh welded within a smaller tolerance", "meshes welded within a smaller tolerance"},
+    };
+    const auto words = std::find_if(std::begin(kWords), std::end(kWords), [&](const Words& w) { return w.id == messageId; });
+    if (words == std::end(kWords))
+        return {};
+    return hidden == 1 ? words->one : words->many;
+}
 
 bool FindModuleString(uint32_t id, std::string_view* text)
 {

@@ -1,8 +1,8 @@
-#include "FileStream.h"
+#include "AbstractData/streams/FileStream.h"
 
-#include "Platform.h"
-#include "ReplacementFile.h"
-#include "Trace.h"
+#include "AbstractData/Platform.h"
+#include "AbstractData/streams/ReplacementFile.h"
+#include "AbstractData/Trace.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -6,9 +6,9 @@
 // that is no regular file (a device, a pipe) is written in place, as without the flag.
 #pragma once
 
-#include "InputStream.h"
-#include "OutputStream.h"
-#include "ReplacementFile.h"
+#include "AbstractData/streams/InputStream.h"
+#include "AbstractData/streams/OutputStream.h"
+#include "AbstractData/streams/ReplacementFile.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Status.h"
+#include "AbstractData/Status.h"
 
 #include <cstdint>
 

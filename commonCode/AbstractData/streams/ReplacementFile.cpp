@@ -1,4 +1,4 @@
-#include "ReplacementFile.h"
+#include "AbstractData/streams/ReplacementFile.h"
 
 #include <atomic>
 #include <cerrno>

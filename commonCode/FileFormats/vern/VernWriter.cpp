@@ -1,8 +1,8 @@
-#include "VernWriter.h"
+#include "vern/VernWriter.h"
 
-#include "FileStream.h"
-#include "Platform.h"
-#include "Trace.h"
+#include "AbstractData/streams/FileStream.h"
+#include "AbstractData/Platform.h"
+#include "AbstractData/Trace.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 // The vern3D decoder on hand-built files: meshes are referred to in place at any alignment, frames
 // come back complete, transforms follow the keys, and every damaged structure fails with its
 // chunk, its file offset and what is wrong.
-#include "Vern3DBuilder.h"
+#include "support/Vern3DBuilder.h"
 #include "vern/Vern3DDecoder.h"
 #include "vern/VernReader.h"
 

@@ -1,10 +1,10 @@
 // VernReader: little-endian cursor, decoding what VernWriter wrote, and refusing damaged files.
-#include "Trace.h"
-#include "VernReader.h"
-#include "VernWriter.h"
+#include "AbstractData/Trace.h"
+#include "vern/VernReader.h"
+#include "vern/VernWriter.h"
 
-#include "TestFiles.h"
-#include "TraceCapture.h"
+#include "support/TestFiles.h"
+#include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // VernWriter: the bytes of finished and unfinished containers, the chunk rules, counted strings,
 // and how failures of the file surface.
-#include "FileStream.h"
-#include "Trace.h"
-#include "VernWriter.h"
+#include "AbstractData/streams/FileStream.h"
+#include "AbstractData/Trace.h"
+#include "vern/VernWriter.h"
 
-#include "TestFiles.h"
-#include "TraceCapture.h"
+#include "support/TestFiles.h"
+#include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
