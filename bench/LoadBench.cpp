@@ -4,11 +4,11 @@
 //   cmake --preset bench && cmake --build --preset bench && build/bench/bench/LoadBench
 // Peak memory of one load: /usr/bin/time -v build/bench/Tools/vern3d/vern3d check <file>, on the
 // vern3d-bench-*.vern3D files this leaves in the temporary directory.
+#include "BenchScenes.h"
 #include "ConversionDriver.h"
 #include "ConvertSettings.h"
 #include "Parser/Reporter.h"
 #include "Scene/Scene.h"
-#include "BenchScenes.h"
 #include "vern/Vern3DDecoder.h"
 
 #include <benchmark/benchmark.h>

@@ -4,11 +4,11 @@
 //   cmake --preset bench && cmake --build --preset bench && build/bench/bench/MeshBench
 // The generated files (BenchScenes.h and below) stay in the temporary directory for later runs (and
 // for measuring the converter's peak memory: /usr/bin/time -v build/bench/Tools/MakeVern3D/MakeVern3D <file>).
+#include "BenchScenes.h"
 #include "ConversionDriver.h"
 #include "ConvertSettings.h"
 #include "Parser/Reporter.h"
 #include "Scene/Scene.h"
-#include "BenchScenes.h"
 
 #include <benchmark/benchmark.h>
 

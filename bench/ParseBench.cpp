@@ -3,9 +3,9 @@
 //   cmake --preset bench && cmake --build --preset bench && build/bench/bench/ParseBench
 #include "ConversionDriver.h"
 #include "ConvertSettings.h"
+#include "Parser/BaseParser.h"
 #include "Parser/Reporter.h"
 #include "Scene/Scene.h"
-#include "Parser/BaseParser.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,7 +1,7 @@
 // FileStream: open modes, sharing, positions, and the status values and reports of its failures.
-#include "AbstractData/streams/FileStream.h"
 #include "AbstractData/Platform.h"
 #include "AbstractData/Trace.h"
+#include "AbstractData/streams/FileStream.h"
 
 #include "support/TestFiles.h"
 #include "support/TraceCapture.h"

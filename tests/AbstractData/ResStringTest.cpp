@@ -1,6 +1,6 @@
 #include "AbstractData/ResString.h"
-#include "support/TestFiles.h"
 #include "AbstractData/Trace.h"
+#include "support/TestFiles.h"
 #include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>

@@ -3,8 +3,8 @@
 // choice of frame components, -analyse and operations files. Each output must decode; its nodes,
 // triangles and frames must follow from what was generated; and every frame, render vertex and
 // stored frame must equal the frame-vertex rule carried out literally here.
-#include "support/AseTestParse.h"
 #include "Scene/BaseNode.h"
+#include "support/AseTestParse.h"
 #include "support/TestFiles.h"
 #include "vern/Vern3DDecoder.h"
 

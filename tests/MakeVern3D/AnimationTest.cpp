@@ -1,5 +1,5 @@
-#include "support/AseTestParse.h"
 #include "Scene/BaseNode.h"
+#include "support/AseTestParse.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // Mesh chunks as written: welding, triangle order, batches, two-sided faces, the frame stream and
 // the operations file, checked on the decoded file (and on exact bytes where the layout is the
 // point).
-#include "support/AseTestParse.h"
 #include "Output/LittleEndian.h"
+#include "Scene/VertexNormals.h"
+#include "support/AseTestParse.h"
 #include "support/TraceCapture.h"
 #include "vern/Vern3DDecoder.h"
-#include "Scene/VertexNormals.h"
 
 #include <gtest/gtest.h>
 

@@ -4,10 +4,10 @@
 // with its line, nothing left behind.
 #include "ConversionDriver.h"
 #include "ConvertSettings.h"
+#include "Output/VertexWelder.h"
 #include "Parser/Reporter.h"
 #include "Scene/Scene.h"
 #include "support/TestFiles.h"
-#include "Output/VertexWelder.h"
 
 #include <gtest/gtest.h>
 

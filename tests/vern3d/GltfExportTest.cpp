@@ -2,8 +2,8 @@
 // converter's key evaluation in the animation channels, morph targets, winding and texture space.
 #include "GltfExport.h"
 #include "GltfWorld.h"
-#include "support/TestFiles.h"
 #include "TransformSampling.h"
+#include "support/TestFiles.h"
 #include "support/Vern3DBuilder.h"
 
 #include <gtest/gtest.h>

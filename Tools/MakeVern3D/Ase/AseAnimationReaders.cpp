@@ -1,8 +1,8 @@
 // Transform animation: Bezier position keys and TCB rotation keys, with times in milliseconds
 // and the position tangents turned into absolute Bezier control points.
 #include "Ase/AseParser.h"
-#include "resources/Messages.h"
 #include "Parser/NumberScan.h"
+#include "resources/Messages.h"
 
 #include <array>
 

@@ -2,13 +2,13 @@
 #include "Output/SceneFile.h"
 
 #include "ConvertSettings.h"
-#include "vern/VernWriter.h"
 #include "Output/LittleEndian.h"
 #include "Output/NodeWriter.h"
 #include "Parser/ParserMessages.h"
 #include "Parser/Reporter.h"
 #include "Scene/Scene.h"
 #include "resources/Messages.h"
+#include "vern/VernWriter.h"
 
 #include <cstdio>
 

@@ -1,8 +1,8 @@
 #include "AbstractData/streams/FileStream.h"
 
 #include "AbstractData/Platform.h"
-#include "AbstractData/streams/ReplacementFile.h"
 #include "AbstractData/Trace.h"
+#include "AbstractData/streams/ReplacementFile.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -1,8 +1,8 @@
 #include "vern/VernWriter.h"
 
-#include "AbstractData/streams/FileStream.h"
 #include "AbstractData/Platform.h"
 #include "AbstractData/Trace.h"
+#include "AbstractData/streams/FileStream.h"
 
 #include <algorithm>
 #include <array>

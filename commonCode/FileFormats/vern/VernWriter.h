@@ -7,8 +7,8 @@
 // one way to make a write leave no output.
 #pragma once
 
-#include "AbstractData/streams/OutputStream.h"
 #include "AbstractData/Status.h"
+#include "AbstractData/streams/OutputStream.h"
 #include "vern/Vern3DLayout.h"
 
 #include <cstdint>
