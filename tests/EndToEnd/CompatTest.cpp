@@ -265,6 +265,16 @@ TEST(Compat, RepeatedWarningsBecomeACount)
         "*SCENE {\n*SCENE_FRAMESPEED 30\n*SCENE_TICKSPERFRAME 160\n}\n*HELPEROBJECT {\n*NODE_NAME \"h\"\n*TM_ANIMATION {\n"
         "*CONTROL_POS_TRACK {\n*CONTROL_POS_SAMPLE 0 1 2 3\n}\n}\n}\n", settings);
     EXPECT_EQ(sampled.printed, sampled.At(10) + "Sampled track '*CONTROL_POS_TRACK' of 'h' becomes 1 key.\n");
+    // Links to later parents are said when the file has ended, each at the line of its record.
+    std::string later;
+    for (int i = 0; i < 4; ++i)
+        later += "*HELPEROBJECT {\n*NODE_NAME \"c" + std::to_string(i) + "\"\n*NODE_PARENT \"p\"\n}\n";
+    const asetest::Parsed linked = asetest::ParseAse(later + "*HELPEROBJECT {\n*NODE_NAME \"p\"\n}\n", settings);
+    std::string expected;
+    for (int i = 0; i < 3; ++i)
+        expected += linked.At(3 + 4 * i) + "Parent 'p' of object 'c" + std::to_string(i) +
+                    "' comes later in the file; the object is linked to it at the end.\n";
+    EXPECT_EQ(linked.printed, expected + linked.At(15) + "... and 1 more object linked to a later parent.\n");
 }
 
 // ---- Sampled tracks: the keys made from them give the samples back at the sample times

@@ -58,6 +58,12 @@ TEST(AseDocument, ErrorsInsideSceneStillRunTheMissingChecks)
     // The object reader fails inside *SCENE; afterwards the missing values are reported and kept.
     auto parsed = ParseAse("*SCENE {\n*GEOMOBJECT {\n*MATERIAL_REF x\n}\n}\n");
     EXPECT_EQ(parsed.ErrorText(), parsed.At(3, "error") + "Missing symbol 'SCENE_TICKSPERFRAME'.\n");
+    // Directives run on what was read before an error, at the line where reading stopped; the
+    // last error is the one shown.
+    auto directive = ParseAse("*GEOMOBJECT {\n*NODE_NAME \"convert(createanimfrommesh)A\"\n}\n*SCENE {\n"
+                              "*SCENE_FRAMESPEED x\n}\n");
+    EXPECT_EQ(directive.ErrorText(), directive.At(5, "error") + "For creating a matrix animation from a mesh animation is "
+                                     "a mesh animation necessary. This error appears in object 'convert(createanimfrommesh)A'.");
 }
 
 TEST(AseDocument, FileEndingInsideABlock)

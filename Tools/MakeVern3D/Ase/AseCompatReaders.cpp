@@ -243,7 +243,8 @@ void AseParser::LinkLaterParents()
                 ++entry;
                 continue;
             }
-            if (ShowRepeated(kMessageParentLater.id))
+            // Said at the line of the record.
+            if (reporter.ShowRepeated(kMessageParentLater.id, entry->line))
                 reporter.Warning(entry->line, kMessageParentLater, entry->parentName, entry->node->name);
             LinkNode(parent, std::move(entry->node));
             entry = laterParents.erase(entry);

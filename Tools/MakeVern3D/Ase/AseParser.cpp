@@ -28,14 +28,15 @@ HRESULT AseParser::Read(const std::string& sourceName, Scene& read)
     zeroTimeBaseWarned = false;
     unnumberedMaterialSaid = false;
     nonFiniteUnused = false;
-    const HRESULT status = ParseFile(sourceName);
+    ParseFile(sourceName);
     read = std::move(scene);
-    return status;
+    return loadStatus;
 }
 
 HRESULT AseParser::Load(const std::string& sourceName)
 {
     const HRESULT status = BaseParser::Load(sourceName);
+    loadStatus = status;
     scene.lists.bound = static_cast<uint64_t>(textSize) + ListBudget::kSlack;
     return status;
 }

@@ -25,9 +25,9 @@ public:
     AseParser(Reporter& reporter, bool compat);
     ~AseParser() override;
 
-    // Reads `sourceName` into `scene`, which is replaced. Fails (after reporting) when the file
-    // cannot be loaded, and nothing was read; otherwise `scene` holds what was read, also after
-    // an error. The text is released before Read returns.
+    // Reads `sourceName` into `scene`, which is replaced. Fails (after reporting) only when the file
+    // cannot be loaded: nothing was read. Otherwise `scene` holds what was read, also after an
+    // error (the reporter has it). The text is released before Read returns.
     HRESULT Read(const std::string& sourceName, Scene& scene);
 
     HRESULT Load(const std::string& sourceName) override;
@@ -177,6 +177,7 @@ private:
     NodeIndex nodeIndex;
     // First index in scene.textureSets of each distinct list of entries.
     std::unordered_map<std::string, int32_t> textureSetIndex;
+    HRESULT loadStatus = S_OK;
     int blockDepth = 0;
     bool zeroTimeBaseWarned = false;
     bool unnumberedMaterialSaid = false;  // in the current material list
