@@ -65,7 +65,6 @@ public:
     void SkipBlock(std::string& symbol);
 
     bool HasError() const { return reporter.HasError(); }
-    Reporter& Reports() const { return reporter; }
     const std::string& SourceName() const { return sourceName; }
     int32_t Line() const { return line; }
     int32_t Column() const { return column; }

@@ -92,8 +92,8 @@ TEST(SymbolScanner, CutsWordsStringsAndBraces)
         const Scan scan = ScanText(test.text);
         EXPECT_EQ(scan.symbols, test.symbols) << test.text;
         EXPECT_EQ(scan.failed, test.failed) << test.text;
-        if (test.failed)
-            EXPECT_NE(scan.errorText.find(") error: Could not read next char.\n"), std::string::npos) << scan.errorText;
+        EXPECT_EQ(scan.errorText.find(") error: Could not read next char.\n") != std::string::npos, test.failed)
+            << scan.errorText;
     }
 }
 

@@ -2,9 +2,7 @@
 
 #include "Parser/NumberScan.h"
 
-#include <algorithm>
 #include <cmath>
-#include <iterator>
 
 AseParser::AseParser(Reporter& reporter, bool compat) : BaseParser(reporter), compat(compat)
 {
