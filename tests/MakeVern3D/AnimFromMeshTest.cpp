@@ -215,15 +215,20 @@ TEST(AnimFromMesh, FailuresReportAndChangeNothing)
     }
 }
 
-TEST(AnimFromMesh, SecondDirectiveOnTheSameNodeFindsNoFrames)
+TEST(AnimFromMesh, AsADirectiveItReportsAtTheGivenLineAndTheCommandsGoOn)
 {
+    // The second directive finds no frames: the first used them. A failure stops no later command.
     BaseNode root("root");
+    AddMesh(root, "convert(createanimfrommesh,delete)Gone", {});
     MeshNode& node = AddMesh(root, "convert(createanimfrommesh,createanimfrommesh)Box", {{0, kBase}, {50, kBase}});
     Reporter reporter;
-    root.ApplyNameDirectives(reporter, 1);
-    EXPECT_NE(reporter.ErrorText().find("in object 'convert(createanimfrommesh,createanimfrommesh)Box'."),
-              std::string::npos);
+    reporter.BeginFile("f.ase");
+    root.ApplyNameDirectives(reporter, 9);
     EXPECT_EQ(node.positionKeys.size(), 2u);  // the first directive did its work
+    EXPECT_EQ(root.Children().size(), 1u);    // the delete behind the failure still ran
+    EXPECT_EQ(reporter.ErrorText(), "f.ase(9) error: For creating a matrix animation from a mesh animation is a mesh "
+                                    "animation necessary. This error appears in object "
+                                    "'convert(createanimfrommesh,createanimfrommesh)Box'.");
 }
 
 }  // namespace

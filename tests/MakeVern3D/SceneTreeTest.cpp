@@ -186,18 +186,6 @@ TEST(NameDirectives, Table)
     }
 }
 
-TEST(NameDirectives, CreateAnimFromMeshNeedsFrames)
-{
-    BaseNode root("root");
-    root.AddChild(std::make_unique<MeshNode>("convert(createanimfrommesh,delete)Box"));
-    Reporter reporter;
-    root.ApplyNameDirectives(reporter, 1);
-    EXPECT_TRUE(reporter.HasError());
-    EXPECT_NE(reporter.ErrorText().find("This error appears in object 'convert(createanimfrommesh,delete)Box'."),
-              std::string::npos);
-    EXPECT_EQ(root.Children().size(), 0u);  // the delete behind it still runs
-}
-
 TEST(NameDirectives, LiftedChildrenAreWalkedAgainUnlessTheRemovedChildWasLast)
 {
     // Removing a middle child lifts its children behind the walk's position: their (already
