@@ -70,14 +70,14 @@ public:
     int32_t Column() const { return column; }
 
 protected:
-    // Reports at the line where reading stands.
+    // Reports at the line where reading stands. Kept out of the scanning loops: reports are rare.
     template <MessageValue... Args>
-    void Error(Message<Args...> message, std::type_identity_t<Args>... values)
+    [[gnu::cold, gnu::noinline]] void Error(Message<Args...> message, std::type_identity_t<Args>... values)
     {
         reporter.Error(line, message, values...);
     }
     template <MessageValue... Args>
-    void Warning(Message<Args...> message, std::type_identity_t<Args>... values)
+    [[gnu::cold, gnu::noinline]] void Warning(Message<Args...> message, std::type_identity_t<Args>... values)
     {
         reporter.Warning(line, message, values...);
     }

@@ -26,19 +26,20 @@ public:
     // The reports that follow are about `name`, which has no error so far.
     void BeginFile(std::string name);
 
+    // Reports are rare: their formatting stays out of the loops that may report.
     template <MessageValue... Args>
-    void Error(int32_t line, Message<Args...> message, std::type_identity_t<Args>... values)
+    [[gnu::cold, gnu::noinline]] void Error(int32_t line, Message<Args...> message, std::type_identity_t<Args>... values)
     {
         SetError(line, FormatMessage(message, values...));
     }
     template <MessageValue... Args>
-    void Warning(int32_t line, Message<Args...> message, std::type_identity_t<Args>... values)
+    [[gnu::cold, gnu::noinline]] void Warning(int32_t line, Message<Args...> message, std::type_identity_t<Args>... values)
     {
         if (!quiet)
             PrintWarning(line, FormatMessage(message, values...));
     }
     template <MessageValue... Args>
-    void Progress(Message<Args...> message, std::type_identity_t<Args>... values)
+    [[gnu::noinline]] void Progress(Message<Args...> message, std::type_identity_t<Args>... values)
     {
         if (!quiet)
             Print(FormatMessage(message, values...));
