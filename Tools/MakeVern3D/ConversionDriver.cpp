@@ -14,9 +14,9 @@
 Conversion ConvertFile(const std::string& input, const std::string& output, const ConvertSettings& settings,
                        Reporter& reporter, Scene& scene, bool write)
 {
-    // Read: the text becomes a scene. A file that does not load gives nothing to go on with.
-    AseParser reader(reporter, settings.compat);
-    if (Failed(reader.Read(input, scene)))
+    // Read: the text becomes a scene (the reader and its text are gone before anything is built).
+    // A file that does not load gives nothing to go on with.
+    if (Failed(AseParser(reporter, settings.compat).Read(input, scene)))
         return Conversion::Failed;
 
     // Prepare. Selection and directives work on whatever was read, also after an error; the

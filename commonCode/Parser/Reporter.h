@@ -57,8 +57,6 @@ public:
 
     bool HasError() const { return failed; }
     const std::string& ErrorText() const { return errorText; }
-    const std::string& FileName() const { return fileName; }
-    bool Quiet() const { return quiet; }
 
 private:
     void SetError(int32_t line, std::string_view text);

@@ -145,15 +145,15 @@ public:
     enum class Built { Ready, LeftOut, Refused };
     Built BuildOutput(Scene& scene, const ConvertSettings& settings, Reporter& reporter);
 
-    // Render mesh building (see RenderMesh.cpp). False when the render vertices would pass the
-    // scene's bound of list entries (reported at the object's *MESH line): nothing may be written.
-    void ToNodeSpace(Mesh& source);
     // The source of the render mesh: frame `analyse` (-analyse) when there is one, else the mesh.
     Mesh& SourceMesh(int32_t analyse)
     {
         return analyse > 0 && frames.size() >= static_cast<size_t>(analyse) + 1 ? *frames[static_cast<size_t>(analyse)]
                                                                               : mesh;
     }
+    // Render mesh building (see RenderMesh.cpp). False when the render vertices would pass the
+    // scene's bound of list entries (reported at the object's *MESH line): nothing may be written.
+    void ToNodeSpace(Mesh& source);
     bool BuildRenderMesh(Scene& scene, const ConvertSettings& settings, Reporter& reporter, Mesh& source);
     int32_t FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_t position, int32_t texVertex,
                             int32_t smoothingGroup, uint32_t material, bool flip);
