@@ -63,6 +63,9 @@ struct FlagOption {
     uint32_t bit;
 };
 
+// More threads than this would only wait for one another.
+constexpr uint32_t kMaxThreads = 256;
+
 constexpr FlagOption kMeshAnimOptions[] = {
     {"map", 1}, {"man", 2}, {"mac", 4}, {"mam", 8}, {"mat", 16},
 };
@@ -118,6 +121,16 @@ CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSett
                 PrintFormattedMessage(kMessageWeldToleranceInvalid, value.c_str(), settings.weldTolerance);
             else
                 settings.weldTolerance = tolerance;
+        } else if (option == "threads") {
+            std::string value;
+            if (!takeValue(value))
+                return CommandLineResult::MissingValue;
+            char* end = nullptr;
+            const unsigned long count = std::strtoul(value.c_str(), &end, 10);
+            if (value.empty() || *end != '\0' || count > kMaxThreads)
+                PrintFormattedMessage(kMessageThreadCountInvalid, value.c_str(), kMaxThreads, settings.threads);
+            else
+                settings.threads = static_cast<uint32_t>(count);
         } else if (option == "ivertex") {
             settings.ivertex = true;
         } else if (option == "overtex") {

@@ -19,4 +19,7 @@ struct ConvertSettings {
     bool uri = false;     // -uri: "file:" names (file:/abs/path, file:///abs/path) for absolute paths
     std::string vertexFolder;  // -vertexdir: the folder -ivertex reads from (empty: the current folder)
     double weldTolerance = 0.1;  // -weld: how far apart corner positions may lie and still weld
+    // -threads: threads that share the work of one file (0: one per core of the machine; 1: the
+    // whole conversion on the calling thread). Outputs and console text never depend on it.
+    uint32_t threads = 0;
 };

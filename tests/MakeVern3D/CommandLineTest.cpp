@@ -91,13 +91,22 @@ TEST(ReadCommandLine, OptionsFillTheSettings)
         EXPECT_EQ(weld.settings.weldTolerance, 0.5) << bad;
         EXPECT_EQ(weld.printed, "The weld tolerance '" + std::string(bad) + "' is not a number of 0 or more; 0.5 is kept.\n");
     }
+
+    // -threads takes a whole number from 0 to 256 the same way.
+    EXPECT_EQ(Parse({}).settings.threads, 0u);
+    EXPECT_EQ(Parse({"-threads", "256"}).settings.threads, 256u);
+    for (const char* bad : {"257", "2x", "", "99999999999999999999"}) {
+        const Parsed threads = Parse({"-threads", "3", "-threads", bad});
+        EXPECT_EQ(threads.settings.threads, 3u) << bad;
+        EXPECT_EQ(threads.printed, "The thread count '" + std::string(bad) + "' is not a whole number from 0 to 256; 3 is kept.\n");
+    }
 }
 
 TEST(ReadCommandLine, MissingValuesStopTheRunAndHelpIsPrintedWhereItStands)
 {
     for (const auto& arguments : std::vector<std::vector<const char*>>{
              {"a.ase", "-o"}, {"-o", "-x"}, {"-ma"}, {"-analyse", "/h"}, {"-o -map"}, {"-analyse", "-7"},
-             {"-vertexdir"}, {"-weld"}}) {
+             {"-vertexdir"}, {"-weld"}, {"-threads"}}) {
         EXPECT_EQ(Parse(arguments).result, CommandLineResult::MissingValue) << arguments.back();
     }
     const std::string help = testfiles::ReadText(MAKEVERN3D_TEST_DATA "/help_text.txt");

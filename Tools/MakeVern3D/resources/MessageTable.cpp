@@ -39,7 +39,7 @@ constexpr std::string_view kHelpText =
     "MakeVern3D.exe \"file with spaces.ase\"\n"
     "\t";
 
-constexpr std::array<std::pair<uint32_t, std::string_view>, 57> kMessages{{
+constexpr std::array<std::pair<uint32_t, std::string_view>, 58> kMessages{{
     {1, "MakeVern3D Version 2.0\n"
         "Copyright (C) The MakeVern3D developers. All rights reserved.\n"
         "\n"},
@@ -91,6 +91,7 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 57> kMessages{{
     {42, "Object '%s' has edges as short as %g; its corners weld within %g instead of %g, so that no face loses "
          "a corner.\n"},
     {43, "The weld tolerance '%s' is not a number of 0 or more; %g is kept.\n"},
+    {44, "The thread count '%s' is not a whole number from 0 to %u; %u is kept.\n"},
     // -ivertex reads only regular files inside its folder; what is refused is never opened.
     {50, "Object '%s' names its vertex file by an absolute path; vertex files are read only inside the vertex folder.\n"},
     {51, "Object '%s' names its vertex file with a '..' component; vertex files are read only inside the vertex folder.\n"},

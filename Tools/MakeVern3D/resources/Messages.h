@@ -51,6 +51,7 @@ inline constexpr Message<Text, uint32_t, uint32_t> kMessageFramesTooLarge{41};
 // The weld tolerance.
 inline constexpr Message<Text, double, double, double> kMessageWeldToleranceShrunk{42};
 inline constexpr Message<Text, double> kMessageWeldToleranceInvalid{43};
+inline constexpr Message<Text, uint32_t, uint32_t> kMessageThreadCountInvalid{44};
 // -ivertex: names that would reach outside the vertex folder, and files that are not read.
 inline constexpr Message<Text> kMessageVertexNameAbsolute{50};
 inline constexpr Message<Text> kMessageVertexNameParent{51};
