@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <thread>
 #include <vector>
 
@@ -32,4 +33,75 @@ void ParallelFor(size_t count, uint32_t threads, const std::function<void(size_t
     work();
     for (std::thread& helper : helpers)
         helper.join();
+}
+
+OrderedWork::OrderedWork(size_t count, uint32_t threads, uint64_t window, const std::function<uint64_t(size_t)>& weight,
+                         std::function<void(size_t)> make)
+    : make(std::move(make)), weights(count), states(count, State::Waiting), window(window)
+{
+    for (size_t i = 0; i < count; ++i)
+        weights[i] = weight(i);
+    const size_t helperCount = count > 1 ? std::min<size_t>(threads > 1 ? threads - 1 : 0, count - 1) : 0;
+    helpers.reserve(helperCount);
+    for (size_t k = 0; k < helperCount; ++k)
+        helpers.emplace_back([this] { Help(); });
+}
+
+OrderedWork::~OrderedWork()
+{
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        stopping = true;
+    }
+    changed.notify_all();
+    for (std::thread& helper : helpers)
+        helper.join();
+}
+
+bool OrderedWork::MayStart(size_t waited) const
+{
+    return next < states.size() && (next == waited || inFlight == 0 || inFlight + weights[next] <= window);
+}
+
+void OrderedWork::MakeNext(std::unique_lock<std::mutex>& lock)
+{
+    const size_t item = next++;
+    states[item] = State::Started;
+    inFlight += weights[item];
+    lock.unlock();
+    make(item);
+    lock.lock();
+    states[item] = State::Made;
+    changed.notify_all();
+}
+
+void OrderedWork::Help()
+{
+    std::unique_lock<std::mutex> lock(mutex);
+    while (!stopping && next < states.size()) {
+        if (MayStart(SIZE_MAX))
+            MakeNext(lock);
+        else
+            changed.wait(lock);
+    }
+}
+
+void OrderedWork::Wait(size_t index)
+{
+    std::unique_lock<std::mutex> lock(mutex);
+    while (states[index] != State::Made) {
+        if (MayStart(index))
+            MakeNext(lock);
+        else
+            changed.wait(lock);
+    }
+}
+
+void OrderedWork::Done(size_t index)
+{
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        inFlight -= weights[index];
+    }
+    changed.notify_all();
 }

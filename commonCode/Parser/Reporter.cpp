@@ -15,6 +15,42 @@ constexpr int kWarningEchoLine = 570;
 
 }  // namespace
 
+Reporter Reporter::Deferred()
+{
+    Reporter reporter;
+    reporter.kept = std::make_unique<std::vector<Kept>>();
+    return reporter;
+}
+
+void Reporter::Keep(Kept::Kind kind, int32_t line, uint32_t messageId, std::string text)
+{
+    kept->push_back({kind, line, messageId, std::move(text)});
+}
+
+void Reporter::Forward(Reporter& to)
+{
+    if (!kept)
+        return;
+    for (Kept& report : *kept) {
+        switch (report.kind) {
+        case Kept::Error: to.SetError(report.line, report.text); break;
+        case Kept::Warning:
+            if (!to.quiet)
+                to.PrintWarning(report.line, report.text);
+            break;
+        case Kept::RepeatedWarning:
+            if (to.ShowRepeated(report.messageId, report.line) && !to.quiet)
+                to.PrintWarning(report.line, report.text);
+            break;
+        case Kept::Progress:
+            if (!to.quiet)
+                to.Print(report.text);
+            break;
+        }
+    }
+    kept->clear();
+}
+
 void Reporter::BeginFile(std::string name)
 {
     fileName = std::move(name);
@@ -48,6 +84,8 @@ void Reporter::SayRepeats(Message<uint32_t, Text> countLine, RepeatWords words)
 void Reporter::SetError(int32_t line, std::string_view text)
 {
     failed = true;
+    if (kept)
+        return Keep(Kept::Error, line, 0, std::string(text));
     errorText = FormatMessage(kMessageErrorPrefix, fileName, line);
     errorText += text;
     if (!quiet)
@@ -56,6 +94,8 @@ void Reporter::SetError(int32_t line, std::string_view text)
 
 void Reporter::PrintWarning(int32_t line, std::string_view text)
 {
+    if (kept)
+        return Keep(Kept::Warning, line, 0, std::string(text));
     std::string report = FormatMessage(kMessageWarningPrefix, fileName, line);
     report += text;
     Print(report);
@@ -64,5 +104,7 @@ void Reporter::PrintWarning(int32_t line, std::string_view text)
 
 void Reporter::Print(std::string_view text)
 {
+    if (kept)
+        return Keep(Kept::Progress, 0, 0, std::string(text));
     std::fwrite(text.data(), 1, text.size(), stdout);
 }

@@ -9,12 +9,17 @@
 // Warnings that may come once per object or list are shown a few times and then counted
 // (ShowRepeated), and the counts said once, as a line of their own (SayRepeats).
 // A quiet reporter (a trial conversion whose outcome alone counts) prints and echoes nothing;
-// errors still count. Not thread-safe: one reporter belongs to one conversion.
+// errors still count. A deferred reporter (Deferred) keeps its reports, in order, until Forward
+// hands them to another reporter, which then prints, counts and echoes them as if they had been
+// made to it at that moment: work done on another thread, or before it is known whether its
+// reports count, reports through one and forwards it where a sequential run reports. Not
+// thread-safe: one reporter belongs to one conversion, or to one piece of work of it.
 #pragma once
 
 #include "AbstractData/Message.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,6 +27,8 @@
 class Reporter {
 public:
     explicit Reporter(bool quiet = false) : quiet(quiet) {}
+    // A reporter that keeps its reports for Forward; HasError tells whether it has kept an error.
+    static Reporter Deferred();
 
     // The reports that follow are about `name`, which has no error so far.
     void BeginFile(std::string name);
@@ -44,6 +51,16 @@ public:
         if (!quiet)
             Print(FormatMessage(message, values...));
     }
+    // A warning that may come once per object: shown while ShowRepeated allows it, else counted.
+    template <MessageValue... Args>
+    [[gnu::cold, gnu::noinline]] void RepeatedWarning(int32_t line, Message<Args...> message,
+                                                      std::type_identity_t<Args>... values)
+    {
+        if (kept)
+            Keep(Kept::RepeatedWarning, line, message.id, FormatMessage(message, values...));
+        else if (ShowRepeated(message.id, line))
+            Warning(line, message, values...);
+    }
 
     // Of each message, the first kShownRepeats warnings are shown (true: print it now); later ones
     // are only counted, with the line of the first of them.
@@ -58,10 +75,21 @@ public:
     bool HasError() const { return failed; }
     const std::string& ErrorText() const { return errorText; }
 
+    // Hands what this deferred reporter has kept to `to`, in order, and forgets it.
+    void Forward(Reporter& to);
+
 private:
+    struct Kept {
+        enum Kind : uint8_t { Error, Warning, RepeatedWarning, Progress } kind;
+        int32_t line;
+        uint32_t messageId;  // for RepeatedWarning
+        std::string text;
+    };
+
     void SetError(int32_t line, std::string_view text);
     void PrintWarning(int32_t line, std::string_view text);
-    static void Print(std::string_view text);
+    void Print(std::string_view text);
+    void Keep(Kept::Kind kind, int32_t line, uint32_t messageId, std::string text);
 
     std::string fileName;
     bool quiet;
@@ -73,4 +101,5 @@ private:
         int32_t firstHiddenLine;
     };
     std::vector<Repeated> repeats;
+    std::unique_ptr<std::vector<Kept>> kept;  // a deferred reporter's reports
 };

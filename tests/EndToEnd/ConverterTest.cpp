@@ -300,7 +300,9 @@ void ExpectTrianglesOfEveryFace(const std::string& source, const vern3d::Scene& 
     Reporter reporter;
     Scene read;
     testing::internal::CaptureStdout();
-    ConvertFile(source, source + ".again.vern3D", {}, reporter, read);
+    ConvertSettings keep;
+    keep.keepMeshLists = true;
+    ConvertFile(source, source + ".again.vern3D", keep, reporter, read);
     testing::internal::GetCapturedStdout();
     std::map<std::string, size_t> expected;
     std::vector<const BaseNode*> pending{read.root.get()};

@@ -33,12 +33,14 @@ struct Parsed {
     }
 };
 
-// Writes `text` as an ASE file into a fresh directory and converts it there.
-inline Parsed ParseAse(const std::string& text, const ConvertSettings& settings = {})
+// Writes `text` as an ASE file into a fresh directory and converts it there; the mesh nodes keep
+// their lists.
+inline Parsed ParseAse(const std::string& text, ConvertSettings settings = {})
 {
     Parsed parsed;
     parsed.source = parsed.directory->Write("scene.ase", text);
     parsed.output = parsed.directory->Path() + "/scene.vern3D";
+    settings.keepMeshLists = true;
     testing::internal::CaptureStdout();
     parsed.outcome = ConvertFile(parsed.source, parsed.output, settings, parsed.reporter, parsed.scene);
     parsed.printed = testing::internal::GetCapturedStdout();

@@ -1,19 +1,48 @@
 // What a node's write operations share while the scene tree is written.
 //
-// Writing a node has two steps: BeginWrite builds what the node's chunks hold (for a mesh, its
-// render mesh and the sphere over its frames: MeshNode::BuildOutput) without touching the
-// writer, then, after its children, EndWrite turns that into bytes (the frame stream rebuilds
-// the frames as it goes, into whatever sink it is given). Settings are read-only throughout;
-// every report goes through the file's Reporter.
+// Writing a node has two steps: BeginWrite takes over what the node's chunks hold (for a mesh, its
+// render mesh and the sphere over its frames), then, after its children, EndWrite turns that into
+// bytes (the frame stream rebuilds the frames as it goes, into whatever sink it is given).
+// Settings are read-only throughout; every report goes through the file's Reporter.
+//
+// Mesh outputs are built ahead, on as many threads as the settings give: the writer first plans
+// the mesh nodes whose writing will begin, in that order (PlanMeshBuilds), and each build runs
+// apart from the others and from the writer (MeshNode::BuildOutput), with its reports kept. When
+// a node's writing begins, the writer waits for its build, hands its reports to the file's
+// Reporter and counts its entries against the file's bound (MeshNode::TakeOutput), so that the
+// bytes and the console text are those of building each node at that moment.
 #pragma once
 
 #include "Output/LittleEndian.h"
+#include "Parser/Reporter.h"
 #include "Scene/BaseNode.h"
 
-class Reporter;
+#include <memory>
+
 struct ConvertSettings;
+class OrderedWork;
 struct Scene;
 class VernWriter;
+
+// One mesh node's output, built ahead of its writing.
+struct MeshBuild {
+    MeshNode* node = nullptr;
+    bool errorBefore = false;  // an earlier node reports an error while the file is written
+    uint64_t allowed = 0;      // render vertices allowed: the bound's free entries when writing began
+    // What the build found: the most render vertices it checked against `allowed` (none beyond
+    // the entries free when the node's writing begins: the build is the one made then), whether its
+    // frames alone pass the bound, and its reports: those of the render mesh, then of the frames.
+    MeshNode::WeldCount count{0, 0};
+    bool framesPast = false;
+    MeshNode::Built built = MeshNode::Built::Ready;
+    Reporter renderReports = Reporter::Deferred();
+    Reporter frameReports = Reporter::Deferred();
+};
+
+// The mesh nodes under `root` (included) whose writing will begin, in that order, each with the
+// world transforms of its mesh and frames taken (MeshNode::PlanSpaces). A node with frames after
+// an error is left out with its subtree, as its writing does.
+std::vector<MeshBuild> PlanMeshBuilds(BaseNode& root, uint64_t allowed);
 
 struct NodeWriteContext {
     VernWriter& writer;
@@ -22,6 +51,10 @@ struct NodeWriteContext {
     Reporter& reporter;
     OpenPath path;              // the nodes whose chunks are open, root first
     LittleEndianBuffer record;  // scratch space for one record
+    // The planned mesh builds and the work that makes them; the next to be taken.
+    std::vector<MeshBuild>* builds = nullptr;
+    OrderedWork* work = nullptr;
+    size_t nextBuild = 0;
 };
 
 // A node's write stopped on an error it has already reported with file and line (output beyond

@@ -108,9 +108,8 @@ bool OpacityMapped(const TextureSet& set) { return (set.entries.front().flags & 
 
 }  // namespace
 
-void MeshNode::ToNodeSpace(Mesh& source)
+void MeshNode::ToNodeSpace(Mesh& source, const Matrix& inverse, uint32_t)
 {
-    const Matrix inverse = Inverse(GetTransform(static_cast<uint32_t>(source.time)));
     for (Vector3& p : source.vertices)
         p = TransformPoint(p, inverse);
 
@@ -155,6 +154,17 @@ int32_t MeshNode::FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_
 
 bool MeshNode::BuildRenderMesh(Scene& scene, const ConvertSettings& settings, Reporter& reporter, Mesh& source)
 {
+    const WeldCount count = BuildRenderMeshWithin(scene, settings, reporter, source, scene.lists.Free());
+    if (!scene.lists.Take(count.welded)) {
+        reporter.Error(meshLine, kMessageRenderMeshTooLarge, name, scene.lists.Shown());
+        return false;
+    }
+    return true;
+}
+
+MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const Scene& scene, const ConvertSettings& settings, Reporter& reporter,
+                                         Mesh& source, uint64_t allowed)
+{
     renderVertices.clear();
     renderTriangles.clear();
     vertexSources.clear();
@@ -166,7 +176,7 @@ bool MeshNode::BuildRenderMesh(Scene& scene, const ConvertSettings& settings, Re
     const FirstByNumber texVertexOf(source.texVertices, [](const MeshTexVertex& v) { return v.index; });
     // Render vertices count against the bound of the file's lists: building stops at the first
     // face past it.
-    const uint64_t allowed = scene.lists.Free();
+    uint64_t peak = 0;
     renderVertices.reserve(source.vertices.size());
     renderTriangles.reserve(source.faces.size());
     // Under -compat no face may lose a corner: when welding has merged two corners of a face that
@@ -269,22 +279,21 @@ bool MeshNode::BuildRenderMesh(Scene& scene, const ConvertSettings& settings, Re
             if (renderVertices.size() > allowed)
                 break;
         }
+        peak = std::max<uint64_t>(peak, renderVertices.size());
         welder = nullptr;
         if (!cornerLost || renderVertices.size() > allowed)
             break;
         const double shortest = ShortestEdge(source);
         // Said at the line of the object's *MESH, counted with the warnings that repeat.
-        if (reporter.ShowRepeated(kMessageWeldToleranceShrunk.id, meshLine))
-            reporter.Warning(meshLine, kMessageWeldToleranceShrunk, name, shortest, shortest / 4.0, tolerance);
+        reporter.RepeatedWarning(meshLine, kMessageWeldToleranceShrunk, name, shortest, shortest / 4.0, tolerance);
         tolerance = shortest / 4.0;
         renderVertices.clear();
         vertexSources.clear();
         renderTriangles.clear();
     }
-    if (!scene.lists.Take(renderVertices.size())) {
-        reporter.Error(meshLine, kMessageRenderMeshTooLarge, name, scene.lists.Shown());
-        return false;
-    }
+    const WeldCount count{peak, renderVertices.size()};
+    if (count.welded > allowed)
+        return count;
 
     // Triangles of sets without entries never move and nothing passes them; between them the
     // exchange rule orders by (opacity bit, set index), keeping the order of equals.
@@ -341,5 +350,5 @@ bool MeshNode::BuildRenderMesh(Scene& scene, const ConvertSettings& settings, Re
     }
     renderVertices = std::move(vertices);
     vertexSources = std::move(sources);
-    return true;
+    return count;
 }

@@ -1,6 +1,7 @@
 // The vern3D file of a scene: the node tree's chunks, then the texture table.
 #include "Output/SceneFile.h"
 
+#include "AbstractData/Parallel.h"
 #include "ConvertSettings.h"
 #include "Output/LittleEndian.h"
 #include "Output/NodeWriter.h"
@@ -54,7 +55,14 @@ HRESULT WriteFile(Scene& scene, const ConvertSettings& settings, const std::stri
     if (Succeeded(status))
         status = writer.BeginFile();
     if (Succeeded(status)) {
-        NodeWriteContext context{writer, scene, settings, reporter, {}, {}};
+        // Mesh outputs are built ahead of the writing, within a window of faces (their memory).
+        constexpr uint64_t kFacesAhead = 1 << 20;
+        std::vector<MeshBuild> builds = PlanMeshBuilds(*scene.root, scene.lists.Free());
+        OrderedWork work(
+            builds.size(), ThreadCount(settings.threads), kFacesAhead,
+            [&](size_t i) { return uint64_t{builds[i].node->mesh.faces.size()}; },
+            [&](size_t i) { builds[i].node->BuildOutput(builds[i], scene, settings); });
+        NodeWriteContext context{writer, scene, settings, reporter, {}, {}, &builds, &work};
         status = scene.root->Write(context, writer.Root());
     }
     if (status == kWriteRefused) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 struct ConvertSettings;
+struct MeshBuild;
 class OpenPath;
 class Reporter;
 struct Scene;
@@ -127,7 +128,7 @@ public:
 
     uint32_t OwnLastKeyTime() const override;
     void CreateAnimFromMesh(Reporter& reporter, int32_t line) override;
-    // Builds the node's output (BuildOutput); the mesh chunk follows the node's chunks.
+    // Takes over the node's output, built ahead (TakeOutput); the mesh chunk follows the node's chunks.
     HRESULT BeginWrite(NodeWriteContext& context, bool* write) override;
     HRESULT EndWrite(NodeWriteContext& context) override;
 
@@ -137,13 +138,23 @@ public:
     bool CheckBeforeWrite(const Scene& scene, const ConvertSettings& settings, Reporter& reporter);
     bool ReadVertexFile(const ConvertSettings& settings, Reporter& reporter, int32_t line);
 
-    // What the mesh chunk needs, built before any of its bytes is written and without the writer
-    // (Output/MeshNodeWriter.cpp): the render mesh in node space, the frames counted against the
-    // scene's bound of list entries, and the sphere over every frame. Ready: the node is written;
-    // LeftOut: an error was reported before, the node and its subtree are not written; Refused:
-    // the bound was passed (reported), nothing may be written.
+    // What the mesh chunk needs, built before any of its bytes is written (Output/MeshNodeWriter.cpp).
+    // PlanSpaces, on the writing thread and in the order the nodes' writing begins, takes the
+    // world transforms at the times of the mesh and of each frame (evaluating keys leaves the
+    // ancestors' tracks as the last evaluation set them, so the order counts). BuildOutput may
+    // then run on any thread, apart from other nodes: the render mesh in node space within the
+    // entries `build` allows, and the sphere over every frame, its reports kept in `build`.
+    // TakeOutput, when the node's writing begins, hands the reports on and counts the entries
+    // against the scene's bound (building the render mesh again in the one case where the bound
+    // would have stopped it earlier). Ready: the node is written; LeftOut: an error was reported
+    // before, the node and its subtree are not written; Refused: the bound was passed (reported),
+    // nothing may be written.
     enum class Built { Ready, LeftOut, Refused };
-    Built BuildOutput(Scene& scene, const ConvertSettings& settings, Reporter& reporter);
+    void PlanSpaces();
+    void BuildOutput(MeshBuild& build, const Scene& scene, const ConvertSettings& settings);
+    Built TakeOutput(MeshBuild& build, Scene& scene, const ConvertSettings& settings, Reporter& reporter);
+    // Frees the lists of the source mesh, the frames and the render mesh.
+    void FreeLists();
 
     // The source of the render mesh: frame `analyse` (-analyse) when there is one, else the mesh.
     Mesh& SourceMesh(int32_t analyse)
@@ -151,10 +162,22 @@ public:
         return analyse > 0 && frames.size() >= static_cast<size_t>(analyse) + 1 ? *frames[static_cast<size_t>(analyse)]
                                                                               : mesh;
     }
-    // Render mesh building (see RenderMesh.cpp). False when the render vertices would pass the
-    // scene's bound of list entries (reported at the object's *MESH line): nothing may be written.
-    void ToNodeSpace(Mesh& source);
+    // Render mesh building (see RenderMesh.cpp). ToNodeSpace moves a mesh into node space with
+    // `inverse`, the inverse world transform at its time. BuildRenderMesh builds the render mesh
+    // and counts it against the scene's bound: false when it passes it (reported at the object's
+    // *MESH line): nothing may be written. BuildRenderMeshWithin builds it as long as it holds
+    // at most `allowed` vertices (it stops at the first face past that) and counts nothing: it
+    // answers the most vertices it held when it checked, and the vertices welded (what counts
+    // against the bound; numbering them per batch may repeat some). Both use `settings.threads`
+    // threads.
+    struct WeldCount {
+        uint64_t peak;
+        uint64_t welded;
+    };
+    void ToNodeSpace(Mesh& source, const Matrix& inverse, uint32_t threads = 1);
     bool BuildRenderMesh(Scene& scene, const ConvertSettings& settings, Reporter& reporter, Mesh& source);
+    WeldCount BuildRenderMeshWithin(const Scene& scene, const ConvertSettings& settings, Reporter& reporter,
+                                    Mesh& source, uint64_t allowed);
     int32_t FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_t position, int32_t texVertex,
                             int32_t smoothingGroup, uint32_t material, bool flip);
 
@@ -172,6 +195,8 @@ public:
     int32_t animationLine = 0;  // ... and of its *MESH_ANIMATION
 
     // The output as built.
+    bool meshChunk = false;        // the node writes a mesh chunk (its mesh had faces when planned)
+    std::vector<Matrix> spaces;    // PlanSpaces: the inverse world transforms of the mesh and each frame
     std::vector<VertexSource> vertexSources;
     bool verticesLoaded = false;
     std::vector<MeshVertex> renderVertices;
