@@ -166,10 +166,21 @@ void ReadGrid(benchmark::State& state)
     Run(state, GridFile(static_cast<int>(state.range(0))), settings);
 }
 
-// The whole conversion: read, render mesh, write.
-void ConvertGrid(benchmark::State& state) { Run(state, GridFile(static_cast<int>(state.range(0))), {}); }
+// The whole conversion: read, render mesh, write; the second argument is -threads.
+void ConvertGrid(benchmark::State& state)
+{
+    ConvertSettings settings;
+    settings.threads = static_cast<uint32_t>(state.range(1));
+    Run(state, GridFile(static_cast<int>(state.range(0))), settings);
+}
 
-void ConvertObjects(benchmark::State& state) { Run(state, ObjectsFile(static_cast<int>(state.range(0))), {}); }
+// The second argument is -threads (1: one thread; 0: one per core).
+void ConvertObjects(benchmark::State& state)
+{
+    ConvertSettings settings;
+    settings.threads = static_cast<uint32_t>(state.range(1));
+    Run(state, ObjectsFile(static_cast<int>(state.range(0))), settings);
+}
 
 void ConvertAnimation(benchmark::State& state)
 {
@@ -197,8 +208,8 @@ void ConvertEmptyFrames(benchmark::State& state)
 }
 
 BENCHMARK(ReadGrid)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(ConvertGrid)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(ConvertObjects)->Arg(1'000)->Arg(10'000)->Arg(30'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(ConvertGrid)->ArgsProduct({{10'000, 100'000, 1'000'000}, {1, 2}})->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(ConvertObjects)->ArgsProduct({{1'000, 10'000, 30'000}, {1, 2}})->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(ConvertAnimation)->Args({10'000, 100})->Args({10'000, 400})->Args({10'000, 1000})->Unit(benchmark::kMillisecond)->UseRealTime();
 // 100 x 100 vertices, 58,806 render vertices (2.4 MB a frame rebuilt), 100 / 400 frames.
 BENCHMARK(ConvertUnweldedAnimation)->Args({100, 100})->Args({100, 400})->Unit(benchmark::kMillisecond)->UseRealTime();

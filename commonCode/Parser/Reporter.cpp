@@ -27,11 +27,13 @@ void Reporter::Keep(Kept::Kind kind, int32_t line, uint32_t messageId, std::stri
     kept->push_back({kind, line, messageId, std::move(text)});
 }
 
-void Reporter::Forward(Reporter& to)
+void Reporter::Forward(Reporter& to, size_t count)
 {
     if (!kept)
         return;
-    for (Kept& report : *kept) {
+    const size_t end = forwarded + std::min(count, kept->size() - forwarded);
+    for (; forwarded < end; ++forwarded) {
+        Kept& report = (*kept)[forwarded];
         switch (report.kind) {
         case Kept::Error: to.SetError(report.line, report.text); break;
         case Kept::Warning:
@@ -47,8 +49,12 @@ void Reporter::Forward(Reporter& to)
                 to.Print(report.text);
             break;
         }
+        report.text = std::string();
     }
-    kept->clear();
+    if (forwarded == kept->size()) {
+        kept->clear();
+        forwarded = 0;
+    }
 }
 
 void Reporter::BeginFile(std::string name)

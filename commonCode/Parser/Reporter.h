@@ -75,8 +75,10 @@ public:
     bool HasError() const { return failed; }
     const std::string& ErrorText() const { return errorText; }
 
-    // Hands what this deferred reporter has kept to `to`, in order, and forgets it.
-    void Forward(Reporter& to);
+    // Hands the first `count` reports this deferred reporter has kept (all of them by default) to
+    // `to`, in order, and forgets them.
+    void Forward(Reporter& to, size_t count = SIZE_MAX);
+    size_t KeptCount() const { return kept ? kept->size() - forwarded : 0; }
 
 private:
     struct Kept {
@@ -102,4 +104,5 @@ private:
     };
     std::vector<Repeated> repeats;
     std::unique_ptr<std::vector<Kept>> kept;  // a deferred reporter's reports
+    size_t forwarded = 0;                      // ... of which the first ones are handed on
 };

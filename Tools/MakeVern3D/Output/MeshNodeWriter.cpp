@@ -1,8 +1,9 @@
 // Writing a mesh node: its output (render mesh, frames counted, sphere) is built before the node's
 // chunk opens, since the node's sphere must be known when its record is taken; the mesh chunk
-// follows the node's own chunks. Outputs are built ahead, node by node on any thread; what ties
-// a build to the moment its node's writing begins (the reports, the bound of list entries, an
-// error of an earlier node) is settled when the writer takes it over.
+// follows the node's own chunks. Outputs are built ahead, node by node on any thread, most of them
+// down to the bytes of their mesh chunk; what ties a build to the moment its node's writing begins
+// (the reports, the bound of list entries, an error of an earlier node) is settled when the writer
+// takes it over.
 #include "AbstractData/Parallel.h"
 #include "AbstractData/Trace.h"
 #include "ConvertSettings.h"
@@ -21,18 +22,67 @@ namespace {
 
 constexpr const char* kSource = "Tools/MakeVern3D/BaseNode";
 constexpr int kMeshReportLine = 1348;
+// A mesh with frames has its chunk's payload made ahead when it takes little more room than its
+// render mesh (the frames are not kept, so the stored ones are not kept ahead either).
+constexpr uint64_t kPayloadSlack = 64 << 10;
+
+uint64_t SaturatedAdd(uint64_t a, uint64_t b) { return a + b < a ? UINT64_MAX : a + b; }
+
+// The mesh chunk's payload in the pieces it is written in: the header with the batches, the
+// triangles 4096 at a time, then the frame stream (a stored frame at a time). The first failure
+// ends it.
+HRESULT StreamMeshChunk(MeshNode& node, uint32_t flags, Reporter& reporter, LittleEndianBuffer& out,
+                        const FrameSink& sink)
+{
+    out.Clear();
+    out.Append(vern3d::MeshHeader{vern3d::kMeshHeaderSize, flags, static_cast<uint32_t>(node.renderBatches.size()),
+                                  static_cast<uint32_t>(node.renderTriangles.size()),
+                                  static_cast<uint32_t>(node.renderVertices.size()),
+                                  node.frames.empty() ? 1u : static_cast<uint32_t>(node.frames.size()),
+                                  node.meshSphere.centre, node.meshSphere.radius});
+    for (const MeshBatch& batch : node.renderBatches)
+        out.Append(vern3d::Batch{vern3d::kBatchSize, 0, batch.firstTriangle, batch.triangleCount, batch.firstVertex,
+                                 batch.vertexCount, node.renderTriangles[batch.firstTriangle].textureSet});
+    HRESULT status = sink(out);
+    // Triangles in pieces, so that a huge mesh never needs a second copy of itself.
+    constexpr size_t kPiece = 4096;
+    const std::vector<MeshTriangle>& triangles = node.renderTriangles;
+    for (size_t first = 0; first < triangles.size() && Succeeded(status); first += kPiece) {
+        out.Clear();
+        for (size_t t = first; t < std::min(first + kPiece, triangles.size()); ++t)
+            out.Append(triangles[t]);
+        status = sink(out);
+    }
+    if (Succeeded(status))
+        status = StreamFrames(node, flags, reporter, sink);
+    return status;
+}
+
+// The bytes of the payload with every frame stored.
+uint64_t PayloadBound(const MeshNode& node, uint32_t flags)
+{
+    uint64_t perVertex = 0;
+    for (const auto& [flag, bytes] : {std::pair{kFramePosition, 12}, {kFrameNormal, 12}, {kFrameColour, 4},
+                                      {kFrameMaterial, 4}, {kFrameTexture, 8}})
+        perVertex += (flags & flag) ? bytes : 0;
+    const uint64_t vertices = node.renderVertices.size();
+    return vern3d::kMeshHeaderSize + uint64_t{vern3d::kBatchSize} * node.renderBatches.size() +
+           20 * uint64_t{node.renderTriangles.size()} + 18 + 40 * vertices +
+           uint64_t{node.frames.size()} * (17 + perVertex * vertices);
+}
 
 }  // namespace
 
 MeshNode::~MeshNode() = default;
 
-std::vector<MeshBuild> PlanMeshBuilds(BaseNode& root, uint64_t allowed)
+std::vector<MeshBuild> PlanMeshBuilds(BaseNode& root, uint64_t allowed, const ConvertSettings& settings)
 {
     // The writer's own walk (BaseNode::Write): pre-order, a node's subtree after its BeginWrite.
     // The only error that writing reports and goes on after is a mesh without material (error 14,
     // at its first face); a node with frames after it is left out, with its subtree.
     std::vector<MeshBuild> builds;
     bool error = false;
+    uint64_t most = 0;  // the most entries the planned builds can count against the bound
     std::vector<BaseNode*> pending{&root};
     while (!pending.empty()) {
         BaseNode* node = pending.back();
@@ -44,6 +94,12 @@ std::vector<MeshBuild> PlanMeshBuilds(BaseNode& root, uint64_t allowed)
             build.node = mesh;
             build.errorBefore = error;
             build.allowed = allowed;
+            // A face gives at most six render vertices (three, and three for its back), and a
+            // frame is rebuilt on them.
+            const uint64_t frames = mesh->frames.size();
+            const uint64_t vertices = mesh->verticesLoaded ? mesh->vertexSources.size()
+                                                           : 6 * uint64_t{mesh->SourceMesh(settings.analyse).faces.size()};
+            most = SaturatedAdd(most, SaturatedAdd(mesh->verticesLoaded ? 0 : vertices, frames * vertices));
             error = error || (!mesh->verticesLoaded && mesh->materialRef == -1);
             if (error && !mesh->frames.empty())
                 continue;
@@ -51,6 +107,8 @@ std::vector<MeshBuild> PlanMeshBuilds(BaseNode& root, uint64_t allowed)
         for (auto child = node->Children().rbegin(); child != node->Children().rend(); ++child)
             pending.push_back(child->get());
     }
+    for (MeshBuild& build : builds)
+        build.withinBound = most <= allowed;
     return builds;
 }
 
@@ -58,28 +116,30 @@ void MeshNode::PlanSpaces()
 {
     meshChunk = true;
     spaces.clear();
-    spaces.push_back(Inverse(GetTransform(static_cast<uint32_t>(mesh.time))));
+    spaces.push_back(GetTransform(static_cast<uint32_t>(mesh.time)));
     for (const auto& frame : frames)
-        spaces.push_back(Inverse(GetTransform(static_cast<uint32_t>(frame->time))));
+        spaces.push_back(GetTransform(static_cast<uint32_t>(frame->time)));
 }
 
 void MeshNode::BuildOutput(MeshBuild& build, const Scene& scene, const ConvertSettings& settings)
 {
     const uint32_t threads = ThreadCount(settings.threads);
-    ToNodeSpace(mesh, spaces[0], threads);
+    build.frameCount = frames.size();
+    ToNodeSpace(mesh, Inverse(spaces[0]), threads);
     for (size_t i = 0; i < frames.size(); ++i)
-        ToNodeSpace(*frames[i], spaces[i + 1], threads);
+        ToNodeSpace(*frames[i], Inverse(spaces[i + 1]), threads);
     uint64_t taken = 0;
     if (!verticesLoaded) {
         build.count = BuildRenderMeshWithin(scene, settings, build.renderReports, SourceMesh(settings.analyse),
                                             build.allowed);
         taken = build.count.welded;
     }
+    build.sourceCount = vertexSources.size();
     const bool error = build.errorBefore || build.renderReports.HasError();
     // Frames that pass the bound even with every entry still free are refused when taken over:
     // their sphere is not worth making.
-    build.framesPast = !frames.empty() && !error && (taken > build.allowed ||
-                                                     uint64_t{frames.size()} * vertexSources.size() > build.allowed - taken);
+    build.framesPast = !frames.empty() && !error &&
+                       (taken > build.allowed || build.frameCount * build.sourceCount > build.allowed - taken);
     if (build.count.peak > build.allowed || build.framesPast)
         return;
 
@@ -128,9 +188,32 @@ void MeshNode::BuildOutput(MeshBuild& build, const Scene& scene, const ConvertSe
         }
     }
     meshSphere = sphere;
-    // The mesh has given what it holds (the stream rebuilds frames from their own meshes).
-    if (!settings.keepMeshLists)
-        mesh = Mesh{};
+
+    // The payload, unless its frames take more room than the render mesh (the writer streams those).
+    const uint64_t renderBytes = (sizeof(MeshVertex) + sizeof(VertexSource)) * uint64_t{renderVertices.size()} +
+                                 sizeof(MeshTriangle) * uint64_t{renderTriangles.size()};
+    if (!frames.empty() && PayloadBound(*this, settings.meshAnimFlags) > renderBytes + kPayloadSlack)
+        return;
+    build.serialised = true;
+    LittleEndianBuffer out;
+    // The stream cannot fail here: the pieces only gather.
+    StreamMeshChunk(*this, settings.meshAnimFlags, build.streamReports, out, [&](const LittleEndianBuffer& piece) {
+        build.bytes.insert(build.bytes.end(), piece.Data(), piece.Data() + piece.Size());
+        build.pieces.push_back({build.bytes.size(), build.streamReports.KeptCount()});
+        return S_OK;
+    });
+    if (settings.keepMeshLists)
+        return;
+    // The render mesh is in the bytes; the source lists may be needed once more when the node is
+    // taken over (see TakeOutput), unless no build of the plan can pass the bound.
+    if (build.withinBound) {
+        FreeLists();
+    } else {
+        renderVertices = decltype(renderVertices)();
+        renderTriangles = decltype(renderTriangles)();
+        renderBatches = decltype(renderBatches)();
+        vertexSources = decltype(vertexSources)();
+    }
 }
 
 MeshNode::Built MeshNode::TakeOutput(MeshBuild& build, Scene& scene, const ConvertSettings& settings, Reporter& reporter)
@@ -138,7 +221,7 @@ MeshNode::Built MeshNode::TakeOutput(MeshBuild& build, Scene& scene, const Conve
     assert(reporter.HasError() == build.errorBefore);
     if (!verticesLoaded) {
         // The bound stops a build at the first face past the entries free now: when the build
-        // ahead went beyond them, the build made now is another one (and is refused).
+        // ahead went beyond them, the build made now stops earlier (and is refused).
         if (build.count.peak > scene.lists.Free())
             build.count = BuildRenderMeshWithin(scene, settings, reporter, SourceMesh(settings.analyse), scene.lists.Free());
         else
@@ -149,9 +232,10 @@ MeshNode::Built MeshNode::TakeOutput(MeshBuild& build, Scene& scene, const Conve
         }
     }
     // Every frame is rebuilt on the render vertices: they count against the bound too (both
-    // factors are below 2^32, so the product does not overflow).
-    if (!frames.empty() && !reporter.HasError() && !scene.lists.Take(uint64_t{frames.size()} * vertexSources.size())) {
-        reporter.Error(animationLine, kMessageFramesTooLarge, name, static_cast<uint32_t>(vertexSources.size()),
+    // factors are below 2^32, so the product does not overflow). A fresh build of the render mesh
+    // (above) is refused, so the counts of the build ahead are those of the node.
+    if (build.frameCount > 0 && !reporter.HasError() && !scene.lists.Take(build.frameCount * build.sourceCount)) {
+        reporter.Error(animationLine, kMessageFramesTooLarge, name, static_cast<uint32_t>(build.sourceCount),
                        scene.lists.Shown());
         return Built::Refused;
     }
@@ -167,6 +251,7 @@ MeshNode::Built MeshNode::TakeOutput(MeshBuild& build, Scene& scene, const Conve
         MergeSphere(merged, bounds);
         bounds = merged;
     }
+    output = &build;
     return Built::Ready;
 }
 
@@ -207,37 +292,30 @@ HRESULT MeshNode::EndWrite(NodeWriteContext& context)
         return status;
 
     VernWriter& writer = context.writer;
-    const uint32_t flags = context.settings.meshAnimFlags;
     VernChunk* chunkMesh = nullptr;
     status = writer.CreateChunk(&chunkMesh, vern3d::kChunkMesh, chunk);
-    LittleEndianBuffer& out = context.record;
-    auto flush = [&](const LittleEndianBuffer& buffer) {
-        return writer.WriteData(buffer.Data(), buffer.Size(), chunkMesh);
-    };
-    if (Succeeded(status)) {
-        out.Clear();
-        out.Append(vern3d::MeshHeader{vern3d::kMeshHeaderSize, flags, static_cast<uint32_t>(renderBatches.size()),
-                                      static_cast<uint32_t>(renderTriangles.size()),
-                                      static_cast<uint32_t>(renderVertices.size()),
-                                      frames.empty() ? 1u : static_cast<uint32_t>(frames.size()), meshSphere.centre,
-                                      meshSphere.radius});
-        for (const MeshBatch& batch : renderBatches)
-            out.Append(vern3d::Batch{vern3d::kBatchSize, 0, batch.firstTriangle, batch.triangleCount, batch.firstVertex,
-                                     batch.vertexCount, renderTriangles[batch.firstTriangle].textureSet});
-        status = flush(out);
+    MeshBuild& build = *output;
+    if (build.serialised) {
+        // The pieces as the stream made them, each after the reports made before it.
+        size_t start = 0, reported = 0;
+        for (const MeshBuild::Piece& piece : build.pieces) {
+            if (Failed(status))
+                break;
+            build.streamReports.Forward(context.reporter, piece.reports - reported);
+            reported = piece.reports;
+            status = writer.WriteData(build.bytes.data() + start, static_cast<uint32_t>(piece.end - start), chunkMesh);
+            start = piece.end;
+        }
+        build.bytes = std::vector<uint8_t>();
+    } else if (Succeeded(status)) {
+        status = StreamMeshChunk(*this, context.settings.meshAnimFlags, context.reporter, context.record,
+                                 [&](const LittleEndianBuffer& piece) {
+                                     return writer.WriteData(piece.Data(), piece.Size(), chunkMesh);
+                                 });
     }
-    // Triangles in pieces, so that a huge mesh never needs a second copy of itself.
-    constexpr size_t kPiece = 4096;
-    for (size_t first = 0; first < renderTriangles.size() && Succeeded(status); first += kPiece) {
-        out.Clear();
-        for (size_t t = first; t < std::min(first + kPiece, renderTriangles.size()); ++t)
-            out.Append(renderTriangles[t]);
-        status = flush(out);
-    }
-    if (Succeeded(status))
-        status = StreamFrames(*this, flags, context.reporter, flush);
     if (Failed(status))
         AssertHresult(kSource, kMeshReportLine, status);
+    output = nullptr;
     if (!context.settings.keepMeshLists)
         FreeLists();
     return status;

@@ -29,20 +29,36 @@ struct MeshBuild {
     MeshNode* node = nullptr;
     bool errorBefore = false;  // an earlier node reports an error while the file is written
     uint64_t allowed = 0;      // render vertices allowed: the bound's free entries when writing began
-    // What the build found: the most render vertices it checked against `allowed` (none beyond
-    // the entries free when the node's writing begins: the build is the one made then), whether its
-    // frames alone pass the bound, and its reports: those of the render mesh, then of the frames.
+    // No node of the plan can pass the bound, whatever the others take: the build may free its
+    // source lists at once (else they stay until the node is written, for the case below).
+    bool withinBound = false;
+    // What the build found: the most render vertices it checked against `allowed` and how many it
+    // welded (beyond the entries free when the node's writing begins the build made then stops
+    // earlier, so it is made again), whether its frames alone pass the bound, and its reports:
+    // those of the render mesh, then of the frames.
     MeshNode::WeldCount count{0, 0};
+    uint64_t frameCount = 0, sourceCount = 0;  // frames, and vertex sources they are rebuilt on
     bool framesPast = false;
     MeshNode::Built built = MeshNode::Built::Ready;
     Reporter renderReports = Reporter::Deferred();
     Reporter frameReports = Reporter::Deferred();
+    // The mesh chunk's payload, when the build has made it (every mesh without frames, and those
+    // whose frames take little room): its bytes, cut where the writer writes them (the end of each
+    // piece and the reports the stream made before it), and the stream's reports.
+    bool serialised = false;
+    std::vector<uint8_t> bytes;
+    struct Piece {
+        size_t end;
+        size_t reports;
+    };
+    std::vector<Piece> pieces;
+    Reporter streamReports = Reporter::Deferred();
 };
 
 // The mesh nodes under `root` (included) whose writing will begin, in that order, each with the
-// world transforms of its mesh and frames taken (MeshNode::PlanSpaces). A node with frames after
-// an error is left out with its subtree, as its writing does.
-std::vector<MeshBuild> PlanMeshBuilds(BaseNode& root, uint64_t allowed);
+// world transforms of its mesh and frames taken (MeshNode::PlanSpaces), and `allowed` render
+// vertices. A node with frames after an error is left out with its subtree, as its writing does.
+std::vector<MeshBuild> PlanMeshBuilds(BaseNode& root, uint64_t allowed, const ConvertSettings& settings);
 
 struct NodeWriteContext {
     VernWriter& writer;

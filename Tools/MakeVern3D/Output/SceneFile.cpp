@@ -57,7 +57,7 @@ HRESULT WriteFile(Scene& scene, const ConvertSettings& settings, const std::stri
     if (Succeeded(status)) {
         // Mesh outputs are built ahead of the writing, within a window of faces (their memory).
         constexpr uint64_t kFacesAhead = 1 << 20;
-        std::vector<MeshBuild> builds = PlanMeshBuilds(*scene.root, scene.lists.Free());
+        std::vector<MeshBuild> builds = PlanMeshBuilds(*scene.root, scene.lists.Free(), settings);
         OrderedWork work(
             builds.size(), ThreadCount(settings.threads), kFacesAhead,
             [&](size_t i) { return uint64_t{builds[i].node->mesh.faces.size()}; },

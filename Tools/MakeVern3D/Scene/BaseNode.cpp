@@ -230,13 +230,23 @@ void TransformNode::GetInfo(NodeInfo& info)
 Matrix TransformNode::GetTransform(uint32_t time)
 {
     // Top-down over the ancestors, evaluating each track once: world = local * parent world.
-    std::vector<TransformNode*> chain;
+    // Chains are short (kept on the stack), except in generated files.
+    constexpr size_t kShort = 32;
+    TransformNode* shortChain[kShort];
+    std::vector<TransformNode*> longChain;
+    size_t depth = 0;
     for (BaseNode* node = this; node && node->IsTransformNode(); node = node->Parent())
-        chain.push_back(static_cast<TransformNode*>(node));
+        ++depth;
+    if (depth > kShort)
+        longChain.resize(depth);
+    TransformNode** chain = depth > kShort ? longChain.data() : shortChain;
+    BaseNode* node = this;
+    for (size_t k = 0; k < depth; ++k, node = node->Parent())
+        chain[k] = static_cast<TransformNode*>(node);
     Matrix world = Matrix::Identity();
-    for (auto node = chain.rbegin(); node != chain.rend(); ++node) {
-        (*node)->track.Evaluate(time);
-        world = Multiply((*node)->track.matrix, world);
+    for (size_t k = depth; k > 0; --k) {
+        chain[k - 1]->track.Evaluate(time);
+        world = Multiply(chain[k - 1]->track.matrix, world);
     }
     return world;
 }

@@ -196,7 +196,8 @@ public:
 
     // The output as built.
     bool meshChunk = false;        // the node writes a mesh chunk (its mesh had faces when planned)
-    std::vector<Matrix> spaces;    // PlanSpaces: the inverse world transforms of the mesh and each frame
+    std::vector<Matrix> spaces;    // PlanSpaces: the world transforms of the mesh and each frame
+    MeshBuild* output = nullptr;   // the build taken over, while the node is written
     std::vector<VertexSource> vertexSources;
     bool verticesLoaded = false;
     std::vector<MeshVertex> renderVertices;
