@@ -18,22 +18,20 @@ constexpr int kWarningEchoLine = 570;
 Reporter Reporter::Deferred()
 {
     Reporter reporter;
-    reporter.kept = std::make_unique<std::vector<Kept>>();
+    reporter.deferred = true;
     return reporter;
 }
 
 void Reporter::Keep(Kept::Kind kind, int32_t line, uint32_t messageId, std::string text)
 {
-    kept->push_back({kind, line, messageId, std::move(text)});
+    kept.push_back({kind, line, messageId, std::move(text)});
 }
 
 void Reporter::Forward(Reporter& to, size_t count)
 {
-    if (!kept)
-        return;
-    const size_t end = forwarded + std::min(count, kept->size() - forwarded);
+    const size_t end = forwarded + std::min(count, kept.size() - forwarded);
     for (; forwarded < end; ++forwarded) {
-        Kept& report = (*kept)[forwarded];
+        Kept& report = kept[forwarded];
         switch (report.kind) {
         case Kept::Error: to.SetError(report.line, report.text); break;
         case Kept::Warning:
@@ -51,8 +49,8 @@ void Reporter::Forward(Reporter& to, size_t count)
         }
         report.text = std::string();
     }
-    if (forwarded == kept->size()) {
-        kept->clear();
+    if (forwarded == kept.size()) {
+        kept.clear();
         forwarded = 0;
     }
 }
@@ -90,7 +88,7 @@ void Reporter::SayRepeats(Message<uint32_t, Text> countLine, RepeatWords words)
 void Reporter::SetError(int32_t line, std::string_view text)
 {
     failed = true;
-    if (kept)
+    if (deferred)
         return Keep(Kept::Error, line, 0, std::string(text));
     errorText = FormatMessage(kMessageErrorPrefix, fileName, line);
     errorText += text;
@@ -100,7 +98,7 @@ void Reporter::SetError(int32_t line, std::string_view text)
 
 void Reporter::PrintWarning(int32_t line, std::string_view text)
 {
-    if (kept)
+    if (deferred)
         return Keep(Kept::Warning, line, 0, std::string(text));
     std::string report = FormatMessage(kMessageWarningPrefix, fileName, line);
     report += text;
@@ -110,7 +108,7 @@ void Reporter::PrintWarning(int32_t line, std::string_view text)
 
 void Reporter::Print(std::string_view text)
 {
-    if (kept)
+    if (deferred)
         return Keep(Kept::Progress, 0, 0, std::string(text));
     std::fwrite(text.data(), 1, text.size(), stdout);
 }

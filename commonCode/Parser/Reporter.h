@@ -19,7 +19,6 @@
 #include "AbstractData/Message.h"
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,7 +55,7 @@ public:
     [[gnu::cold, gnu::noinline]] void RepeatedWarning(int32_t line, Message<Args...> message,
                                                       std::type_identity_t<Args>... values)
     {
-        if (kept)
+        if (deferred)
             Keep(Kept::RepeatedWarning, line, message.id, FormatMessage(message, values...));
         else if (ShowRepeated(message.id, line))
             Warning(line, message, values...);
@@ -78,7 +77,7 @@ public:
     // Hands the first `count` reports this deferred reporter has kept (all of them by default) to
     // `to`, in order, and forgets them.
     void Forward(Reporter& to, size_t count = SIZE_MAX);
-    size_t KeptCount() const { return kept ? kept->size() - forwarded : 0; }
+    size_t KeptCount() const { return kept.size() - forwarded; }
 
 private:
     struct Kept {
@@ -103,6 +102,7 @@ private:
         int32_t firstHiddenLine;
     };
     std::vector<Repeated> repeats;
-    std::unique_ptr<std::vector<Kept>> kept;  // a deferred reporter's reports
-    size_t forwarded = 0;                      // ... of which the first ones are handed on
+    bool deferred = false;
+    std::vector<Kept> kept;  // a deferred reporter's reports
+    size_t forwarded = 0;    // ... of which the first ones are handed on
 };

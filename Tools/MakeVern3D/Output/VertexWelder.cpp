@@ -12,6 +12,7 @@ constexpr double kTextureCell = 0.002;
 constexpr double kFinestPositionCell = 1e-6;  // for tolerances near 0 (any width gives the same answers)
 constexpr double kCellLimit = 4.0e18;
 constexpr uint32_t kSplitAbove = 16;  // a list longer than this splits, unless at the finest level
+constexpr size_t kScanned = 32;       // lists of at most this many vertices are scanned
 
 inline bool Within(float a, float b, double tolerance)
 {
@@ -88,13 +89,9 @@ int64_t CellIndex(double value, double width)
 
 VertexWelder::VertexWelder(const std::vector<MeshVertex>& vertices, size_t expected, double spacing, double tolerance)
     : vertices(vertices), tolerance(tolerance), finestCell(std::max(2.0 * tolerance, kFinestPositionCell)),
-      cellSize(std::isfinite(spacing) ? std::max(finestCell, spacing) : finestCell), deepest(cellSize > finestCell ? 3 : 2)
+      cellSize(std::isfinite(spacing) ? std::max(finestCell, spacing) : finestCell), deepest(cellSize > finestCell ? 3 : 2),
+      expected(expected)
 {
-    size_t size = 64;
-    while (size < expected * 2)
-        size *= 2;
-    cells.assign(size, Cell{});
-    next.reserve(expected);
 }
 
 void VertexWelder::CellOf(const MeshVertex& vertex, int level, int64_t cell[3]) const
@@ -200,6 +197,14 @@ int32_t VertexWelder::Find(const MeshVertex& vertex) const
 {
     if (!Comparable(vertex))
         return -1;
+    if (cells.empty()) {
+        for (size_t index = 0; index < vertices.size(); ++index) {
+            ++work;
+            if (Matches(vertices[index], vertex, tolerance))
+                return static_cast<int32_t>(index);
+        }
+        return -1;
+    }
     int32_t best = -1;
     Search<0>(vertex, RootKey(vertex), best);
     return best;
@@ -207,9 +212,23 @@ int32_t VertexWelder::Find(const MeshVertex& vertex) const
 
 void VertexWelder::Added()
 {
-    const auto index = static_cast<int32_t>(vertices.size() - 1);
+    if (!cells.empty()) {
+        Enter(static_cast<int32_t>(vertices.size() - 1));
+    } else if (vertices.size() > kScanned) {
+        size_t size = 64;
+        while (size < std::max(expected, vertices.size()) * 2)
+            size *= 2;
+        cells.assign(size, Cell{});
+        next.reserve(std::max(expected, vertices.size()));
+        for (size_t index = 0; index < vertices.size(); ++index)
+            Enter(static_cast<int32_t>(index));
+    }
+}
+
+void VertexWelder::Enter(int32_t index)
+{
     next.push_back(-1);
-    const MeshVertex& vertex = vertices.back();
+    const MeshVertex& vertex = vertices[static_cast<size_t>(index)];
     if (!Comparable(vertex))
         return;
     uint64_t key = RootKey(vertex);

@@ -20,6 +20,9 @@
 // tolerance, so vertices that match nothing before them (all that welding appends) number at most
 // 2^8 in a cell of the finest key: many corners at one place with different normals, texture
 // coordinates or materials never make a search scan them all.
+//
+// While the list holds a few vertices, a search simply scans them (the rule itself, and faster
+// than the table for small meshes); the table is made when the list grows past them.
 #pragma once
 
 #include "Scene/RenderRecords.h"
@@ -64,6 +67,7 @@ private:
     void Append(size_t slot, int32_t index);
     void Split(size_t slot);
     void Grow();
+    void Enter(int32_t index);  // puts a vertex of the list into the table
     // Lowers `best` to the first match among the cells of `Level` around the vertex under the cell
     // `parentKey` (or, on level 0, its colour and material).
     template <int Level>
@@ -74,7 +78,8 @@ private:
     double finestCell;  // twice the tolerance (or a small width when it is near 0)
     double cellSize;
     int deepest;                 // the finest level in use
-    std::vector<Cell> cells;     // open addressing, size a power of two
+    size_t expected;
+    std::vector<Cell> cells;     // open addressing, size a power of two; empty while scanning
     std::vector<int32_t> next;   // next vertex in the same cell, -1 at the end
     size_t used = 0;
     mutable uint64_t work = 0;
