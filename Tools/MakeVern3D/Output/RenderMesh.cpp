@@ -106,6 +106,46 @@ double ShortestEdge(const Mesh& mesh)
 
 bool OpacityMapped(const TextureSet& set) { return (set.entries.front().flags & 1) != 0; }
 
+// The render vertex of each corner met so far, by (vertex, smoothing group, texture vertex,
+// material, side); vertex numbers outside the mesh's list are never kept.
+class CornerMemo {
+public:
+    explicit CornerMemo(size_t vertexCount) : heads(vertexCount, -1) {}
+
+    int32_t Find(int32_t vertex, int32_t group, int32_t texVertex, uint32_t material, bool flip) const
+    {
+        if (static_cast<uint32_t>(vertex) >= heads.size())
+            return -1;
+        for (int32_t at = heads[static_cast<size_t>(vertex)]; at >= 0; at = entries[static_cast<size_t>(at)].next) {
+            const Entry& entry = entries[static_cast<size_t>(at)];
+            if (entry.group == group && entry.texVertex == texVertex && entry.material == material && entry.flip == flip)
+                return entry.index;
+        }
+        return -1;
+    }
+
+    void Add(int32_t vertex, int32_t group, int32_t texVertex, uint32_t material, bool flip, int32_t index)
+    {
+        if (static_cast<uint32_t>(vertex) >= heads.size())
+            return;
+        int32_t& head = heads[static_cast<size_t>(vertex)];
+        entries.push_back({group, texVertex, material, index, head, flip});
+        head = static_cast<int32_t>(entries.size() - 1);
+    }
+
+private:
+    struct Entry {
+        int32_t group;
+        int32_t texVertex;
+        uint32_t material;
+        int32_t index;
+        int32_t next;
+        bool flip;
+    };
+    std::vector<int32_t> heads;
+    std::vector<Entry> entries;
+};
+
 }  // namespace
 
 void MeshNode::ToNodeSpace(Mesh& source, const Matrix& inverse, uint32_t)
@@ -200,6 +240,7 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const Scene& scene, const Co
         };
         VertexWelder weld(renderVertices, source.vertices.size(), HalfTypicalEdge(source), tolerance);
         welder = &weld;
+        CornerMemo memo(source.vertices.size());
         for (size_t f = 0; f < source.faces.size(); ++f) {
             const MeshFace& face = source.faces[f];
             const auto faceNumber = static_cast<int32_t>(f);
@@ -239,18 +280,42 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const Scene& scene, const Co
                 }
             }
 
+            // Corners with the same vertex, smoothing group (not -1), texture vertex, material and
+            // side have the same values, so welding the later ones again finds what the first one
+            // found or added: every vertex added since comes after it. Values that are not finite
+            // match nothing, so those corners are always welded.
             const int32_t corners[3] = {face.a, face.b, face.c};
+            const auto material = static_cast<uint32_t>(slot.propertiesIndex);
+            const bool memoised = face.smoothingGroup != -1;
             MeshVertex vertices[3];
+            bool normalMade[3] = {false, false, false};
+            const auto weld = [&](int k, bool flip) {
+                if (memoised) {
+                    const int32_t found = memo.Find(corners[k], face.smoothingGroup, texVertex[k], material, flip);
+                    if (found >= 0)
+                        return found;
+                }
+                if (!normalMade[k]) {
+                    vertices[k].normal = normals.VertexNormal(faceNumber, corners[k], face.smoothingGroup);
+                    normalMade[k] = true;
+                }
+                MeshVertex vertex = vertices[k];
+                if (flip)
+                    vertex.normal = {-vertex.normal.x, -vertex.normal.y, -vertex.normal.z};
+                const int32_t index =
+                    FindOrAddVertex(vertex, faceNumber, corners[k], texVertex[k], face.smoothingGroup, material, flip);
+                if (memoised && VertexWelder::Comparable(vertex))
+                    memo.Add(corners[k], face.smoothingGroup, texVertex[k], material, flip, index);
+                return index;
+            };
             int32_t front[3];
             for (int k = 0; k < 3; ++k) {
                 MeshVertex& vertex = vertices[k];
                 vertex.position = source.vertices[static_cast<size_t>(corners[k])];
-                vertex.normal = normals.VertexNormal(faceNumber, corners[k], face.smoothingGroup);
-                vertex.material = static_cast<uint32_t>(slot.propertiesIndex);
+                vertex.material = material;
                 vertex.u = u[k];
                 vertex.v = v[k];
-                front[k] = FindOrAddVertex(vertex, faceNumber, corners[k], texVertex[k], face.smoothingGroup,
-                                           vertex.material, false);
+                front[k] = weld(k, false);
             }
             cornerLost = cornerLost || (keepCorners && lost(front, vertices));
             uint32_t flags = (face.ab ? 1u : 0u) | (face.bc ? 2u : 0u) | (face.ca ? 4u : 0u);
@@ -261,12 +326,10 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const Scene& scene, const Co
                                         static_cast<uint32_t>(front[1])},
                                        set});
             if (slot.twoSided) {
+                // The back side: the same corners with their normals reversed.
                 int32_t back[3];
-                for (int k = 0; k < 3; ++k) {
-                    vertices[k].normal = {-vertices[k].normal.x, -vertices[k].normal.y, -vertices[k].normal.z};
-                    back[k] = FindOrAddVertex(vertices[k], faceNumber, corners[k], texVertex[k], face.smoothingGroup,
-                                              vertices[k].material, true);
-                }
+                for (int k = 0; k < 3; ++k)
+                    back[k] = weld(k, true);
                 cornerLost = cornerLost || (keepCorners && lost(back, vertices));
                 // The back side lists a, b, c: the edges 0-1 and 2-0 trade their flags.
                 if (((flags & 1u) != 0) != ((flags & 4u) != 0))

@@ -31,12 +31,6 @@ inline bool Matches(const MeshVertex& existing, const MeshVertex& added, double 
            Within(existing.v, added.v, kTextureTolerance);
 }
 
-bool Comparable(const MeshVertex& v)
-{
-    const float values[8] = {v.position.x, v.position.y, v.position.z, v.normal.x, v.normal.y, v.normal.z, v.u, v.v};
-    return std::all_of(std::begin(values), std::end(values), [](float value) { return std::isfinite(value); });
-}
-
 uint64_t Mix(uint64_t h)
 {
     h ^= h >> 33;
@@ -86,6 +80,12 @@ int64_t CellIndex(double value, double width)
 }
 
 }  // namespace
+
+bool VertexWelder::Comparable(const MeshVertex& v)
+{
+    const float values[8] = {v.position.x, v.position.y, v.position.z, v.normal.x, v.normal.y, v.normal.z, v.u, v.v};
+    return std::all_of(std::begin(values), std::end(values), [](float value) { return std::isfinite(value); });
+}
 
 VertexWelder::VertexWelder(const std::vector<MeshVertex>& vertices, size_t expected, double spacing, double tolerance)
     : vertices(vertices), tolerance(tolerance), finestCell(std::max(2.0 * tolerance, kFinestPositionCell)),

@@ -42,6 +42,8 @@ public:
 
     // Index of the first vertex of the list that matches, or -1.
     int32_t Find(const MeshVertex& vertex) const;
+    // Whether a vertex can match another: its position, normal, u and v are finite.
+    static bool Comparable(const MeshVertex& vertex);
     // The list's last vertex has just been appended.
     void Added();
 
