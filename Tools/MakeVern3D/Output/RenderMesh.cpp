@@ -6,6 +6,7 @@
 // The results are those of the plain procedures (a scan over all vertices for each new one, a
 // scan over all faces for each corner normal, scans for texture faces and vertices by number,
 // bubble sorts and a scan per corner when renumbering); only the way they are found is faster.
+#include "AbstractData/Parallel.h"
 #include "ConvertSettings.h"
 #include "Output/VertexWelder.h"
 #include "Parser/Reporter.h"
@@ -21,22 +22,29 @@
 
 namespace {
 
-// The position of the first entry with each number: a table when the numbers are small, a map
-// when they are not.
+// The position of the first entry with each number: none needed when each entry has its own
+// position as number, a table when the numbers are small, a map when they are not.
 class FirstByNumber {
 public:
     template <typename List, typename Number>
-    FirstByNumber(const List& list, Number number)
+    FirstByNumber(const List& list, Number number) : size(list.size())
     {
         int64_t largest = -1;
         bool dense = true;
-        for (const auto& entry : list) {
-            const int32_t value = number(entry);
+        bool inPlace = true;
+        for (size_t position = 0; position < list.size(); ++position) {
+            const int32_t value = number(list[position]);
             if (value < 0)
                 dense = false;
+            inPlace = inPlace && static_cast<size_t>(value) == position;
             largest = std::max<int64_t>(largest, value);
         }
+        if (inPlace) {
+            kind = Kind::InPlace;
+            return;
+        }
         dense = dense && largest < static_cast<int64_t>(list.size()) * 4 + 64;
+        kind = dense ? Kind::Table : Kind::Map;
         if (dense)
             table.assign(static_cast<size_t>(largest + 1), -1);
         for (size_t position = 0; position < list.size(); ++position) {
@@ -49,19 +57,23 @@ public:
                 map.try_emplace(value, static_cast<int32_t>(position));
             }
         }
-        useMap = !dense;
     }
 
     int32_t Find(int32_t value) const
     {
-        if (!useMap)
+        switch (kind) {
+        case Kind::InPlace: return value >= 0 && static_cast<size_t>(value) < size ? value : -1;
+        case Kind::Table:
             return value >= 0 && static_cast<size_t>(value) < table.size() ? table[static_cast<size_t>(value)] : -1;
+        case Kind::Map: break;
+        }
         const auto found = map.find(value);
         return found == map.end() ? -1 : found->second;
     }
 
 private:
-    bool useMap = false;
+    enum class Kind { InPlace, Table, Map } kind = Kind::Table;
+    size_t size;
     std::vector<int32_t> table;
     std::unordered_map<int32_t, int32_t> map;
 };
@@ -148,10 +160,17 @@ private:
 
 }  // namespace
 
-void MeshNode::ToNodeSpace(Mesh& source, const Matrix& inverse, uint32_t)
+void MeshNode::ToNodeSpace(Mesh& source, const Matrix& inverse, uint32_t threads)
 {
-    for (Vector3& p : source.vertices)
-        p = TransformPoint(p, inverse);
+    // Each value on its own: a large mesh is moved in blocks on several threads.
+    constexpr size_t kBlock = 1 << 16;
+    const auto inBlocks = [&](size_t count, const auto& body) {
+        ParallelFor((count + kBlock - 1) / kBlock, threads, [&](size_t block) {
+            for (size_t i = block * kBlock; i < std::min(count, (block + 1) * kBlock); ++i)
+                body(i);
+        });
+    };
+    inBlocks(source.vertices.size(), [&](size_t i) { source.vertices[i] = TransformPoint(source.vertices[i], inverse); });
 
     // One normal record per face; records added here are numbered after their position.
     const size_t faceCount = source.faces.size();
@@ -166,11 +185,11 @@ void MeshNode::ToNodeSpace(Mesh& source, const Matrix& inverse, uint32_t)
                    ? source.vertices[static_cast<size_t>(number)]
                    : Vector3{};
     };
-    for (size_t i = 0; i < faceCount; ++i) {
+    inBlocks(faceCount, [&](size_t i) {
         const MeshFace& face = source.faces[i];
         const Vector3 a = corner(face.a), b = corner(face.b), c = corner(face.c);
         source.normals[i].faceNormal = Normalize(Cross(Subtract(b, a), Subtract(c, a)));
-    }
+    });
 }
 
 int32_t MeshNode::FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_t position, int32_t texVertex,
@@ -211,7 +230,8 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const Scene& scene, const Co
     renderBatches.clear();
     SortFaceNormals(source);
 
-    const VertexNormals normals(source);
+    const uint32_t threads = ThreadCount(settings.threads);
+    const VertexNormals normals(source, threads);
     const FirstByNumber texFaceOf(source.texFaces, [](const MeshTexFace& f) { return f.index; });
     const FirstByNumber texVertexOf(source.texVertices, [](const MeshTexVertex& v) { return v.index; });
     // Render vertices count against the bound of the file's lists: building stops at the first
@@ -375,7 +395,8 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const Scene& scene, const Co
             continue;
         }
         const auto end = std::find_if_not(run, renderTriangles.end(), hasEntries);
-        std::stable_sort(run, end, before);
+        if (!std::is_sorted(run, end, before))
+            std::stable_sort(run, end, before);
         run = end;
     }
 

@@ -1,5 +1,7 @@
 #include "Scene/VertexNormals.h"
 
+#include "AbstractData/Parallel.h"
+
 #include <algorithm>
 
 int32_t FindFaceNormals(int32_t face, const Mesh& mesh)
@@ -28,10 +30,13 @@ int32_t FindFaceNormals(int32_t face, const Mesh& mesh)
 
 void SortFaceNormals(Mesh& mesh)
 {
-    // Passes of adjacent exchanges of strictly greater neighbours: a stable sort.
-    std::stable_sort(mesh.normals.begin(), mesh.normals.end(), [](const MeshFaceNormals& a, const MeshFaceNormals& b) {
+    // Passes of adjacent exchanges of strictly greater neighbours: a stable sort. Files list the
+    // records in order, and so does a second call.
+    const auto before = [](const MeshFaceNormals& a, const MeshFaceNormals& b) {
         return static_cast<uint32_t>(a.faceIndex) < static_cast<uint32_t>(b.faceIndex);
-    });
+    };
+    if (!std::is_sorted(mesh.normals.begin(), mesh.normals.end(), before))
+        std::stable_sort(mesh.normals.begin(), mesh.normals.end(), before);
 }
 
 namespace {
@@ -44,38 +49,105 @@ Vector3 DivideByLength(const Vector3& sum)
 
 }  // namespace
 
-VertexNormals::VertexNormals(const Mesh& mesh) : mesh(mesh)
+VertexNormals::VertexNormals(const Mesh& mesh, uint32_t threads) : mesh(mesh)
 {
     const auto& faces = mesh.faces;
-    faceRecords.resize(faces.size());
-    for (size_t k = 0; k < faces.size(); ++k)
-        faceRecords[k] = FindFaceNormals(static_cast<int32_t>(k), mesh);
+    // With one record per face in face order (as after moving a mesh into node space, from a file
+    // that lists them all), each face's record is its own.
+    recordsInPlace = mesh.normals.size() == faces.size();
+    for (size_t k = 0; recordsInPlace && k < faces.size(); ++k)
+        recordsInPlace = mesh.normals[k].faceIndex == static_cast<int32_t>(k);
+    if (!recordsInPlace) {
+        faceRecords.resize(faces.size());
+        for (size_t k = 0; k < faces.size(); ++k)
+            faceRecords[k] = FindFaceNormals(static_cast<int32_t>(k), mesh);
+    }
 
     // Vertex numbers are normally below the vertex count; others go to a map.
     heads.assign(mesh.vertices.size(), -1);
-    sums.reserve(faces.size() * 3);
-    for (size_t k = 0; k < faces.size(); ++k) {
-        const MeshFace& face = faces[k];
-        if (face.smoothingGroup == -1)
-            continue;
-        const int32_t corners[3] = {face.a, face.b, face.c};
-        for (int i = 0; i < 3; ++i) {
-            // A face that uses a vertex twice still counts once.
-            if ((i > 0 && corners[i] == corners[0]) || (i > 1 && corners[i] == corners[1]))
-                continue;
-            Sum& entry = FindOrAdd(corners[i], face.smoothingGroup);
-            const int32_t record = faceRecords[k];
-            if (record < 0)
-                continue;
-            const Vector3& normal = mesh.normals[static_cast<size_t>(record)].faceNormal;
-            entry.sum = Add(entry.sum, normal);
-            ++entry.count;
+    constexpr size_t kFacesPerPart = 1 << 16;
+    const size_t parts = std::min<size_t>(threads, faces.size() / kFacesPerPart);
+    const bool inRange = std::all_of(faces.begin(), faces.end(), [&](const MeshFace& face) {
+        return static_cast<uint32_t>(face.a) < heads.size() && static_cast<uint32_t>(face.b) < heads.size() &&
+               static_cast<uint32_t>(face.c) < heads.size();
+    });
+    if (parts <= 1 || !inRange) {
+        sums.reserve(faces.size() * 3);
+        for (size_t k = 0; k < faces.size(); ++k)
+            AddFace(k, sums, [](int32_t) { return true; });
+        return;
+    }
+    // Each part owns a range of vertex numbers, so it alone writes their heads; its entries are
+    // numbered within the part and moved behind the earlier parts' afterwards.
+    std::vector<std::vector<Sum>> partSums(parts);
+    const size_t span = (heads.size() + parts - 1) / parts;
+    ParallelFor(parts, static_cast<uint32_t>(parts), [&](size_t part) {
+        const auto low = static_cast<uint32_t>(part * span);
+        const auto high = static_cast<uint32_t>(std::min(heads.size(), (part + 1) * span));
+        partSums[part].reserve(faces.size() * 3 / parts);
+        for (size_t k = 0; k < faces.size(); ++k)
+            AddFace(k, partSums[part], [&](int32_t vertex) {
+                return static_cast<uint32_t>(vertex) >= low && static_cast<uint32_t>(vertex) < high;
+            });
+    });
+    std::vector<size_t> base(parts + 1, 0);
+    for (size_t part = 0; part < parts; ++part)
+        base[part + 1] = base[part] + partSums[part].size();
+    sums.resize(base[parts]);
+    ParallelFor(parts, static_cast<uint32_t>(parts), [&](size_t part) {
+        const auto shift = static_cast<int32_t>(base[part]);
+        for (size_t i = 0; i < partSums[part].size(); ++i) {
+            Sum entry = partSums[part][i];
+            entry.next = entry.next < 0 ? -1 : entry.next + shift;
+            sums[base[part] + i] = entry;
         }
+        const size_t low = part * span, high = std::min(heads.size(), (part + 1) * span);
+        for (size_t vertex = low; vertex < high; ++vertex)
+            heads[vertex] = heads[vertex] < 0 ? -1 : heads[vertex] + shift;
+        std::vector<Sum>().swap(partSums[part]);
+    });
+}
+
+template <typename Owns>
+void VertexNormals::AddFace(size_t k, std::vector<Sum>& into, Owns owns)
+{
+    const MeshFace& face = mesh.faces[k];
+    if (face.smoothingGroup == -1)
+        return;
+    const int32_t corners[3] = {face.a, face.b, face.c};
+    const int32_t record = FaceRecord(static_cast<int32_t>(k));
+    for (int i = 0; i < 3; ++i) {
+        // A face that uses a vertex twice still counts once.
+        if ((i > 0 && corners[i] == corners[0]) || (i > 1 && corners[i] == corners[1]) || !owns(corners[i]))
+            continue;
+        int32_t* head = nullptr;
+        if (static_cast<uint32_t>(corners[i]) < heads.size())
+            head = &heads[static_cast<size_t>(corners[i])];
+        else
+            head = &otherHeads.try_emplace(corners[i], -1).first->second;
+        Sum* entry = nullptr;
+        for (int32_t at = *head; at >= 0; at = into[static_cast<size_t>(at)].next)
+            if (into[static_cast<size_t>(at)].group == face.smoothingGroup) {
+                entry = &into[static_cast<size_t>(at)];
+                break;
+            }
+        if (!entry) {
+            // New entries go to the front: the lists are short, their order does not matter.
+            into.push_back({face.smoothingGroup, *head, 0, {}});
+            *head = static_cast<int32_t>(into.size() - 1);
+            entry = &into.back();
+        }
+        if (record < 0)
+            continue;
+        entry->sum = Add(entry->sum, mesh.normals[static_cast<size_t>(record)].faceNormal);
+        ++entry->count;
     }
 }
 
 int32_t VertexNormals::FaceRecord(int32_t face) const
 {
+    if (recordsInPlace)
+        return face >= 0 && static_cast<size_t>(face) < mesh.normals.size() ? face : FindFaceNormals(face, mesh);
     if (face >= 0 && static_cast<size_t>(face) < faceRecords.size())
         return faceRecords[static_cast<size_t>(face)];
     return FindFaceNormals(face, mesh);
@@ -94,22 +166,6 @@ const VertexNormals::Sum* VertexNormals::Find(int32_t vertex, int32_t group) con
         if (sums[static_cast<size_t>(entry)].group == group)
             return &sums[static_cast<size_t>(entry)];
     return nullptr;
-}
-
-VertexNormals::Sum& VertexNormals::FindOrAdd(int32_t vertex, int32_t group)
-{
-    int32_t* head = nullptr;
-    if (vertex >= 0 && static_cast<size_t>(vertex) < heads.size())
-        head = &heads[static_cast<size_t>(vertex)];
-    else
-        head = &otherHeads.try_emplace(vertex, -1).first->second;
-    for (int32_t entry = *head; entry >= 0; entry = sums[static_cast<size_t>(entry)].next)
-        if (sums[static_cast<size_t>(entry)].group == group)
-            return sums[static_cast<size_t>(entry)];
-    // New entries go to the front: the lists are short, their order does not matter.
-    sums.push_back({group, *head, 0, {}});
-    *head = static_cast<int32_t>(sums.size() - 1);
-    return sums.back();
 }
 
 Vector3 VertexNormals::VertexNormal(int32_t face, int32_t vertex, int32_t group) const

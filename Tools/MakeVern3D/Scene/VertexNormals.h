@@ -21,10 +21,11 @@ void SortFaceNormals(Mesh& mesh);
 
 // The sums for every (vertex, group) pair, made once in face order, so that each corner costs
 // one lookup instead of a scan over all faces. Built after the records are sorted; the mesh
-// must stay unchanged while the index is used.
+// must stay unchanged while the index is used. A large mesh is indexed on `threads` threads, each
+// summing for a range of vertex numbers over all faces in order (the sums keep their order).
 class VertexNormals {
 public:
-    explicit VertexNormals(const Mesh& mesh);
+    explicit VertexNormals(const Mesh& mesh, uint32_t threads = 1);
 
     // The corner normal of `vertex` in `face` with smoothing group `group`. Where no face
     // normal can be found (no record for the face, or no face of the group uses the vertex)
@@ -41,10 +42,13 @@ private:
 
     int32_t FaceRecord(int32_t face) const;
     const Sum* Find(int32_t vertex, int32_t group) const;
-    Sum& FindOrAdd(int32_t vertex, int32_t group);
+    // Adds face `k`'s normal to the sums of its corners whose vertex numbers `owns` accepts.
+    template <typename Owns>
+    void AddFace(size_t k, std::vector<Sum>& into, Owns owns);
 
     const Mesh& mesh;
-    std::vector<int32_t> faceRecords;  // FindFaceNormals of every face
+    bool recordsInPlace = false;       // record k is face k's, for every face
+    std::vector<int32_t> faceRecords;  // FindFaceNormals of every face, unless in place
     std::vector<int32_t> heads;        // first entry per vertex number in [0, heads.size())
     std::unordered_map<int32_t, int32_t> otherHeads;  // vertex numbers outside that range
     std::vector<Sum> sums;
