@@ -41,10 +41,13 @@ uint64_t Mix(uint64_t h)
 }
 
 // The key of a cell under the cell (or, for the position grid, the colour and material) `parent`.
+// Neighbours along x get neighbouring keys (a row of cells lies together in the table, so that a
+// search that follows the faces of a mesh finds the cells it visits in the cache); rows are spread.
 uint64_t ChildKey(uint64_t parent, const int64_t cell[3])
 {
-    return Mix(parent * 0x9E3779B97F4A7C15ull ^ static_cast<uint64_t>(cell[0]) * 0xC2B2AE3D27D4EB4Full ^
-               static_cast<uint64_t>(cell[1]) * 0x165667B19E3779F9ull ^ static_cast<uint64_t>(cell[2]) * 0x27D4EB2F165667C5ull);
+    return Mix(parent * 0x9E3779B97F4A7C15ull ^ static_cast<uint64_t>(cell[1]) * 0x165667B19E3779F9ull ^
+               static_cast<uint64_t>(cell[2]) * 0x27D4EB2F165667C5ull) +
+           static_cast<uint64_t>(cell[0]);
 }
 
 uint64_t RootKey(const MeshVertex& v) { return Mix(uint64_t{v.material} << 32 | v.colour); }
