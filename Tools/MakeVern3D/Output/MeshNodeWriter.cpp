@@ -58,6 +58,53 @@ HRESULT StreamMeshChunk(MeshNode& node, uint32_t flags, Reporter& reporter, Litt
     return status;
 }
 
+// The payload of a mesh without frames, made in place: the bytes and pieces StreamMeshChunk gives
+// (the header with the batches, the triangles 4096 at a time, frame 0, the end byte), with the
+// triangles and vertices stored on several threads.
+void StoreWithoutFrames(const MeshNode& node, uint32_t flags, MeshBuild& build, uint32_t threads)
+{
+    constexpr size_t kPiece = 4096;
+    const std::vector<MeshTriangle>& triangles = node.renderTriangles;
+    const std::vector<MeshVertex>& vertices = node.renderVertices;
+    const size_t head = vern3d::kMeshHeaderSize + size_t{vern3d::kBatchSize} * node.renderBatches.size();
+    const size_t trianglesEnd = head + sizeof(MeshTriangle) * triangles.size();
+    const size_t frameEnd = trianglesEnd + vern3d::kFrameHeaderSize + sizeof(MeshVertex) * vertices.size();
+    build.size = frameEnd + 1;
+    build.bytes.reset(new uint8_t[build.size]);
+    uint8_t* const out = build.bytes.get();
+
+    vern3d::StoreRecord(out, vern3d::MeshHeader{vern3d::kMeshHeaderSize, flags,
+                                                static_cast<uint32_t>(node.renderBatches.size()),
+                                                static_cast<uint32_t>(triangles.size()),
+                                                static_cast<uint32_t>(vertices.size()), 1u, node.meshSphere.centre,
+                                                node.meshSphere.radius});
+    uint8_t* at = out + vern3d::kMeshHeaderSize;
+    for (const MeshBatch& batch : node.renderBatches) {
+        vern3d::StoreRecord(at, vern3d::Batch{vern3d::kBatchSize, 0, batch.firstTriangle, batch.triangleCount,
+                                              batch.firstVertex, batch.vertexCount,
+                                              triangles[batch.firstTriangle].textureSet});
+        at += vern3d::kBatchSize;
+    }
+    build.pieces.push_back({head, 0});
+    for (size_t first = 0; first < triangles.size(); first += kPiece)
+        build.pieces.push_back({head + sizeof(MeshTriangle) * std::min(first + kPiece, triangles.size()), 0});
+    build.pieces.push_back({frameEnd, 0});
+    build.pieces.push_back({build.size, 0});
+
+    constexpr size_t kBlock = 1 << 16;
+    ParallelFor((triangles.size() + kBlock - 1) / kBlock, threads, [&](size_t block) {
+        for (size_t t = block * kBlock; t < std::min(triangles.size(), (block + 1) * kBlock); ++t)
+            vern3d::StoreRecord(out + head + sizeof(MeshTriangle) * t, triangles[t]);
+    });
+    vern3d::StoreRecord(out + trianglesEnd, vern3d::FrameHeader{vern3d::kFrameHeaderSize, 0, 1, 0});
+    const size_t vertexStart = trianglesEnd + vern3d::kFrameHeaderSize;
+    ParallelFor((vertices.size() + kBlock - 1) / kBlock, threads, [&](size_t block) {
+        for (size_t k = block * kBlock; k < std::min(vertices.size(), (block + 1) * kBlock); ++k)
+            vern3d::StoreRecord(out + vertexStart + sizeof(MeshVertex) * k, vertices[k]);
+    });
+    out[frameEnd] = vern3d::kFramesEnd;
+}
+
 // The bytes of the payload with every frame stored.
 uint64_t PayloadBound(const MeshNode& node, uint32_t flags)
 {
@@ -195,13 +242,21 @@ void MeshNode::BuildOutput(MeshBuild& build, const Scene& scene, const ConvertSe
     if (!frames.empty() && PayloadBound(*this, settings.meshAnimFlags) > renderBytes + kPayloadSlack)
         return;
     build.serialised = true;
-    LittleEndianBuffer out;
-    // The stream cannot fail here: the pieces only gather.
-    StreamMeshChunk(*this, settings.meshAnimFlags, build.streamReports, out, [&](const LittleEndianBuffer& piece) {
-        build.bytes.insert(build.bytes.end(), piece.Data(), piece.Data() + piece.Size());
-        build.pieces.push_back({build.bytes.size(), build.streamReports.KeptCount()});
-        return S_OK;
-    });
+    if (frames.empty()) {
+        StoreWithoutFrames(*this, settings.meshAnimFlags, build, threads);
+    } else {
+        // The stream cannot fail here: the pieces only gather.
+        LittleEndianBuffer out;
+        std::vector<uint8_t> bytes;
+        StreamMeshChunk(*this, settings.meshAnimFlags, build.streamReports, out, [&](const LittleEndianBuffer& piece) {
+            bytes.insert(bytes.end(), piece.Data(), piece.Data() + piece.Size());
+            build.pieces.push_back({bytes.size(), build.streamReports.KeptCount()});
+            return S_OK;
+        });
+        build.size = bytes.size();
+        build.bytes.reset(new uint8_t[build.size]);
+        std::copy(bytes.begin(), bytes.end(), build.bytes.get());
+    }
     if (settings.keepMeshLists)
         return;
     // The render mesh is in the bytes; the source lists may be needed once more when the node is
@@ -303,10 +358,10 @@ HRESULT MeshNode::EndWrite(NodeWriteContext& context)
                 break;
             build.streamReports.Forward(context.reporter, piece.reports - reported);
             reported = piece.reports;
-            status = writer.WriteData(build.bytes.data() + start, static_cast<uint32_t>(piece.end - start), chunkMesh);
+            status = writer.WriteData(build.bytes.get() + start, static_cast<uint32_t>(piece.end - start), chunkMesh);
             start = piece.end;
         }
-        build.bytes = std::vector<uint8_t>();
+        build.bytes.reset();
     } else if (Succeeded(status)) {
         status = StreamMeshChunk(*this, context.settings.meshAnimFlags, context.reporter, context.record,
                                  [&](const LittleEndianBuffer& piece) {

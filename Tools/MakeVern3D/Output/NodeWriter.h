@@ -46,7 +46,8 @@ struct MeshBuild {
     // whose frames take little room): its bytes, cut where the writer writes them (the end of each
     // piece and the reports the stream made before it), and the stream's reports.
     bool serialised = false;
-    std::vector<uint8_t> bytes;
+    std::unique_ptr<uint8_t[]> bytes;
+    size_t size = 0;
     struct Piece {
         size_t end;
         size_t reports;

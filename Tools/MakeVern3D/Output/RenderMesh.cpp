@@ -119,43 +119,55 @@ double ShortestEdge(const Mesh& mesh)
 bool OpacityMapped(const TextureSet& set) { return (set.entries.front().flags & 1) != 0; }
 
 // The render vertex of each corner met so far, by (vertex, smoothing group, texture vertex,
-// material, side); vertex numbers outside the mesh's list are never kept.
+// material, side); vertex numbers outside the mesh's list are never kept. The first key of a
+// vertex is kept in place (corners that follow the faces find it in the cache), others in a list.
 class CornerMemo {
 public:
-    explicit CornerMemo(size_t vertexCount) : heads(vertexCount, -1) {}
+    explicit CornerMemo(size_t vertexCount) : first(vertexCount) {}
 
     int32_t Find(int32_t vertex, int32_t group, int32_t texVertex, uint32_t material, bool flip) const
     {
-        if (static_cast<uint32_t>(vertex) >= heads.size())
+        if (static_cast<uint32_t>(vertex) >= first.size())
             return -1;
-        for (int32_t at = heads[static_cast<size_t>(vertex)]; at >= 0; at = entries[static_cast<size_t>(at)].next) {
-            const Entry& entry = entries[static_cast<size_t>(at)];
-            if (entry.group == group && entry.texVertex == texVertex && entry.material == material && entry.flip == flip)
-                return entry.index;
+        const Entry* entry = &first[static_cast<size_t>(vertex)];
+        if (entry->index < 0)
+            return -1;
+        for (;;) {
+            if (entry->group == group && entry->texVertex == texVertex && entry->material == material &&
+                entry->flip == flip)
+                return entry->index;
+            if (entry->next < 0)
+                return -1;
+            entry = &more[static_cast<size_t>(entry->next)];
         }
-        return -1;
     }
 
     void Add(int32_t vertex, int32_t group, int32_t texVertex, uint32_t material, bool flip, int32_t index)
     {
-        if (static_cast<uint32_t>(vertex) >= heads.size())
+        if (static_cast<uint32_t>(vertex) >= first.size())
             return;
-        int32_t& head = heads[static_cast<size_t>(vertex)];
-        entries.push_back({group, texVertex, material, index, head, flip});
-        head = static_cast<int32_t>(entries.size() - 1);
+        Entry& head = first[static_cast<size_t>(vertex)];
+        const Entry entry{group, texVertex, material, index, -1, flip};
+        if (head.index < 0) {
+            head = entry;
+            return;
+        }
+        more.push_back(entry);
+        more.back().next = head.next;
+        head.next = static_cast<int32_t>(more.size() - 1);
     }
 
 private:
     struct Entry {
-        int32_t group;
-        int32_t texVertex;
-        uint32_t material;
-        int32_t index;
-        int32_t next;
-        bool flip;
+        int32_t group = 0;
+        int32_t texVertex = 0;
+        uint32_t material = 0;
+        int32_t index = -1;  // -1: no key yet
+        int32_t next = -1;   // the next key of the vertex in `more`
+        bool flip = false;
     };
-    std::vector<int32_t> heads;
-    std::vector<Entry> entries;
+    std::vector<Entry> first;
+    std::vector<Entry> more;
 };
 
 }  // namespace
