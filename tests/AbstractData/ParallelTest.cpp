@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -27,4 +29,54 @@ TEST(Parallel, EveryIndexRunsOnceOnAnyNumberOfThreads)
         order.push_back(i);
     });
     EXPECT_EQ(order, (std::vector<size_t>{0, 1, 2, 3, 4}));
+}
+
+TEST(OrderedWork, ItemsAreMadeOnceEachWithinTheWindowAndBeforeTheirWaitReturns)
+{
+    for (const uint32_t threads : {1u, 2u, 8u}) {
+        constexpr size_t kCount = 300;
+        constexpr uint64_t kWindow = 5;
+        std::mutex mutex;
+        std::vector<size_t> started;
+        std::vector<std::atomic<int>> made(kCount);
+        std::vector<bool> done(kCount, false), begun(kCount, false);
+        uint64_t mostInFlight = 0;
+        const auto caller = std::this_thread::get_id();
+        bool allOnCaller = true;
+        {
+            OrderedWork work(kCount, threads, kWindow, [](size_t i) { return uint64_t{1 + i % 3}; }, [&](size_t i) {
+                {
+                    std::lock_guard<std::mutex> lock(mutex);
+                    started.push_back(i);
+                    begun[i] = true;
+                    uint64_t weight = 0;
+                    for (size_t k = 0; k <= i; ++k)
+                        weight += begun[k] && !done[k] ? 1 + k % 3 : 0;
+                    mostInFlight = std::max(mostInFlight, weight);
+                    allOnCaller = allOnCaller && std::this_thread::get_id() == caller;
+                }
+                ++made[i];
+            });
+            for (size_t i = 0; i < kCount; ++i) {
+                if (threads == 1)
+                    EXPECT_EQ(made[i].load(), 0) << "made before it was waited for";
+                work.Wait(i);
+                EXPECT_EQ(made[i].load(), 1) << i;
+                {
+                    std::lock_guard<std::mutex> lock(mutex);
+                    done[i] = true;
+                }
+                work.Done(i);
+            }
+        }
+        EXPECT_EQ(started.size(), kCount);
+        // The item waited for may start beyond the window, by at most its own weight.
+        EXPECT_LE(mostInFlight, kWindow + 3) << threads << " threads";
+        if (threads == 1)
+            EXPECT_TRUE(allOnCaller) << "a thread was started";
+    }
+    // Items never waited for nor done: the helpers fill the window, then stop when the work ends.
+    std::atomic<int> count{0};
+    { OrderedWork work(1000, 4, 10, [](size_t) { return uint64_t{1}; }, [&](size_t) { ++count; }); }
+    EXPECT_LE(count.load(), 10);
 }

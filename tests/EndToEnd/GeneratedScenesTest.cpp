@@ -414,7 +414,7 @@ void CheckScene(const Scene& scene, const asetest::Parsed& parsed, size_t& skipp
 TEST(GeneratedScenes, ConvertDecodeAndKeepTheLiteralFrameRule)
 {
     Random random;
-    testfiles::ScratchDirectory operations;
+    testfiles::ScratchDirectory operations, sameFolder;
     int dumped = 0;
     size_t skipped = 0;
     std::map<std::string, int> seen;  // so that a generator that stops making a case is noticed
@@ -426,6 +426,19 @@ TEST(GeneratedScenes, ConvertDecodeAndKeepTheLiteralFrameRule)
         const auto parsed = asetest::ParseAse(scene.text, scene.settings);
         const bool failedBefore = ::testing::Test::HasFailure();
         CheckScene(scene, parsed, skipped);
+        // The same bytes and console text on one, two and eight threads.
+        std::vector<std::pair<std::string, std::vector<unsigned char>>> outcomes;
+        for (const uint32_t threads : {1u, 2u, 8u}) {
+            ConvertSettings settings = scene.settings;
+            settings.threads = threads;
+            Reporter reporter;
+            ::Scene read;
+            testing::internal::CaptureStdout();
+            ConvertFile(sameFolder.Write("scene.ase", scene.text), sameFolder.File("scene.vern3D"), settings, reporter, read);
+            outcomes.emplace_back(testing::internal::GetCapturedStdout() + reporter.ErrorText(),
+                                  testfiles::ReadBytes(sameFolder.File("scene.vern3D")));
+            EXPECT_EQ(outcomes.back(), outcomes.front()) << threads << " threads";
+        }
         if (::testing::Test::HasFailure() && !failedBefore && dumped++ < 2)
             std::cout << "---- scene " << index << ", flags " << scene.settings.meshAnimFlags << ", analyse "
                       << scene.settings.analyse << "\n" << scene.text << "---- operations\n" << scene.operations;
