@@ -128,6 +128,15 @@ std::vector<MeshBuild> PlanMeshBuilds(BaseNode& root, uint64_t allowed, const Co
     // The only error that writing reports and goes on after is a mesh without material (error 14,
     // at its first face); a node with frames after it is left out, with its subtree.
     std::vector<MeshBuild> builds;
+    size_t meshes = 0;
+    for (std::vector<BaseNode*> pending{&root}; !pending.empty();) {
+        BaseNode* node = pending.back();
+        pending.pop_back();
+        meshes += dynamic_cast<MeshNode*>(node) != nullptr;
+        for (const auto& child : node->Children())
+            pending.push_back(child.get());
+    }
+    builds.reserve(meshes);
     bool error = false;
     uint64_t most = 0;  // the most entries the planned builds can count against the bound
     std::vector<BaseNode*> pending{&root};
