@@ -122,8 +122,11 @@ uint64_t PayloadBound(const MeshNode& node, uint32_t flags)
 
 MeshNode::~MeshNode() = default;
 
-std::vector<MeshBuild> PlanMeshBuilds(BaseNode& root, uint64_t allowed, const ConvertSettings& settings)
+std::vector<MeshBuild> PlanMeshBuilds(const Scene& scene, std::span<const uint8_t> setKinds,
+                                      const ConvertSettings& settings)
 {
+    BaseNode& root = *scene.root;
+    const uint64_t allowed = scene.lists.Free();
     // The writer's own walk (BaseNode::Write): pre-order, a node's subtree after its BeginWrite.
     // The only error that writing reports and goes on after is a mesh without material (error 14,
     // at its first face); a node with frames after it is left out, with its subtree.
@@ -150,6 +153,7 @@ std::vector<MeshBuild> PlanMeshBuilds(BaseNode& root, uint64_t allowed, const Co
             build.node = mesh;
             build.errorBefore = error;
             build.allowed = allowed;
+            build.materials = MaterialsOf(scene, setKinds, mesh->materialRef);
             // A face gives at most six render vertices (three, and three for its back), and a
             // frame is rebuilt on them.
             const uint64_t frames = mesh->frames.size();
@@ -177,7 +181,7 @@ void MeshNode::PlanSpaces()
         spaces.push_back(GetTransform(static_cast<uint32_t>(frame->time)));
 }
 
-void MeshNode::BuildOutput(MeshBuild& build, const Scene& scene, const ConvertSettings& settings)
+void MeshNode::BuildOutput(MeshBuild& build, const ConvertSettings& settings)
 {
     const uint32_t threads = ThreadCount(settings.threads);
     build.frameCount = frames.size();
@@ -186,8 +190,8 @@ void MeshNode::BuildOutput(MeshBuild& build, const Scene& scene, const ConvertSe
         ToNodeSpace(*frames[i], Inverse(spaces[i + 1]), threads);
     uint64_t taken = 0;
     if (!verticesLoaded) {
-        build.count = BuildRenderMeshWithin(scene, settings, build.renderReports, SourceMesh(settings.analyse),
-                                            build.allowed);
+        build.count = BuildRenderMeshWithin(build.materials, settings, build.renderReports,
+                                            SourceMesh(settings.analyse), build.allowed);
         taken = build.count.welded;
     }
     build.sourceCount = vertexSources.size();
@@ -287,7 +291,8 @@ MeshNode::Built MeshNode::TakeOutput(MeshBuild& build, Scene& scene, const Conve
         // The bound stops a build at the first face past the entries free now: when the build
         // ahead went beyond them, the build made now stops earlier (and is refused).
         if (build.count.peak > scene.lists.Free())
-            build.count = BuildRenderMeshWithin(scene, settings, reporter, SourceMesh(settings.analyse), scene.lists.Free());
+            build.count = BuildRenderMeshWithin(build.materials, settings, reporter, SourceMesh(settings.analyse),
+                                                scene.lists.Free());
         else
             build.renderReports.Forward(reporter);
         if (!scene.lists.Take(build.count.welded)) {

@@ -29,6 +29,7 @@ struct MeshBuild {
     MeshNode* node = nullptr;
     bool errorBefore = false;  // an earlier node reports an error while the file is written
     uint64_t allowed = 0;      // render vertices allowed: the bound's free entries when writing began
+    MeshMaterials materials;
     // No node of the plan can pass the bound, whatever the others take: the build may free its
     // source lists at once (else they stay until the node is written, for the case below).
     bool withinBound = false;
@@ -56,10 +57,13 @@ struct MeshBuild {
     Reporter streamReports = Reporter::Deferred();
 };
 
-// The mesh nodes under `root` (included) whose writing will begin, in that order, each with the
-// world transforms of its mesh and frames taken (MeshNode::PlanSpaces), and `allowed` render
-// vertices. A node with frames after an error is left out with its subtree, as its writing does.
-std::vector<MeshBuild> PlanMeshBuilds(BaseNode& root, uint64_t allowed, const ConvertSettings& settings);
+// The mesh nodes of the scene whose writing will begin, in that order, each with the world
+// transforms of its mesh and frames taken (MeshNode::PlanSpaces), its materials (`setKinds`: the
+// TextureSetKinds of the scene's texture sets, which outlive the builds) and the render vertices
+// it is allowed. A node with frames after an error is left out with its subtree, as its writing
+// does.
+std::vector<MeshBuild> PlanMeshBuilds(const Scene& scene, std::span<const uint8_t> setKinds,
+                                      const ConvertSettings& settings);
 
 struct NodeWriteContext {
     VernWriter& writer;

@@ -116,7 +116,6 @@ double ShortestEdge(const Mesh& mesh)
     return shortest;
 }
 
-bool OpacityMapped(const TextureSet& set) { return (set.entries.front().flags & 1) != 0; }
 
 // The render vertex of each corner met so far, by (vertex, smoothing group, texture vertex,
 // material, side); vertex numbers outside the mesh's list are never kept. The first key of a
@@ -172,6 +171,27 @@ private:
 
 }  // namespace
 
+std::vector<uint8_t> TextureSetKinds(const std::vector<std::unique_ptr<TextureSet>>& sets)
+{
+    std::vector<uint8_t> kinds;
+    kinds.reserve(sets.size());
+    for (const auto& set : sets)
+        kinds.push_back(set->entries.empty() ? 0
+                                             : MeshMaterials::kSetEntries |
+                                                   ((set->entries.front().flags & 1) ? MeshMaterials::kSetOpacity : 0));
+    return kinds;
+}
+
+MeshMaterials MaterialsOf(const Scene& scene, std::span<const uint8_t> setKinds, int32_t materialRef)
+{
+    MeshMaterials materials;
+    if (materialRef >= 0 && static_cast<size_t>(materialRef) < scene.materialTable.size())
+        materials.entry = &scene.materialTable[static_cast<size_t>(materialRef)];
+    materials.setKinds = setKinds;
+    materials.line = scene.endLine;
+    return materials;
+}
+
 void MeshNode::ToNodeSpace(Mesh& source, const Matrix& inverse, uint32_t threads)
 {
     // Each value on its own: a large mesh is moved in blocks on several threads.
@@ -225,7 +245,9 @@ int32_t MeshNode::FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_
 
 bool MeshNode::BuildRenderMesh(Scene& scene, const ConvertSettings& settings, Reporter& reporter, Mesh& source)
 {
-    const WeldCount count = BuildRenderMeshWithin(scene, settings, reporter, source, scene.lists.Free());
+    const std::vector<uint8_t> kinds = TextureSetKinds(scene.textureSets);
+    const WeldCount count =
+        BuildRenderMeshWithin(MaterialsOf(scene, kinds, materialRef), settings, reporter, source, scene.lists.Free());
     if (!scene.lists.Take(count.welded)) {
         reporter.Error(meshLine, kMessageRenderMeshTooLarge, name, scene.lists.Shown());
         return false;
@@ -233,8 +255,8 @@ bool MeshNode::BuildRenderMesh(Scene& scene, const ConvertSettings& settings, Re
     return true;
 }
 
-MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const Scene& scene, const ConvertSettings& settings, Reporter& reporter,
-                                         Mesh& source, uint64_t allowed)
+MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const MeshMaterials& materials, const ConvertSettings& settings,
+                                                    Reporter& reporter, Mesh& source, uint64_t allowed)
 {
     renderVertices.clear();
     renderTriangles.clear();
@@ -277,11 +299,11 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const Scene& scene, const Co
             const MeshFace& face = source.faces[f];
             const auto faceNumber = static_cast<int32_t>(f);
             if (materialRef == -1) {
-                reporter.Error(scene.endLine, kMessageInvalidMaterialId, -1, name);
+                reporter.Error(materials.line, kMessageInvalidMaterialId, -1, name);
                 break;
             }
             // The material reference was checked against the table before writing began.
-            const MaterialTableEntry& entry = scene.materialTable[static_cast<size_t>(materialRef)];
+            const MaterialTableEntry& entry = *materials.entry;
             MaterialSlot slot = entry.slot;
             if (entry.subMaterials) {
                 if (static_cast<uint32_t>(face.materialId) < entry.subMaterials->size()) {
@@ -290,8 +312,8 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const Scene& scene, const Co
                     // Once for the material index, once for the texture set and sides.
                     slot = MaterialSlot{};
                     if (report) {
-                        reporter.Warning(scene.endLine, kMessageInvalidMaterialId, face.materialId, name);
-                        reporter.Warning(scene.endLine, kMessageInvalidMaterialId, face.materialId, name);
+                        reporter.Warning(materials.line, kMessageInvalidMaterialId, face.materialId, name);
+                        reporter.Warning(materials.line, kMessageInvalidMaterialId, face.materialId, name);
                     }
                 }
             }
@@ -392,11 +414,11 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const Scene& scene, const Co
 
     // Triangles of sets without entries never move and nothing passes them; between them the
     // exchange rule orders by (opacity bit, set index), keeping the order of equals.
-    const auto& sets = scene.textureSets;
-    auto hasEntries = [&](const MeshTriangle& t) { return !sets[t.textureSet]->entries.empty(); };
+    const std::span<const uint8_t> kinds = materials.setKinds;
+    auto hasEntries = [&](const MeshTriangle& t) { return (kinds[t.textureSet] & MeshMaterials::kSetEntries) != 0; };
     auto before = [&](const MeshTriangle& a, const MeshTriangle& b) {
-        const bool opacityA = OpacityMapped(*sets[a.textureSet]);
-        const bool opacityB = OpacityMapped(*sets[b.textureSet]);
+        const bool opacityA = (kinds[a.textureSet] & MeshMaterials::kSetOpacity) != 0;
+        const bool opacityB = (kinds[b.textureSet] & MeshMaterials::kSetOpacity) != 0;
         if (opacityA != opacityB)
             return opacityB;
         return a.textureSet < b.textureSet;

@@ -57,11 +57,12 @@ HRESULT WriteFile(Scene& scene, const ConvertSettings& settings, const std::stri
     if (Succeeded(status)) {
         // Mesh outputs are built ahead of the writing, within a window of faces (their memory).
         constexpr uint64_t kFacesAhead = 1 << 20;
-        std::vector<MeshBuild> builds = PlanMeshBuilds(*scene.root, scene.lists.Free(), settings);
+        const std::vector<uint8_t> setKinds = TextureSetKinds(scene.textureSets);
+        std::vector<MeshBuild> builds = PlanMeshBuilds(scene, setKinds, settings);
         OrderedWork work(
             builds.size(), ThreadCount(settings.threads), kFacesAhead,
             [&](size_t i) { return uint64_t{builds[i].node->mesh.faces.size()}; },
-            [&](size_t i) { builds[i].node->BuildOutput(builds[i], scene, settings); });
+            [&](size_t i) { builds[i].node->BuildOutput(builds[i], settings); });
         NodeWriteContext context{writer, scene, settings, reporter, {}, {}, &builds, &work};
         status = scene.root->Write(context, writer.Root());
     }

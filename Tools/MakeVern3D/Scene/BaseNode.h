@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,19 @@ public:
 };
 
 struct NodeWriteContext;
+
+// What building a render mesh reads of the scene's materials: the table entry of the node's
+// material reference (none for -1), for each texture set whether it has entries and whether its
+// first entry is an opacity map, and the line that reports about materials stand at.
+struct MeshMaterials {
+    static constexpr uint8_t kSetEntries = 1, kSetOpacity = 2;
+    const MaterialTableEntry* entry = nullptr;
+    std::span<const uint8_t> setKinds;  // kSetEntries | kSetOpacity, per texture set
+    int32_t line = 0;
+};
+std::vector<uint8_t> TextureSetKinds(const std::vector<std::unique_ptr<TextureSet>>& sets);
+// The materials of `materialRef` in `scene`, with the kinds of its texture sets.
+MeshMaterials MaterialsOf(const Scene& scene, std::span<const uint8_t> setKinds, int32_t materialRef);
 
 class BaseNode {
 public:
@@ -151,7 +165,7 @@ public:
     // nothing may be written.
     enum class Built { Ready, LeftOut, Refused };
     void PlanSpaces();
-    void BuildOutput(MeshBuild& build, const Scene& scene, const ConvertSettings& settings);
+    void BuildOutput(MeshBuild& build, const ConvertSettings& settings);
     Built TakeOutput(MeshBuild& build, Scene& scene, const ConvertSettings& settings, Reporter& reporter);
     // Frees the lists of the source mesh, the frames and the render mesh.
     void FreeLists();
@@ -176,8 +190,8 @@ public:
     };
     void ToNodeSpace(Mesh& source, const Matrix& inverse, uint32_t threads = 1);
     bool BuildRenderMesh(Scene& scene, const ConvertSettings& settings, Reporter& reporter, Mesh& source);
-    WeldCount BuildRenderMeshWithin(const Scene& scene, const ConvertSettings& settings, Reporter& reporter,
-                                    Mesh& source, uint64_t allowed);
+    WeldCount BuildRenderMeshWithin(const MeshMaterials& materials, const ConvertSettings& settings,
+                                    Reporter& reporter, Mesh& source, uint64_t allowed);
     int32_t FindOrAddVertex(const MeshVertex& vertex, int32_t face, int32_t position, int32_t texVertex,
                             int32_t smoothingGroup, uint32_t material, bool flip);
 
