@@ -2,22 +2,36 @@
 
 #include "Ase/AseParser.h"
 #include "CommandLine.h"
+#include "AbstractData/Parallel.h"
 #include "Console.h"
 #include "ConvertSettings.h"
+#include "Output/EarlyBuilds.h"
 #include "Output/SceneFile.h"
 #include "Parser/Reporter.h"
 #include "Scene/Scene.h"
 #include "resources/Messages.h"
 
 #include <cstdio>
+#include <optional>
 
 Conversion ConvertFile(const std::string& input, const std::string& output, const ConvertSettings& settings,
                        Reporter& reporter, Scene& scene, bool write)
 {
     // Read: the text becomes a scene (the reader and its text are gone before anything is built).
-    // A file that does not load gives nothing to go on with.
-    if (Failed(AseParser(reporter, settings.compat).Read(input, scene)))
-        return Conversion::Failed;
+    // A file that does not load gives nothing to go on with. On more than one thread, objects are
+    // built as they are read, for the writing to take over where it may.
+    std::optional<EarlyBuilds> early;
+    if (write && ThreadCount(settings.threads) > 1 && !settings.ivertex && !settings.keepMeshLists)
+        early.emplace(settings);
+    {
+        AseParser reader(reporter, settings.compat);
+        if (early)
+            reader.objectRead = [&](MeshNode& node, const Scene& read) { early->ObjectRead(node, read); };
+        if (Failed(reader.Read(input, scene)))
+            return Conversion::Failed;
+    }
+    if (early)
+        early->Finish();
 
     // Prepare. Selection and directives work on whatever was read, also after an error; the
     // checks and everything after them only on a scene read without one.
@@ -31,7 +45,7 @@ Conversion ConvertFile(const std::string& input, const std::string& output, cons
     PrepareScene(scene);
 
     // Write.
-    if (Failed(WriteScene(scene, settings, output, reporter)))
+    if (Failed(WriteScene(scene, settings, output, reporter, early ? &*early : nullptr)))
         return Conversion::WriteFailed;
     return reporter.HasError() ? Conversion::Failed : Conversion::Converted;
 }

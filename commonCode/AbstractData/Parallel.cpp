@@ -105,3 +105,51 @@ void OrderedWork::Done(size_t index)
     }
     changed.notify_all();
 }
+
+TaskQueue::TaskQueue(uint32_t threads, size_t limit) : limit(limit)
+{
+    for (uint32_t k = 1; k < threads; ++k)
+        helpers.emplace_back([this] { Help(); });
+}
+
+TaskQueue::~TaskQueue() { Finish(); }
+
+bool TaskQueue::Post(std::function<void()> task)
+{
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (helpers.empty() || finishing || tasks.size() >= limit)
+            return false;
+        tasks.push_back(std::move(task));
+    }
+    posted.notify_one();
+    return true;
+}
+
+void TaskQueue::Finish()
+{
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        finishing = true;
+        tasks.clear();
+    }
+    posted.notify_all();
+    for (std::thread& helper : helpers)
+        helper.join();
+    helpers.clear();
+}
+
+void TaskQueue::Help()
+{
+    std::unique_lock<std::mutex> lock(mutex);
+    for (;;) {
+        posted.wait(lock, [&] { return finishing || !tasks.empty(); });
+        if (tasks.empty())
+            return;
+        std::function<void()> task = std::move(tasks.front());
+        tasks.pop_front();
+        lock.unlock();
+        task();
+        lock.lock();
+    }
+}

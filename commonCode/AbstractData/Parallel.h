@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -62,5 +63,34 @@ private:
     bool stopping = false;
     std::mutex mutex;
     std::condition_variable changed;
+    std::vector<std::thread> helpers;
+};
+
+// Tasks run by helper threads as they come: work that can start while the caller goes on (objects
+// built while a file is still being read, for example).
+// - Post(task) queues a task for one of `threads` - 1 helpers and answers true; it answers false
+//   and queues nothing when `limit` tasks already wait, or without helpers (`threads` <= 1: no
+//   thread is ever started).
+// - Finish() drops the tasks not started, waits for those that have, and joins the helpers: the
+//   results of the tasks that ran are then the caller's to read. The destructor finishes too.
+// Tasks must not throw; tasks running at the same time must not share unsynchronised state.
+class TaskQueue {
+public:
+    TaskQueue(uint32_t threads, size_t limit);
+    ~TaskQueue();
+    TaskQueue(const TaskQueue&) = delete;
+    TaskQueue& operator=(const TaskQueue&) = delete;
+
+    bool Post(std::function<void()> task);
+    void Finish();
+
+private:
+    void Help();
+
+    size_t limit;
+    bool finishing = false;
+    std::deque<std::function<void()>> tasks;
+    std::mutex mutex;
+    std::condition_variable posted;
     std::vector<std::thread> helpers;
 };

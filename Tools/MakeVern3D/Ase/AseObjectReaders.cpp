@@ -46,6 +46,10 @@ AseParser::Block AseParser::ReadObject(std::string& symbol, Keywords&& keywords)
     // object left unlinked (no "{", a bad value, a missing parent) is discarded with `holder`.
     if (result == Block::Ended && !parentRecord)
         LinkNode(scene.root.get(), std::move(holder));
+    if constexpr (std::is_same_v<Node, MeshNode>) {
+        if (objectRead && result == Block::Ended && !HasError())
+            objectRead(node, scene);
+    }
     return result;
 }
 

@@ -9,6 +9,7 @@
 #include "Scene/Scene.h"
 #include "resources/Messages.h"
 
+#include <functional>
 #include <memory>
 #include <unordered_map>
 #include <utility>
@@ -24,6 +25,11 @@ public:
     // Reports go to `reporter`; `compat` reads what other exporters write (-compat).
     AseParser(Reporter& reporter, bool compat);
     ~AseParser() override;
+
+    // Called with each geometry object whose block has ended without error, once it is linked
+    // (or waits for a later parent), and the scene read so far. The reader never changes the
+    // object's mesh again, so other threads may read it while the reading goes on.
+    std::function<void(MeshNode& node, const Scene& scene)> objectRead;
 
     // Reads `sourceName` into `scene`, which is replaced. Fails (after reporting) only when the file
     // cannot be loaded: nothing was read. Otherwise `scene` holds what was read, also after an

@@ -7,6 +7,7 @@
 #include "AbstractData/Parallel.h"
 #include "AbstractData/Trace.h"
 #include "ConvertSettings.h"
+#include "Output/EarlyBuilds.h"
 #include "Output/FrameStream.h"
 #include "Output/NodeWriter.h"
 #include "Parser/Reporter.h"
@@ -123,7 +124,7 @@ uint64_t PayloadBound(const MeshNode& node, uint32_t flags)
 MeshNode::~MeshNode() = default;
 
 std::vector<MeshBuild> PlanMeshBuilds(const Scene& scene, std::span<const uint8_t> setKinds,
-                                      const ConvertSettings& settings)
+                                      const ConvertSettings& settings, EarlyBuilds* early)
 {
     BaseNode& root = *scene.root;
     const uint64_t allowed = scene.lists.Free();
@@ -154,6 +155,8 @@ std::vector<MeshBuild> PlanMeshBuilds(const Scene& scene, std::span<const uint8_
             build.errorBefore = error;
             build.allowed = allowed;
             build.materials = MaterialsOf(scene, setKinds, mesh->materialRef);
+            if (early)
+                early->TakeOver(build);
             // A face gives at most six render vertices (three, and three for its back), and a
             // frame is rebuilt on them.
             const uint64_t frames = mesh->frames.size();
@@ -188,6 +191,7 @@ void MeshNode::BuildOutput(MeshBuild& build, const ConvertSettings& settings)
     ToNodeSpace(mesh, Inverse(spaces[0]), threads);
     for (size_t i = 0; i < frames.size(); ++i)
         ToNodeSpace(*frames[i], Inverse(spaces[i + 1]), threads);
+    build.inNodeSpace = true;
     uint64_t taken = 0;
     if (!verticesLoaded) {
         build.count = BuildRenderMeshWithin(build.materials, settings, build.renderReports,
@@ -290,11 +294,17 @@ MeshNode::Built MeshNode::TakeOutput(MeshBuild& build, Scene& scene, const Conve
     if (!verticesLoaded) {
         // The bound stops a build at the first face past the entries free now: when the build
         // ahead went beyond them, the build made now stops earlier (and is refused).
-        if (build.count.peak > scene.lists.Free())
+        if (build.count.peak > scene.lists.Free()) {
+            if (!build.inNodeSpace) {
+                ToNodeSpace(mesh, Inverse(spaces[0]));
+                for (size_t i = 0; i < frames.size(); ++i)
+                    ToNodeSpace(*frames[i], Inverse(spaces[i + 1]));
+            }
             build.count = BuildRenderMeshWithin(build.materials, settings, reporter, SourceMesh(settings.analyse),
                                                 scene.lists.Free());
-        else
+        } else {
             build.renderReports.Forward(reporter);
+        }
         if (!scene.lists.Take(build.count.welded)) {
             reporter.Error(meshLine, kMessageRenderMeshTooLarge, name, scene.lists.Shown());
             return Built::Refused;

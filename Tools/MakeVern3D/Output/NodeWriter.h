@@ -20,6 +20,7 @@
 #include <memory>
 
 struct ConvertSettings;
+class EarlyBuilds;
 class OrderedWork;
 struct Scene;
 class VernWriter;
@@ -41,6 +42,8 @@ struct MeshBuild {
     uint64_t frameCount = 0, sourceCount = 0;  // frames, and vertex sources they are rebuilt on
     bool framesPast = false;
     MeshNode::Built built = MeshNode::Built::Ready;
+    bool made = false;         // built while the file was read (EarlyBuilds)
+    bool inNodeSpace = false;  // the node's own mesh and frames are in node space
     Reporter renderReports = Reporter::Deferred();
     Reporter frameReports = Reporter::Deferred();
     // The mesh chunk's payload, when the build has made it (every mesh without frames, and those
@@ -62,8 +65,9 @@ struct MeshBuild {
 // TextureSetKinds of the scene's texture sets, which outlive the builds) and the render vertices
 // it is allowed. A node with frames after an error is left out with its subtree, as its writing
 // does.
+// Builds made while the file was read are taken over where they may be (`early`, may be null).
 std::vector<MeshBuild> PlanMeshBuilds(const Scene& scene, std::span<const uint8_t> setKinds,
-                                      const ConvertSettings& settings);
+                                      const ConvertSettings& settings, EarlyBuilds* early);
 
 struct NodeWriteContext {
     VernWriter& writer;

@@ -47,7 +47,8 @@ HRESULT WriteTextureTable(VernWriter& writer, const Scene& scene)
     return status;
 }
 
-HRESULT WriteFile(Scene& scene, const ConvertSettings& settings, const std::string& outputName, Reporter& reporter)
+HRESULT WriteFile(Scene& scene, const ConvertSettings& settings, const std::string& outputName, Reporter& reporter,
+                  EarlyBuilds* early)
 {
     VernWriter writer;
     writer.SetFileType(FileTypeVern3D);
@@ -58,11 +59,14 @@ HRESULT WriteFile(Scene& scene, const ConvertSettings& settings, const std::stri
         // Mesh outputs are built ahead of the writing, within a window of faces (their memory).
         constexpr uint64_t kFacesAhead = 1 << 20;
         const std::vector<uint8_t> setKinds = TextureSetKinds(scene.textureSets);
-        std::vector<MeshBuild> builds = PlanMeshBuilds(scene, setKinds, settings);
+        std::vector<MeshBuild> builds = PlanMeshBuilds(scene, setKinds, settings, early);
         OrderedWork work(
             builds.size(), ThreadCount(settings.threads), kFacesAhead,
-            [&](size_t i) { return uint64_t{builds[i].node->mesh.faces.size()}; },
-            [&](size_t i) { builds[i].node->BuildOutput(builds[i], settings); });
+            [&](size_t i) { return builds[i].made ? 0 : uint64_t{builds[i].node->mesh.faces.size()}; },
+            [&](size_t i) {
+                if (!builds[i].made)
+                    builds[i].node->BuildOutput(builds[i], settings);
+            });
         NodeWriteContext context{writer, scene, settings, reporter, {}, {}, &builds, &work};
         status = scene.root->Write(context, writer.Root());
     }
@@ -81,9 +85,10 @@ HRESULT WriteFile(Scene& scene, const ConvertSettings& settings, const std::stri
 
 }  // namespace
 
-HRESULT WriteScene(Scene& scene, const ConvertSettings& settings, const std::string& outputName, Reporter& reporter)
+HRESULT WriteScene(Scene& scene, const ConvertSettings& settings, const std::string& outputName, Reporter& reporter,
+                   EarlyBuilds* early)
 {
-    const HRESULT status = WriteFile(scene, settings, outputName, reporter);
+    const HRESULT status = WriteFile(scene, settings, outputName, reporter, early);
     if (Failed(status) && status != kWriteRefused)
         reporter.Error(scene.endLine, kMessageWriteFailed, outputName);
     // Warnings of the writing that repeat (meshes welded within a smaller tolerance) are counted

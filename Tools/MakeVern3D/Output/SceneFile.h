@@ -6,6 +6,7 @@
 
 #include <string>
 
+class EarlyBuilds;
 class Reporter;
 struct ConvertSettings;
 struct Scene;
@@ -19,4 +20,7 @@ bool CheckMeshes(Scene& scene, const ConvertSettings& settings, Reporter& report
 // that fails is reported (error 4105, at the scene's endLine) unless it was refused (kWriteRefused:
 // reported already); either way no output is left. An error reported while writing (a mesh without
 // material) still gives the whole file, except under -batch, where it leaves no new output.
-HRESULT WriteScene(Scene& scene, const ConvertSettings& settings, const std::string& outputName, Reporter& reporter);
+// Mesh outputs built while the file was read are taken over where they may be (`early`, may be
+// null; see Output/EarlyBuilds.h).
+HRESULT WriteScene(Scene& scene, const ConvertSettings& settings, const std::string& outputName, Reporter& reporter,
+                   EarlyBuilds* early = nullptr);
