@@ -128,12 +128,17 @@ bool TaskQueue::Post(std::function<void()> task)
 
 void TaskQueue::Finish()
 {
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        finishing = true;
-        tasks.clear();
-    }
+    std::unique_lock<std::mutex> lock(mutex);
+    finishing = true;
     posted.notify_all();
+    while (!tasks.empty()) {
+        std::function<void()> task = std::move(tasks.front());
+        tasks.pop_front();
+        lock.unlock();
+        task();
+        lock.lock();
+    }
+    lock.unlock();
     for (std::thread& helper : helpers)
         helper.join();
     helpers.clear();

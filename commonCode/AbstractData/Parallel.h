@@ -71,8 +71,9 @@ private:
 // - Post(task) queues a task for one of `threads` - 1 helpers and answers true; it answers false
 //   and queues nothing when `limit` tasks already wait, or without helpers (`threads` <= 1: no
 //   thread is ever started).
-// - Finish() drops the tasks not started, waits for those that have, and joins the helpers: the
-//   results of the tasks that ran are then the caller's to read. The destructor finishes too.
+// - Finish() runs the tasks still waiting (the caller takes part), waits for all and joins the
+//   helpers: every task posted has run, and its results are the caller's to read. The
+//   destructor finishes too.
 // Tasks must not throw; tasks running at the same time must not share unsynchronised state.
 class TaskQueue {
 public:

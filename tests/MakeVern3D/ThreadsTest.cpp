@@ -92,8 +92,10 @@ const std::string kMaterials =
 
 // Box `index` at x = 2 * index, `size` wide: 12 faces in smoothing groups 1 to 6 of sub-material
 // `sub` (1: two-sided, opacity-mapped), except face 11, which names sub-material 7 (no such one:
-// two warnings). Then `frames` frames, each moved by `step` from the one before.
-std::string Box(int index, int sub, float size, int frames, float step, int materialRef = 0)
+// two warnings) when `warned`. Then `frames` frames, each moved by `step` from the one before.
+// `extra` goes into the object's block (a transform, a parent).
+std::string Box(int index, int sub, float size, int frames, float step, int materialRef = 0, bool warned = true,
+                const std::string& extra = "")
 {
     const float x = 2.0f * static_cast<float>(index);
     std::vector<std::array<float, 3>> corners;
@@ -102,12 +104,12 @@ std::string Box(int index, int sub, float size, int frames, float step, int mate
                            size * static_cast<float>(i >> 2)});
     static const int kFaces[12][3] = {{0, 1, 2}, {1, 3, 2}, {4, 6, 5}, {5, 6, 7}, {0, 4, 1}, {1, 4, 5},
                                       {2, 3, 6}, {3, 7, 6}, {0, 2, 4}, {2, 6, 4}, {1, 5, 3}, {3, 5, 7}};
-    std::string text = "*GEOMOBJECT {\n*NODE_NAME \"Box" + std::to_string(index) + "\"\n*MESH {\n" + Vertices(corners) +
-                       "*MESH_FACE_LIST {\n";
+    std::string text = "*GEOMOBJECT {\n*NODE_NAME \"Box" + std::to_string(index) + "\"\n" + extra + "*MESH {\n" +
+                       Vertices(corners) + "*MESH_FACE_LIST {\n";
     for (int f = 0; f < 12; ++f)
         text += "*MESH_FACE " + std::to_string(f) + ": A: " + std::to_string(kFaces[f][0]) + " B: " +
                 std::to_string(kFaces[f][1]) + " C: " + std::to_string(kFaces[f][2]) + " AB: 1 BC: 1 CA: 0 " +
-                "*MESH_SMOOTHING " + std::to_string(1 + f / 2) + " *MESH_MTLID " + std::to_string(f == 11 ? 7 : sub) +
+                "*MESH_SMOOTHING " + std::to_string(1 + f / 2) + " *MESH_MTLID " + std::to_string(f == 11 && warned ? 7 : sub) +
                 "\n";
     text += "}\n}\n";
     if (frames > 0) {
@@ -242,6 +244,25 @@ TEST(Threads, LargeAndManyMeshesConvertAlike)
     const Outcome refusal = ExpectSameOnThreads(directory.Write("refused.ase", refused), Switches(false, 1), "refusal");
     EXPECT_FALSE(refusal.written);
     EXPECT_NE(refusal.printed.find("each rebuilt on"), std::string::npos) << refusal.printed;
+
+    // Objects built while the file is read, and what changes after them: a second material list
+    // makes a sub-material of material 1 two-sided, and a parent with a transform of its own is
+    // removed by its name, so that the transforms of its children (of material 0) are taken
+    // relative to the root instead (the same up to rounding, which shows in their vertices).
+    std::string changed = "*MATERIAL_LIST {\n*MATERIAL 0 {\n}\n*MATERIAL 1 {\n*SUBMATERIAL 0 {\n}\n"
+                          "*SUBMATERIAL 1 {\n}\n}\n}\n*HELPEROBJECT {\n*NODE_NAME \"convert(delete)Pivot\"\n"
+                          "*NODE_TM {\n*TM_ROW0 0.0006 0.0008 0\n*TM_ROW1 -0.0008 0.0006 0\n*TM_ROW2 0 0 0.001\n"
+                          "*TM_ROW3 1000.3 500.7 0\n}\n}\n";
+    for (int i = 0; i < 30; ++i) {
+        const std::string under = "*NODE_PARENT \"convert(delete)Pivot\"\n*NODE_TM {\n*TM_ROW0 0.8 0.6 0\n"
+                                  "*TM_ROW1 -0.6 0.8 0\n*TM_ROW2 0 0 1\n*TM_ROW3 " + std::to_string(2 * i + 0.137) +
+                                  " 0.311 0.53\n}\n";
+        changed += i % 3 == 0 ? Box(i, 0, 1.0f, 0, 0.0f, 0, false, under) : Box(i, i % 2, 1.0f, 0, 0.0f, 1, false);
+    }
+    changed += "*MATERIAL_LIST {\n*MATERIAL 1 {\n*SUBMATERIAL 0 {\n*MATERIAL_TWOSIDED\n}\n}\n}\n";
+    for (int i = 30; i < 40; ++i)
+        changed += Box(i, 0, 1.0f, 0, 0.0f, 1, false);
+    ExpectSameOnThreads(directory.Write("changed.ase", changed), {}, "changed after reading");
 }
 
 TEST(Threads, ALargeMeshIsIndexedAndMovedAsOnOneThread)

@@ -190,8 +190,8 @@ bool EarlyBuilds::TakeOver(MeshBuild& build)
     if (!early.made || !node.frames.empty() || node.verticesLoaded || node.spaces.size() != 1 ||
         std::memcmp(&node.spaces[0], &early.world, sizeof(Matrix)) != 0 || node.materialRef != early.materialRef ||
         !materials.entry || !SameEntry(*materials.entry, early.entry) ||
-        !std::equal(materials.setKinds.begin(), materials.setKinds.end(), early.setKinds->begin(),
-                    early.setKinds->end()) ||
+        materials.setKinds.size() < early.setKinds->size() ||
+        !std::equal(early.setKinds->begin(), early.setKinds->end(), materials.setKinds.begin()) ||
         HashMesh(node.mesh) != early.meshHash)
         return false;
     build.count = early.count;

@@ -9,8 +9,9 @@
 //
 // When the writing is planned, TakeOver hands an early build to its node only when everything the
 // build used is what the node has by then (the mesh, the world transform at the mesh's time, the
-// material and the texture sets) and the build reported nothing (its reports would stand at lines
-// known only once the file has been read): the output is then the one the node's own build gives.
+// material, the texture sets known then, which later material lists only add to) and the build
+// reported nothing (its reports would stand at lines known only once the file has been read): the
+// output is then the one the node's own build gives.
 #pragma once
 
 #include "AbstractData/Parallel.h"
@@ -31,7 +32,7 @@ public:
 
     // A geometry object has been read into `scene` (on the reading thread).
     void ObjectRead(MeshNode& node, const Scene& scene);
-    // Reading has ended: builds not started are dropped, the others awaited.
+    // Reading has ended: the builds still waiting are made (this thread takes part).
     void Finish();
     // Fills `build` (planned for build.node, whose spaces are taken) with the node's early build
     // when it may be taken over; false otherwise.
