@@ -117,43 +117,32 @@ double ShortestEdge(const Mesh& mesh)
 }
 
 
-// The render vertex of each corner met so far, by (vertex, smoothing group, texture vertex,
-// material, side); vertex numbers outside the mesh's list are never kept. The first key of a
-// vertex is kept in place (corners that follow the faces find it in the cache), others in a list.
+// The first corner met of each (vertex, smoothing group, texture vertex, material, side), for the
+// vertex numbers in [low, high). The first key of a vertex is kept in place (corners that follow
+// the faces find it in the cache), others in a list.
 class CornerMemo {
 public:
-    explicit CornerMemo(size_t vertexCount) : first(vertexCount) {}
+    CornerMemo(uint32_t low, uint32_t high) : low(low), first(high - low) {}
 
-    int32_t Find(int32_t vertex, int32_t group, int32_t texVertex, uint32_t material, bool flip) const
+    // The first corner with this key, after making `corner` the first when none was.
+    int32_t FirstOf(int32_t vertex, int32_t group, int32_t texVertex, uint32_t material, bool flip, int32_t corner)
     {
-        if (static_cast<uint32_t>(vertex) >= first.size())
-            return -1;
-        const Entry* entry = &first[static_cast<size_t>(vertex)];
-        if (entry->index < 0)
-            return -1;
-        for (;;) {
-            if (entry->group == group && entry->texVertex == texVertex && entry->material == material &&
-                entry->flip == flip)
-                return entry->index;
-            if (entry->next < 0)
-                return -1;
-            entry = &more[static_cast<size_t>(entry->next)];
-        }
-    }
-
-    void Add(int32_t vertex, int32_t group, int32_t texVertex, uint32_t material, bool flip, int32_t index)
-    {
-        if (static_cast<uint32_t>(vertex) >= first.size())
-            return;
-        Entry& head = first[static_cast<size_t>(vertex)];
-        const Entry entry{group, texVertex, material, index, -1, flip};
-        if (head.index < 0) {
+        Entry& head = first[static_cast<uint32_t>(vertex) - low];
+        const Entry entry{group, texVertex, material, corner, -1, flip};
+        if (head.corner < 0) {
             head = entry;
-            return;
+            return corner;
+        }
+        for (const Entry* at = &head;; at = &more[static_cast<size_t>(at->next)]) {
+            if (at->group == group && at->texVertex == texVertex && at->material == material && at->flip == flip)
+                return at->corner;
+            if (at->next < 0)
+                break;
         }
         more.push_back(entry);
         more.back().next = head.next;
         head.next = static_cast<int32_t>(more.size() - 1);
+        return corner;
     }
 
 private:
@@ -161,13 +150,87 @@ private:
         int32_t group = 0;
         int32_t texVertex = 0;
         uint32_t material = 0;
-        int32_t index = -1;  // -1: no key yet
-        int32_t next = -1;   // the next key of the vertex in `more`
+        int32_t corner = -1;  // -1: no key yet
+        int32_t next = -1;    // the next key of the vertex in `more`
         bool flip = false;
     };
+    uint32_t low;
     std::vector<Entry> first;
     std::vector<Entry> more;
 };
+
+// The slot of a face: its sub-material when the entry has them (the default slot for a number
+// beyond them: `valid` false), else the entry's own.
+MaterialSlot SlotOf(const MaterialTableEntry& entry, const MeshFace& face, bool& valid)
+{
+    valid = true;
+    if (!entry.subMaterials)
+        return entry.slot;
+    if (static_cast<uint32_t>(face.materialId) < entry.subMaterials->size())
+        return (*entry.subMaterials)[static_cast<size_t>(face.materialId)];
+    valid = false;
+    return MaterialSlot{};
+}
+
+// The texture vertex of each corner of face `f` (its position in the list, -1 for none).
+void TexVerticesOf(const Mesh& mesh, const FirstByNumber& texFaceOf, const FirstByNumber& texVertexOf, int32_t f,
+                   int32_t (&texVertex)[3])
+{
+    texVertex[0] = texVertex[1] = texVertex[2] = -1;
+    const int32_t texFace = texFaceOf.Find(f);
+    if (texFace < 0)
+        return;
+    const MeshTexFace& tf = mesh.texFaces[static_cast<size_t>(texFace)];
+    texVertex[0] = texVertexOf.Find(tf.a);
+    texVertex[1] = texVertexOf.Find(tf.b);
+    texVertex[2] = texVertexOf.Find(tf.c);
+}
+
+// Corners are numbered 3f + k (corner k of face f), and 3F + 3f + k for the back of a two-sided
+// face. Corners with the same vertex, smoothing group (not -1), texture vertex, material and side
+// have the same values: for each corner, the first such corner (itself when it is the first), or
+// -1 for a corner without group. Large meshes are done on several threads, each taking a range of
+// vertex numbers over all faces in order.
+std::vector<int32_t> FirstCorners(const Mesh& mesh, const MaterialTableEntry& entry, const FirstByNumber& texFaceOf,
+                                  const FirstByNumber& texVertexOf, bool twoSided, uint32_t threads)
+{
+    const size_t faceCount = mesh.faces.size();
+    std::vector<int32_t> firsts(faceCount * (twoSided ? 6 : 3), -1);
+    const auto vertexCount = static_cast<uint32_t>(mesh.vertices.size());
+    constexpr size_t kFacesPerPart = 1 << 16;
+    const size_t parts = std::max<size_t>(1, std::min<size_t>(threads, faceCount / kFacesPerPart));
+    const uint32_t span = static_cast<uint32_t>((vertexCount + parts - 1) / parts);
+    ParallelFor(parts, static_cast<uint32_t>(parts), [&](size_t part) {
+        const uint32_t low = static_cast<uint32_t>(part) * span;
+        const uint32_t high = std::min(vertexCount, low + span);
+        if (low >= high)
+            return;
+        CornerMemo memo(low, high);
+        for (size_t f = 0; f < faceCount; ++f) {
+            const MeshFace& face = mesh.faces[f];
+            const int32_t corners[3] = {face.a, face.b, face.c};
+            const auto owned = [&](int32_t vertex) {
+                return static_cast<uint32_t>(vertex) >= low && static_cast<uint32_t>(vertex) < high;
+            };
+            if (face.smoothingGroup == -1 || !(owned(face.a) || owned(face.b) || owned(face.c)))
+                continue;
+            bool valid = true;
+            const MaterialSlot slot = SlotOf(entry, face, valid);
+            const auto material = static_cast<uint32_t>(slot.propertiesIndex);
+            int32_t texVertex[3];
+            TexVerticesOf(mesh, texFaceOf, texVertexOf, static_cast<int32_t>(f), texVertex);
+            for (int side = 0; side < (slot.twoSided ? 2 : 1); ++side)
+                for (int k = 0; k < 3; ++k) {
+                    if (!owned(corners[k]))
+                        continue;
+                    const auto corner = static_cast<int32_t>((side ? 3 * faceCount : 0) + 3 * f + k);
+                    firsts[static_cast<size_t>(corner)] =
+                        memo.FirstOf(corners[k], face.smoothingGroup, texVertex[k], material, side == 1, corner);
+                }
+        }
+    });
+    return firsts;
+}
 
 }  // namespace
 
@@ -278,6 +341,16 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const MeshMaterials& materia
     // shortest edge, so that no corner can weld with another of its face or with a vertex near both.
     double tolerance = settings.weldTolerance;
     const bool keepCorners = settings.compat;
+    const size_t faceCount = source.faces.size();
+    const bool twoSided = materials.entry && (materials.entry->slot.twoSided ||
+                                              (materials.entry->subMaterials &&
+                                               std::any_of(materials.entry->subMaterials->begin(),
+                                                           materials.entry->subMaterials->end(),
+                                                           [](const MaterialSlot& slot) { return slot.twoSided; })));
+    const std::vector<int32_t> firsts =
+        materials.entry ? FirstCorners(source, *materials.entry, texFaceOf, texVertexOf, twoSided, threads)
+                        : std::vector<int32_t>();
+    std::vector<int32_t> welded(firsts.size(), -1);
     for (int pass = 0; pass < 2; ++pass) {
         const bool report = pass == 0;
         bool cornerLost = false;
@@ -294,8 +367,9 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const MeshMaterials& materia
         };
         VertexWelder weld(renderVertices, source.vertices.size(), HalfTypicalEdge(source), tolerance);
         welder = &weld;
-        CornerMemo memo(source.vertices.size());
-        for (size_t f = 0; f < source.faces.size(); ++f) {
+        // The render vertex of each corner welded (-1 where its values are not finite).
+        std::fill(welded.begin(), welded.end(), -1);
+        for (size_t f = 0; f < faceCount; ++f) {
             const MeshFace& face = source.faces[f];
             const auto faceNumber = static_cast<int32_t>(f);
             if (materialRef == -1) {
@@ -303,72 +377,51 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const MeshMaterials& materia
                 break;
             }
             // The material reference was checked against the table before writing began.
-            const MaterialTableEntry& entry = *materials.entry;
-            MaterialSlot slot = entry.slot;
-            if (entry.subMaterials) {
-                if (static_cast<uint32_t>(face.materialId) < entry.subMaterials->size()) {
-                    slot = (*entry.subMaterials)[static_cast<size_t>(face.materialId)];
-                } else {
-                    // Once for the material index, once for the texture set and sides.
-                    slot = MaterialSlot{};
-                    if (report) {
-                        reporter.Warning(materials.line, kMessageInvalidMaterialId, face.materialId, name);
-                        reporter.Warning(materials.line, kMessageInvalidMaterialId, face.materialId, name);
-                    }
-                }
+            bool valid = true;
+            const MaterialSlot slot = SlotOf(*materials.entry, face, valid);
+            if (!valid && report) {
+                // Once for the material index, once for the texture set and sides.
+                reporter.Warning(materials.line, kMessageInvalidMaterialId, face.materialId, name);
+                reporter.Warning(materials.line, kMessageInvalidMaterialId, face.materialId, name);
             }
 
-            float u[3] = {0, 0, 0}, v[3] = {0, 0, 0};
-            int32_t texVertex[3] = {-1, -1, -1};
-            const int32_t texFace = texFaceOf.Find(faceNumber);
-            if (texFace >= 0) {
-                const MeshTexFace& tf = source.texFaces[static_cast<size_t>(texFace)];
-                const int32_t numbers[3] = {tf.a, tf.b, tf.c};
-                for (int k = 0; k < 3; ++k) {
-                    texVertex[k] = texVertexOf.Find(numbers[k]);
-                    if (texVertex[k] >= 0) {
-                        const MeshTexVertex& tv = source.texVertices[static_cast<size_t>(texVertex[k])];
-                        u[k] = tv.u;
-                        v[k] = 1.0f - tv.v;
-                    }
-                }
-            }
-
-            // Corners with the same vertex, smoothing group (not -1), texture vertex, material and
-            // side have the same values, so welding the later ones again finds what the first one
-            // found or added: every vertex added since comes after it. Values that are not finite
-            // match nothing, so those corners are always welded.
+            // A corner whose first (above) has been welded takes its vertex: welding it again would
+            // find what the first found or added, every vertex added since coming after that one.
+            // Values that are not finite match nothing: such corners are always welded.
+            int32_t texVertex[3];
+            TexVerticesOf(source, texFaceOf, texVertexOf, faceNumber, texVertex);
             const int32_t corners[3] = {face.a, face.b, face.c};
             const auto material = static_cast<uint32_t>(slot.propertiesIndex);
-            const bool memoised = face.smoothingGroup != -1;
             MeshVertex vertices[3];
-            bool normalMade[3] = {false, false, false};
+            bool made[3] = {false, false, false};
             const auto weld = [&](int k, bool flip) {
-                if (memoised) {
-                    const int32_t found = memo.Find(corners[k], face.smoothingGroup, texVertex[k], material, flip);
-                    if (found >= 0)
-                        return found;
-                }
-                if (!normalMade[k]) {
-                    vertices[k].normal = normals.VertexNormal(faceNumber, corners[k], face.smoothingGroup);
-                    normalMade[k] = true;
+                const size_t corner = (flip ? 3 * faceCount : 0) + 3 * f + static_cast<size_t>(k);
+                const int32_t first = firsts[corner];
+                if (first >= 0 && static_cast<size_t>(first) != corner && welded[static_cast<size_t>(first)] >= 0)
+                    return welded[static_cast<size_t>(first)];
+                if (!made[k]) {
+                    MeshVertex& vertex = vertices[k];
+                    vertex.normal = normals.VertexNormal(faceNumber, corners[k], face.smoothingGroup);
+                    vertex.material = material;
+                    if (texVertex[k] >= 0) {
+                        const MeshTexVertex& tv = source.texVertices[static_cast<size_t>(texVertex[k])];
+                        vertex.u = tv.u;
+                        vertex.v = 1.0f - tv.v;
+                    }
+                    made[k] = true;
                 }
                 MeshVertex vertex = vertices[k];
                 if (flip)
                     vertex.normal = {-vertex.normal.x, -vertex.normal.y, -vertex.normal.z};
                 const int32_t index =
                     FindOrAddVertex(vertex, faceNumber, corners[k], texVertex[k], face.smoothingGroup, material, flip);
-                if (memoised && VertexWelder::Comparable(vertex))
-                    memo.Add(corners[k], face.smoothingGroup, texVertex[k], material, flip, index);
+                if (VertexWelder::Comparable(vertex))
+                    welded[corner] = index;
                 return index;
             };
             int32_t front[3];
             for (int k = 0; k < 3; ++k) {
-                MeshVertex& vertex = vertices[k];
-                vertex.position = source.vertices[static_cast<size_t>(corners[k])];
-                vertex.material = material;
-                vertex.u = u[k];
-                vertex.v = v[k];
+                vertices[k].position = source.vertices[static_cast<size_t>(corners[k])];
                 front[k] = weld(k, false);
             }
             cornerLost = cornerLost || (keepCorners && lost(front, vertices));
