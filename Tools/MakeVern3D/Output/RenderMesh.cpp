@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <unordered_map>
 
 namespace {
@@ -328,13 +329,13 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const MeshMaterials& materia
     SortFaceNormals(source);
 
     const uint32_t threads = ThreadCount(settings.threads);
-    const VertexNormals normals(source, threads);
     const FirstByNumber texFaceOf(source.texFaces, [](const MeshTexFace& f) { return f.index; });
     const FirstByNumber texVertexOf(source.texVertices, [](const MeshTexVertex& v) { return v.index; });
     // Render vertices count against the bound of the file's lists: building stops at the first
     // face past it.
     uint64_t peak = 0;
     renderVertices.reserve(source.vertices.size());
+    vertexSources.reserve(source.vertices.size());
     renderTriangles.reserve(source.faces.size());
     // Under -compat no face may lose a corner: when welding has merged two corners of a face that
     // lie apart, the mesh is welded again (without repeating its reports) within a quarter of the
@@ -347,9 +348,19 @@ MeshNode::WeldCount MeshNode::BuildRenderMeshWithin(const MeshMaterials& materia
                                                std::any_of(materials.entry->subMaterials->begin(),
                                                            materials.entry->subMaterials->end(),
                                                            [](const MaterialSlot& slot) { return slot.twoSided; })));
-    const std::vector<int32_t> firsts =
-        materials.entry ? FirstCorners(source, *materials.entry, texFaceOf, texVertexOf, twoSided, threads)
-                        : std::vector<int32_t>();
+    // The corner normals' index and the first corners do not depend on each other: on several
+    // threads a large mesh makes both at once, each on half the threads.
+    std::optional<VertexNormals> normalsMade;
+    std::vector<int32_t> firsts;
+    const bool together = threads > 1 && faceCount >= (1 << 16);
+    const uint32_t share = together ? std::max(1u, threads / 2) : threads;
+    ParallelFor(2, together ? 2 : 1, [&](size_t task) {
+        if (task == 0)
+            normalsMade.emplace(source, share);
+        else if (materials.entry)
+            firsts = FirstCorners(source, *materials.entry, texFaceOf, texVertexOf, twoSided, share);
+    });
+    const VertexNormals& normals = *normalsMade;
     std::vector<int32_t> welded(firsts.size(), -1);
     for (int pass = 0; pass < 2; ++pass) {
         const bool report = pass == 0;

@@ -65,8 +65,9 @@ VertexNormals::VertexNormals(const Mesh& mesh, uint32_t threads) : mesh(mesh)
 
     // Vertex numbers are normally below the vertex count; others go to a map.
     heads.assign(mesh.vertices.size(), -1);
+    // Each part reads every face: on two threads that costs what it saves.
     constexpr size_t kFacesPerPart = 1 << 16;
-    const size_t parts = std::min<size_t>(threads, faces.size() / kFacesPerPart);
+    const size_t parts = threads > 2 ? std::min<size_t>(threads, faces.size() / kFacesPerPart) : 1;
     const bool inRange = std::all_of(faces.begin(), faces.end(), [&](const MeshFace& face) {
         return static_cast<uint32_t>(face.a) < heads.size() && static_cast<uint32_t>(face.b) < heads.size() &&
                static_cast<uint32_t>(face.c) < heads.size();

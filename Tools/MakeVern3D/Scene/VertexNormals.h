@@ -21,8 +21,9 @@ void SortFaceNormals(Mesh& mesh);
 
 // The sums for every (vertex, group) pair, made once in face order, so that each corner costs
 // one lookup instead of a scan over all faces. Built after the records are sorted; the mesh
-// must stay unchanged while the index is used. A large mesh is indexed on `threads` threads, each
-// summing for a range of vertex numbers over all faces in order (the sums keep their order).
+// must stay unchanged while the index is used. A large mesh is indexed on `threads` threads (from
+// three on), each summing for a range of vertex numbers over all faces in order (the sums keep
+// their order).
 class VertexNormals {
 public:
     explicit VertexNormals(const Mesh& mesh, uint32_t threads = 1);
