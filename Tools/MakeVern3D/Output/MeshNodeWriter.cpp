@@ -61,8 +61,11 @@ MeshNode::Built MeshNode::BuildOutput(Scene& scene, const ConvertSettings& setti
             if (reporter.HasError())
                 return Built::LeftOut;
             if (!sweep) {
+                bool opened = false;
                 if (!settings.meshOpsFile.empty())
-                    frameMoves = ReadMeshMoves(settings.meshOpsFile, world);
+                    frameMoves = ReadMeshMoves(settings.meshOpsFile, world, &opened);
+                if (opened)
+                    scene.filesRead.push_back(settings.meshOpsFile);
                 sweep.emplace(frameMoves);
             }
             const std::vector<Vector3>& offsets = sweep->At(i);
