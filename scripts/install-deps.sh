@@ -2,7 +2,7 @@
 # Installs the Debian packages the build needs, only those that are missing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev libfast-float-dev
+packages=(g++ make cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev libfast-float-dev
           libtinygltf-dev nlohmann-json3-dev assimp-utils pkgconf)
 # node runs the glTF validator in the tests; Debian's nodejs only where none is installed.
 command -v node >/dev/null && command -v npm >/dev/null || packages+=(nodejs npm)

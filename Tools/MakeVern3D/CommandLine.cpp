@@ -106,6 +106,9 @@ CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSett
         } else if (option == "vertexdir") {
             if (!takeValue(settings.vertexFolder))
                 return CommandLineResult::MissingValue;
+        } else if (option == "depfile") {
+            if (!takeValue(settings.dependencyFile))
+                return CommandLineResult::MissingValue;
         } else if (option == "analyse") {
             std::string value;
             if (!takeValue(value))
@@ -175,6 +178,7 @@ CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSett
         result.outputName = PathFromName(result.outputName, true);
         settings.meshOpsFile = PathFromName(settings.meshOpsFile, true);
         settings.vertexFolder = PathFromName(settings.vertexFolder, true);
+        settings.dependencyFile = PathFromName(settings.dependencyFile, true);
     }
     return CommandLineResult::Ok;
 }

@@ -35,8 +35,8 @@ enum class CommandLineResult { Ok, MissingValue };
 
 // Reads every token: arguments become input files, options fill `settings` and `result`.
 // Prints the help text for -h and -? at the point where it stands. Returns MissingValue when
-// -o, -ma, -analyse or -vertexdir is not followed by an argument (the caller prints message 3
-// and stops).
+// -o, -ma, -analyse, -vertexdir or -depfile is not followed by an argument (the caller prints
+// message 3 and stops).
 CommandLineResult ReadCommandLine(int argc, const char* const* argv, ConvertSettings& settings,
                                   CommandLine& result);
 

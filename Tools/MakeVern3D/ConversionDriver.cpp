@@ -1,10 +1,11 @@
 #include "ConversionDriver.h"
 
 #include "Ase/AseParser.h"
-#include "CommandLine.h"
 #include "AbstractData/Parallel.h"
+#include "CommandLine.h"
 #include "Console.h"
 #include "ConvertSettings.h"
+#include "DependencyFile.h"
 #include "Output/EarlyBuilds.h"
 #include "Output/SceneFile.h"
 #include "Parser/Reporter.h"
@@ -69,12 +70,14 @@ int ConvertFiles(const ConvertSettings& settings, const std::vector<std::string>
                  const std::string& outputName)
 {
     bool anyFailed = false;
+    DependencyFile dependencies;
     for (const std::string& input : inputFiles) {
         PrintText(input);
         PrintText(":\n");
         Reporter reporter;
         Scene scene;
-        const Conversion outcome = ConvertFile(input, OutputFileName(input, outputName), settings, reporter, scene);
+        const std::string output = OutputFileName(input, outputName);
+        const Conversion outcome = ConvertFile(input, output, settings, reporter, scene);
         if (reporter.HasError()) {
             PrintText(reporter.ErrorText());
             anyFailed = true;
@@ -84,8 +87,11 @@ int ConvertFiles(const ConvertSettings& settings, const std::vector<std::string>
                 WaitForKey();
         } else {
             PrintMessage(kMessageFileCompiled);
+            dependencies.AddRule(output, input, scene.filesRead);
         }
     }
+    if (!settings.dependencyFile.empty() && !dependencies.Write(settings.dependencyFile))
+        anyFailed = true;
     std::fflush(stdout);
     return settings.batch && anyFailed ? kExitInputFailed : 0;
 }

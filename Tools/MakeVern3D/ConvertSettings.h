@@ -22,6 +22,7 @@ struct ConvertSettings {
     // -threads: threads that share the work of one file (0: one per core of the machine; 1: the
     // whole conversion on the calling thread). Outputs and console text never depend on it.
     uint32_t threads = 0;
+    std::string dependencyFile;  // -depfile: the Make rules of what each converted input read (empty: none)
     // Not a switch: mesh nodes keep their lists (source mesh, frames, render mesh) once written,
     // for tests that look at them. Otherwise each node's lists are freed as soon as it is written.
     bool keepMeshLists = false;

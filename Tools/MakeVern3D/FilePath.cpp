@@ -82,7 +82,7 @@ VertexFileLocation LocateVertexFile(const std::string& objectName, const std::st
     const std::string root = Resolved(folder.empty() ? "." : folder);
     if (root.empty())
         return {VertexFileVerdict::FolderMissing, {}};
-    const std::string file = Resolved(folder.empty() ? name : folder + "/" + name);
+    const std::string file = Resolved(NamedVertexFile(objectName, folder, uri));
     if (file.empty())
         return {VertexFileVerdict::Missing, {}};
     // The folder itself counts as inside: it is then refused as no regular file.
@@ -91,6 +91,12 @@ VertexFileLocation LocateVertexFile(const std::string& objectName, const std::st
     if (!inside)
         return {VertexFileVerdict::Outside, {}};
     return {VertexFileVerdict::Inside, file};
+}
+
+std::string NamedVertexFile(const std::string& objectName, const std::string& folder, bool uri)
+{
+    const std::string name = PathFromName(objectName, uri);
+    return folder.empty() || folder.back() == '/' ? folder + name : folder + "/" + name;
 }
 
 std::string PrintableName(const std::string& name)

@@ -48,6 +48,8 @@ struct VertexFileLocation {
 };
 
 VertexFileLocation LocateVertexFile(const std::string& objectName, const std::string& folder, bool uri);
+// The vertex file as named, before links are followed: the folder joined with the object's name.
+std::string NamedVertexFile(const std::string& objectName, const std::string& folder, bool uri);
 
 // A name as a message may show it: control characters as \xNN, so that none reaches the console.
 std::string PrintableName(const std::string& name);

@@ -58,7 +58,8 @@ Parsed Parse(std::vector<const char*> arguments)
 TEST(ReadCommandLine, OptionsFillTheSettings)
 {
     const Parsed parsed = Parse({"-obj", "a", "b", "-map", "x.ase", "-mat", "-mam", "-ivertex", "-overtex",
-                                 "-ma", "ops.txt", "-analyse", "3rd", "-o", "first", "/o", "second", "-vertexdir", "v"});
+                                 "-ma", "ops.txt", "-analyse", "3rd", "-o", "first", "/o", "second", "-vertexdir", "v",
+                                 "-depfile", "d"});
     ASSERT_EQ(parsed.result, CommandLineResult::Ok);
     EXPECT_EQ(parsed.settings.objectNames, (std::vector<std::string>{"a", "b"}));
     EXPECT_EQ(parsed.settings.meshAnimFlags, 1u | 16u | 8u);
@@ -69,6 +70,7 @@ TEST(ReadCommandLine, OptionsFillTheSettings)
     EXPECT_EQ(parsed.settings.meshOpsFile, "ops.txt");
     EXPECT_EQ(parsed.settings.analyse, 3);
     EXPECT_EQ(parsed.settings.vertexFolder, "v");
+    EXPECT_EQ(parsed.settings.dependencyFile, "d");
     EXPECT_EQ(parsed.line.outputName, "second");  // a later -o replaces an earlier one
 
     // Words are compared exactly and only as options; -obj lists add up.
@@ -106,7 +108,7 @@ TEST(ReadCommandLine, MissingValuesStopTheRunAndHelpIsPrintedWhereItStands)
 {
     for (const auto& arguments : std::vector<std::vector<const char*>>{
              {"a.ase", "-o"}, {"-o", "-x"}, {"-ma"}, {"-analyse", "/h"}, {"-o -map"}, {"-analyse", "-7"},
-             {"-vertexdir"}, {"-weld"}, {"-threads"}}) {
+             {"-vertexdir"}, {"-weld"}, {"-threads"}, {"-depfile", "-batch"}}) {
         EXPECT_EQ(Parse(arguments).result, CommandLineResult::MissingValue) << arguments.back();
     }
     const std::string help = testfiles::ReadText(MAKEVERN3D_TEST_DATA "/help_text.txt");

@@ -47,10 +47,11 @@ void MeshNode::BuildFrameVertices(Mesh& frame, std::vector<MeshVertex>& list, ui
     }
 }
 
-std::vector<MeshMove> ReadMeshMoves(const std::string& path, const Matrix& world)
+std::vector<MeshMove> ReadMeshMoves(const std::string& path, const Matrix& world, bool* opened)
 {
     std::vector<MeshMove> moves;
     std::FILE* file = std::fopen(path.c_str(), "r");
+    *opened = file != nullptr;
     if (!file)
         return moves;
     const Matrix m = Inverse(world);

@@ -25,8 +25,8 @@ inline constexpr uint32_t kFrameAll = vern3d::kComponentAll;
 
 // The records of an operations file in file order, each displacement taken into the space of a
 // node with world matrix `world`; records whose range is reversed are left out. A file that cannot
-// be opened gives none; the first record that does not match ends the reading.
-std::vector<MeshMove> ReadMeshMoves(const std::string& path, const Matrix& world);
+// be opened gives none (and `opened` false); the first record that does not match ends the reading.
+std::vector<MeshMove> ReadMeshMoves(const std::string& path, const Matrix& world, bool* opened);
 
 // Walks a node's frames in increasing order and gives for each the offsets of the records whose
 // range holds it, in file order: adding them one after the other to a position gives the bits of

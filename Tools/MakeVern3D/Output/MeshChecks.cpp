@@ -49,13 +49,17 @@ bool CheckMeshes(Scene& scene, const ConvertSettings& settings, Reporter& report
     return true;
 }
 
-bool MeshNode::CheckBeforeWrite(const Scene& scene, const ConvertSettings& settings, Reporter& reporter)
+bool MeshNode::CheckBeforeWrite(Scene& scene, const ConvertSettings& settings, Reporter& reporter)
 {
     if (mesh.faces.empty())
         return true;
     const int32_t line = scene.endLine;
-    if (settings.ivertex)
-        return ReadVertexFile(settings, reporter, line);
+    if (settings.ivertex) {
+        if (!ReadVertexFile(settings, reporter, line))
+            return false;
+        scene.filesRead.push_back(NamedVertexFile(name, settings.vertexFolder, settings.uri));
+        return true;
+    }
     if (materialRef < -1 || (materialRef >= 0 && static_cast<size_t>(materialRef) >= scene.materialTable.size())) {
         reporter.Error(line, kMessageMaterialRefRange, name, materialRef);
         return false;

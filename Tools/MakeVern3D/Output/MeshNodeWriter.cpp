@@ -234,7 +234,7 @@ void MeshNode::BuildOutput(MeshBuild& build, const ConvertSettings& settings)
             }
             if (!sweep) {
                 if (!settings.meshOpsFile.empty())
-                    frameMoves = ReadMeshMoves(settings.meshOpsFile, world);
+                    frameMoves = ReadMeshMoves(settings.meshOpsFile, world, &build.operationsOpened);
                 sweep.emplace(frameMoves);
             }
             const std::vector<Vector3>& offsets = sweep->At(i);
@@ -322,6 +322,8 @@ MeshNode::Built MeshNode::TakeOutput(MeshBuild& build, Scene& scene, const Conve
     build.frameReports.Forward(reporter);
     if (build.built != Built::Ready)
         return build.built;
+    if (build.operationsOpened)
+        scene.filesRead.push_back(settings.meshOpsFile);
     if (!hasBounds) {
         hasBounds = true;
         bounds = meshSphere;

@@ -43,6 +43,7 @@ struct MeshBuild {
     bool framesPast = false;
     MeshNode::Built built = MeshNode::Built::Ready;
     bool made = false;         // built while the file was read (EarlyBuilds)
+    bool operationsOpened = false;  // the operations file was read for the frames (a dependency)
     bool inNodeSpace = false;  // the node's own mesh and frames are in node space
     Reporter renderReports = Reporter::Deferred();
     Reporter frameReports = Reporter::Deferred();

@@ -149,7 +149,7 @@ public:
     // Checks before anything is written what the mesh output would otherwise read out of range
     // (material reference, corners), or reads the vertex file that replaces the render mesh
     // (-ivertex). Reports at the scene's endLine; false on error (Output/MeshChecks.cpp).
-    bool CheckBeforeWrite(const Scene& scene, const ConvertSettings& settings, Reporter& reporter);
+    bool CheckBeforeWrite(Scene& scene, const ConvertSettings& settings, Reporter& reporter);
     bool ReadVertexFile(const ConvertSettings& settings, Reporter& reporter, int32_t line);
 
     // What the mesh chunk needs, built before any of its bytes is written (Output/MeshNodeWriter.cpp).

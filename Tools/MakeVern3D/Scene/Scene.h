@@ -46,6 +46,9 @@ struct Scene {
     // Where reading stopped: the later stages' reports that concern no line of their own stand
     // there, as they always have.
     int32_t endLine = 1;
+    // The files the conversion opened besides its input (the operations file, vertex files), as
+    // named, in the order opened: the dependency file's list.
+    std::vector<std::string> filesRead;
 };
 
 // -obj: keeps exactly the named top-level objects and their subtrees (BaseNode::SelectObjects).

@@ -39,7 +39,7 @@ constexpr std::string_view kHelpText =
     "MakeVern3D.exe \"file with spaces.ase\"\n"
     "\t";
 
-constexpr std::array<std::pair<uint32_t, std::string_view>, 58> kMessages{{
+constexpr std::array<std::pair<uint32_t, std::string_view>, 60> kMessages{{
     {1, "MakeVern3D Version 2.0\n"
         "Copyright (C) The MakeVern3D developers. All rights reserved.\n"
         "\n"},
@@ -107,6 +107,9 @@ constexpr std::array<std::pair<uint32_t, std::string_view>, 58> kMessages{{
     {65, "... and %u more %s.\n"},
     // Printed on standard error, after a file failed without -compat.
     {66, "Note: '%s' converts with -compat, which reads what failed here.\n"},
+    // Printed on standard error, after the last input, under -depfile.
+    {90, "error: The dependency file '%s' is not written: Make and Ninja cannot read the name '%s' in it.\n"},
+    {91, "error: The dependency file '%s' could not be written.\n"},
     // Shown while an animated mesh is written.
     {100, "frame %d  "},
     {101, "Warning: Frame %d not saved. Because it equals the last frame.\n"},

@@ -67,6 +67,9 @@ inline constexpr Message<Text, int32_t> kMessageMaterialWithoutNumber{63};
 inline constexpr Message<Text, Text> kMessageSampledTrackOneKey{64};
 inline constexpr Message<uint32_t, Text> kMessageMoreOfTheSame{65};
 inline constexpr Message<Text> kMessageConvertsWithCompat{66};
+// -depfile: the dependency file, written after the last input.
+inline constexpr Message<Text, Text> kMessageDependencyNameUnreadable{90};
+inline constexpr Message<Text> kMessageDependencyFileFailed{91};
 // What the writing of an animated mesh shows as it goes: each frame as the node's sphere takes it
 // in, and the frames that the stream leaves out.
 inline constexpr Message<int32_t> kMessageFrameProgress{100};
