@@ -1,5 +1,6 @@
 #include "ConversionDriver.h"
 
+#include "AbstractData/Parallel.h"
 #include "Ase/AseParser.h"
 #include "CommandLine.h"
 #include "Console.h"
@@ -16,7 +17,8 @@ Conversion ConvertFile(const std::string& input, const std::string& output, cons
 {
     // Read: the text becomes a scene (the reader and its text are gone before anything is built).
     // A file that does not load gives nothing to go on with.
-    if (Failed(AseParser(reporter, settings.compat).Read(input, scene)))
+    const size_t partBytes = settings.listPartBytes ? settings.listPartBytes : AseParser::kListPartBytes;
+    if (Failed(AseParser(reporter, settings.compat, ThreadCount(settings.threads), partBytes).Read(input, scene)))
         return Conversion::Failed;
 
     // Prepare. Selection and directives work on whatever was read, also after an error; the

@@ -2,6 +2,7 @@
 // once the command line has been read.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -22,4 +23,7 @@ struct ConvertSettings {
     // -threads: threads that share the work of one file (0: one per core of the machine; 1: the
     // whole conversion on the calling thread). Outputs and console text never depend on it.
     uint32_t threads = 0;
+    // Not a switch: the least size of the parts that a large mesh list is read in (tests make it
+    // small, so that small files are read in parts too). 0: the reader's own.
+    size_t listPartBytes = 0;
 };

@@ -7,12 +7,14 @@
 
 #include "AbstractData/Status.h"
 #include "Parser/ParserMessages.h"
+#include "Parser/PlainLines.h"
 #include "Parser/Reporter.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // Releases a loaded text: a mapping of the file (mappedBytes > 0) or an allocated copy.
 struct TextRelease {
@@ -64,6 +66,22 @@ public:
     // Consumes everything up to and including the "}" that matches a "{" just read.
     void SkipBlock(std::string& symbol);
 
+    // Blocks of plain lines (Parser/PlainLines.h). FindLineBlock: whether the next symbol is a "{"
+    // whose block has the shape of a LineBlock (nothing is consumed; `threads` look for its end). SplitLines: the block's
+    // record lines in at most `maxParts` parts of about `partBytes` or more, each beginning at a
+    // line whose first word is `recordKeyword` (any line when it is empty). EndLineBlock: the
+    // reading position past the block's "}", which is the last symbol, as if the block had been
+    // read symbol by symbol (`recordLines`: the newlines of its records).
+    bool FindLineBlock(LineBlock& block, uint32_t threads) const;
+    std::vector<TextPart> SplitLines(const LineBlock& block, size_t partBytes, size_t maxParts,
+                                     std::string_view recordKeyword) const;
+    void EndLineBlock(const LineBlock& block, size_t recordLines);
+    const uint8_t* LineClasses() const { return lineClass; }
+    // Gives the pages of the mapped text that lie wholly in [begin, end) back to the system, which
+    // reads them again from the file if they are ever touched again. Only a file mapped unchanged
+    // is released (a copy or a converted text is not); safe from any thread.
+    void ReleaseText(const char* begin, const char* end) const;
+
     bool HasError() const { return reporter.HasError(); }
     const std::string& SourceName() const { return sourceName; }
     int32_t Line() const { return line; }
@@ -111,6 +129,13 @@ protected:
     int32_t outermostBlockLine = 0;
     bool blocksClosedAtEnd = false;  // said for this file
     bool lastSymbolCut = false;
+    // The text read so far is released behind the reading position as it moves on (ReleaseText),
+    // keeping kKeptBehind bytes before it for the last symbol.
+    static constexpr uint32_t kKeptBehind = 1u << 20;
+    static constexpr uint32_t kReleaseStep = 4u << 20;
+    bool releasable = false;
+    uint32_t releasedTo = 0;
+    uint32_t releaseMark = 0;  // the position from which the next release is due
 
 private:
     enum CharClass : uint8_t { kWordChar = 0, kWhitespace = 1, kSingleChar = 2, kZero = 3 };
@@ -123,6 +148,7 @@ private:
     void BuildCharClasses();
     bool EndOfText();  // reports "Could not read next char." and answers true at the end
     bool SymbolTooLong(size_t length);
+    void ReleaseBehindCursor();
     bool ScanSymbol(std::string_view& symbol);
     // The symbol that the final zero byte gives: the end-of-data symbol, or BlockEnd() while
     // closeBlocksAtEnd has blocks to close.
@@ -131,4 +157,5 @@ private:
     const char* NanPayloadEnd(const char* start, const char* end) const;
 
     CharClass charClass[256] = {};
+    uint8_t lineClass[256] = {};
 };

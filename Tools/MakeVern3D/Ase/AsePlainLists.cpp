@@ -1,0 +1,189 @@
+// Mesh lists read at memory speed. A list whose lines all have their plain shape (one record per
+// line, a normal record on four) is cut into parts at line starts; each part is read on a thread
+// of its own into its own numbered range of the list, with the same words and the same scans as
+// the block readers use, so the values are theirs. Such a list gives no diagnostic by design: a
+// part that meets anything else (another word, a value that does not scan, a number out of order,
+// an entry already set, a list past our bounds) fails, every part's results are dropped and the
+// block reader reads the whole list from its "{", reporting as it always has. Each part's text is
+// given back to the system once it has been read.
+#include "AbstractData/Parallel.h"
+#include "Ase/AseParser.h"
+#include "Parser/NumberScan.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+bool Int(LineCursor& at, int32_t* value) { return at.Int(value); }
+
+// What ReadFloat takes without a report: ScanFloat's value, or under -compat a finite value of
+// ScanFloatOrWindowsSpecial (the reader notes or refuses the others).
+bool Float(LineCursor& at, bool compat, float* value)
+{
+    if (!compat)
+        return at.Float(value);
+    const std::string_view word = at.Word();
+    return !word.empty() && ScanFloatOrWindowsSpecial(word, value) && std::isfinite(*value);
+}
+
+bool Vector(LineCursor& at, bool compat, Vector3& v)
+{
+    return Float(at, compat, &v.x) && Float(at, compat, &v.y) && Float(at, compat, &v.z);
+}
+
+}  // namespace
+
+struct AseParser::PlainList {
+    size_t linesPerRecord;
+    std::string_view recordKeyword;  // a part begins at a line that begins with it (empty: any line)
+    bool numbered;                   // entries go where their numbers say, else after the list's end
+};
+
+template <typename List, typename ReadRecord>
+bool AseParser::ReadPlainList(std::string& symbol, List& list, const PlainList& shape, ReadRecord&& readRecord)
+{
+    using Entry = typename List::value_type;
+    LineBlock block;
+    if (blockDepth >= kMaxBlockDepth || !FindLineBlock(block, listThreads))
+        return false;
+    const std::vector<TextPart> parts = SplitLines(block, listPartBytes, size_t{4} * listThreads, shape.recordKeyword);
+
+    // Each part's records, from its lines.
+    std::vector<size_t> lines(parts.size());
+    ParallelFor(parts.size(), listThreads, [&](size_t i) { lines[i] = CountLines(parts[i].begin, parts[i].end); });
+    std::vector<size_t> firstRecord(parts.size() + 1, 0);
+    size_t recordLines = 0;
+    for (size_t i = 0; i < parts.size(); ++i) {
+        if (lines[i] % shape.linesPerRecord != 0)
+            return false;
+        firstRecord[i + 1] = firstRecord[i] + lines[i] / shape.linesPerRecord;
+        recordLines += lines[i];
+    }
+    const size_t records = firstRecord.back();
+
+    // A numbered list takes the first line's number and one more for each line after it, within
+    // our bounds on numbers and on the entries they create (so that none of them is reported).
+    const size_t oldSize = list.size();
+    size_t base = oldSize;
+    uint64_t taken = 0;
+    if (shape.numbered && records > 0) {
+        LineCursor first(LineClasses(), kMaxSymbolLength, parts[0].begin);
+        int32_t number = 0;
+        if (first.Word().empty() || !Int(first, &number) || number < 0 ||
+            static_cast<uint64_t>(number) + records > static_cast<uint64_t>(kMaxListEntries))
+            return false;
+        base = static_cast<size_t>(number);
+        taken = std::max(oldSize, base + records) - oldSize;
+        if (taken > scene.lists.Free())
+            return false;
+        scene.lists.Take(taken);
+    }
+    list.resize(std::max(oldSize, base + records));
+
+    std::vector<size_t> written(parts.size(), 0);
+    std::atomic<bool> failed{false};
+    const Entry blank{};
+    ParallelFor(parts.size(), listThreads, [&](size_t i) {
+        LineCursor at(LineClasses(), kMaxSymbolLength, parts[i].begin);
+        Entry entry;
+        int32_t number = 0;
+        for (size_t index = base + firstRecord[i]; index < base + firstRecord[i + 1]; ++index) {
+            if (failed.load(std::memory_order_relaxed) || !readRecord(at, entry, number) ||
+                (shape.numbered && (static_cast<size_t>(number) != index ||
+                                    (index < oldSize && std::memcmp(&list[index], &blank, sizeof(Entry)) != 0)))) {
+                failed = true;
+                return;
+            }
+            list[index] = entry;
+            ++written[i];
+        }
+        if (at.Position() != parts[i].end) {
+            failed = true;
+            return;
+        }
+        ReleaseText(parts[i].begin, parts[i].end);
+    });
+
+    if (failed) {
+        // Entries written over were blank; entries added go with the resize.
+        for (size_t i = 0; i < parts.size(); ++i) {
+            const size_t from = base + firstRecord[i];
+            for (size_t index = from; index < std::min(from + written[i], oldSize); ++index)
+                list[index] = blank;
+        }
+        list.resize(oldSize);
+        scene.lists.used -= taken;
+        return false;
+    }
+    EndLineBlock(block, recordLines);
+    symbol = BlockEnd();
+    return true;
+}
+
+bool AseParser::ReadPlainVertices(std::string& symbol, Mesh& mesh)
+{
+    return ReadPlainList(symbol, mesh.vertices, {1, {}, true}, [&](LineCursor& at, Vector3& v, int32_t& number) {
+        return at.Keyword("*MESH_VERTEX") && Int(at, &number) && Vector(at, compat, v) && at.EndLine();
+    });
+}
+
+bool AseParser::ReadPlainFaces(std::string& symbol, Mesh& mesh)
+{
+    return ReadPlainList(symbol, mesh.faces, {1, {}, true}, [&](LineCursor& at, MeshFace& face, int32_t& number) {
+        if (!at.Keyword("*MESH_FACE") || !Int(at, &number))
+            return false;
+        int32_t* const fields[] = {&face.a, &face.b, &face.c, &face.ab, &face.bc, &face.ca};
+        for (int32_t* field : fields) {
+            // Labels are not checked; -compat would take one that begins a smoothing list as the
+            // end of a line without edge flags.
+            const std::string_view label = at.Word();
+            if (label.empty() || (compat && field == &face.ab && label.starts_with("*MESH_SMOOTHING")) ||
+                !Int(at, field))
+                return false;
+        }
+        if (!at.Keyword("*MESH_SMOOTHING"))
+            return false;
+        const std::string_view smoothing = at.Word();
+        if (smoothing == "*MESH_MTLID") {
+            face.smoothingGroup = -1;
+        } else if (smoothing.empty() || !ScanInt(smoothing, &face.smoothingGroup) || !at.Keyword("*MESH_MTLID")) {
+            return false;
+        }
+        return Int(at, &face.materialId) && at.EndLine();
+    });
+}
+
+bool AseParser::ReadPlainTexVertices(std::string& symbol, Mesh& mesh)
+{
+    return ReadPlainList(symbol, mesh.texVertices, {1, {}, false}, [&](LineCursor& at, MeshTexVertex& v, int32_t&) {
+        return at.Keyword("*MESH_TVERT") && Int(at, &v.index) && Float(at, compat, &v.u) &&
+               Float(at, compat, &v.v) && Float(at, compat, &v.w) && at.EndLine();
+    });
+}
+
+bool AseParser::ReadPlainTexFaces(std::string& symbol, Mesh& mesh)
+{
+    return ReadPlainList(symbol, mesh.texFaces, {1, {}, false}, [&](LineCursor& at, MeshTexFace& face, int32_t&) {
+        return at.Keyword("*MESH_TFACE") && Int(at, &face.index) && Int(at, &face.a) && Int(at, &face.b) &&
+               Int(at, &face.c) && at.EndLine();
+    });
+}
+
+bool AseParser::ReadPlainNormals(std::string& symbol, Mesh& mesh)
+{
+    const PlainList shape{4, "*MESH_FACENORMAL", false};
+    return ReadPlainList(symbol, mesh.normals, shape, [&](LineCursor& at, MeshFaceNormals& record, int32_t&) {
+        if (!at.Keyword("*MESH_FACENORMAL") || !Int(at, &record.faceIndex) || !Vector(at, compat, record.faceNormal) ||
+            !at.EndLine())
+            return false;
+        for (Vector3& corner : record.vertexNormals) {
+            // The vertex number is not kept.
+            if (!at.Keyword("*MESH_VERTEXNORMAL") || at.Word().empty() || !Vector(at, compat, corner) || !at.EndLine())
+                return false;
+        }
+        return true;
+    });
+}
