@@ -9,6 +9,7 @@
 #include "Scene/Scene.h"
 #include "resources/Messages.h"
 
+#include <cstdint>
 #include <memory>
 #include <unordered_map>
 #include <utility>
@@ -24,6 +25,8 @@ public:
     // Large mesh lists are read in parts of at least kListPartBytes on up to 4 x threads parts
     // (Ase/AsePlainLists.cpp); the parts' size is a parameter so that tests can split small lists.
     static constexpr size_t kListPartBytes = 256 * 1024;
+    // As listPartBytes: every list is read by the block readers alone (the tests' reference).
+    static constexpr size_t kBlockReadersOnly = SIZE_MAX;
 
     // Reports go to `reporter`; `compat` reads what other exporters write (-compat); `threads`
     // read the parts of a large list (1: everything on the calling thread).

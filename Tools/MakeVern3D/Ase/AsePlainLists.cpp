@@ -47,7 +47,7 @@ bool AseParser::ReadPlainList(std::string& symbol, List& list, const PlainList& 
 {
     using Entry = typename List::value_type;
     LineBlock block;
-    if (blockDepth >= kMaxBlockDepth || !FindLineBlock(block, listThreads))
+    if (listPartBytes == kBlockReadersOnly || blockDepth >= kMaxBlockDepth || !FindLineBlock(block, listThreads))
         return false;
     const std::vector<TextPart> parts = SplitLines(block, listPartBytes, size_t{4} * listThreads, shape.recordKeyword);
 
