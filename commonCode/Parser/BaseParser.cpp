@@ -25,7 +25,8 @@ constexpr uint64_t kMapThreshold = 1u << 20;
 
 // Text with a byte-order mark is taken as what the mark says: UTF-16 (either byte order) becomes
 // UTF-8 and a UTF-8 mark is dropped, so that such files read like the 8-bit text they hold.
-// Answers the new length; `buffer` has room for one byte more (the terminating zero).
+// Answers the new length; `buffer` has room for one byte more (the terminating zero) and the
+// padding.
 template <typename Buffer>
 uint64_t NormalizeEncoding(Buffer& buffer, uint64_t length)
 {
@@ -39,7 +40,7 @@ uint64_t NormalizeEncoding(Buffer& buffer, uint64_t length)
     const bool little = bytes[0] == 0xFF;
     const uint64_t units = (length - 2) / 2;
     // At most 3 UTF-8 bytes per 16-bit unit (a surrogate pair: 4 bytes for 2 units).
-    std::unique_ptr<char[]> converted(new (std::nothrow) char[units * 3 + 1]);
+    std::unique_ptr<char[]> converted(new (std::nothrow) char[units * 3 + 1 + BaseParser::kTextPadding]);
     if (!converted)
         return length;
     uint64_t out = 0;
@@ -124,13 +125,13 @@ void TextRelease::operator()(char* data) const
 
 bool BaseParser::MapWholeFile(int handle, uint64_t size)
 {
-    // A private, writable view of the file followed by at least one zero byte: an anonymous
-    // reservation one byte longer than the file, with the file mapped over its start. The rest of
+    // A private, writable view of the file followed by zero bytes: an anonymous reservation
+    // longer than the file by the final zero and the padding, with the file mapped over its start. The rest of
     // the file's last page reads as zero, and so does the reservation beyond it.
     const long page = ::sysconf(_SC_PAGESIZE);
     if (page <= 0)
         return false;
-    const uint64_t length = (size + 1 + static_cast<uint64_t>(page) - 1) / static_cast<uint64_t>(page) *
+    const uint64_t length = (size + 1 + BaseParser::kTextPadding + static_cast<uint64_t>(page) - 1) / static_cast<uint64_t>(page) *
                             static_cast<uint64_t>(page);
     void* reserved = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (reserved == MAP_FAILED)
@@ -153,7 +154,7 @@ void BaseParser::TakeText(TextBuffer buffer, uint64_t length)
 {
     const uint64_t loaded = length;
     length = NormalizeEncoding(buffer, length);
-    buffer[length] = '\0';
+    std::memset(buffer.get() + length, 0, 1 + kTextPadding);
     text = std::move(buffer);
     textSize = static_cast<uint32_t>(length + 1);
     cursor = 0;
@@ -205,7 +206,7 @@ HRESULT BaseParser::ReadWholeFile(int handle)
     uint64_t capacity = S_ISREG(info.st_mode) ? static_cast<uint64_t>(info.st_size) : 65536;
     if (capacity > kMaxFileSize)
         return HResultFromWin32(platform::ERROR_NOT_ENOUGH_MEMORY_CODE);
-    std::unique_ptr<char[]> buffer(new (std::nothrow) char[capacity + 1]);
+    std::unique_ptr<char[]> buffer(new (std::nothrow) char[capacity + 1 + kTextPadding]);
     if (!buffer)
         return E_OUTOFMEMORY;
     uint64_t used = 0;
@@ -227,7 +228,7 @@ HRESULT BaseParser::ReadWholeFile(int handle)
             const uint64_t grown = std::max<uint64_t>(capacity * 2, capacity + static_cast<uint64_t>(count));
             if (grown > kMaxFileSize)
                 return HResultFromWin32(platform::ERROR_NOT_ENOUGH_MEMORY_CODE);
-            std::unique_ptr<char[]> larger(new (std::nothrow) char[grown + 1]);
+            std::unique_ptr<char[]> larger(new (std::nothrow) char[grown + 1 + kTextPadding]);
             if (!larger)
                 return E_OUTOFMEMORY;
             std::memcpy(larger.get(), buffer.get(), used);

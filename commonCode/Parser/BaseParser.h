@@ -30,6 +30,9 @@ public:
     static constexpr const char* kEndOfData = "baseparser file end";
     // The longest symbol accepted; a longer one is reported as an error.
     static constexpr size_t kMaxSymbolLength = 4095;
+    // Zero bytes after the loaded text's final zero: scanners may read up to that many bytes
+    // ahead of any character of the text in one step (LineCursor does).
+    static constexpr size_t kTextPadding = 16;
 
     // Reports go to `reporter`, which each Load begins anew for the file loaded.
     explicit BaseParser(Reporter& reporter);
@@ -121,7 +124,7 @@ protected:
     int32_t line = 1;
     int32_t column = 1;
     using TextBuffer = std::unique_ptr<char[], TextRelease>;
-    TextBuffer text;  // the whole source followed by one zero byte
+    TextBuffer text;  // the whole source followed by a zero byte and kTextPadding more
     uint32_t textSize = 0;         // file size + 1
     uint32_t cursor = 0;           // index of the next character in text
     std::string_view lastSymbol;
