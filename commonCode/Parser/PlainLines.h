@@ -76,7 +76,6 @@ public:
     }
     bool Float(float* value)
     {
-        static constexpr float kPowers[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f};
         while (Class(*p) == kLineBlank)
             ++p;
         const char* start = p;
@@ -96,7 +95,7 @@ public:
             }
             if (fraction < 8 && wholeDigits + fraction > 0 && significand <= (uint64_t{1} << 24) &&
                 (Class(*q) == kLineBlank || Class(*q) == kLineEnd)) {
-                const float magnitude = static_cast<float>(significand) / kPowers[fraction];
+                const float magnitude = ShortDecimalValue(static_cast<uint32_t>(significand), fraction);
                 *value = *start == '-' ? -magnitude : magnitude;
                 p = q;
                 return true;

@@ -261,6 +261,21 @@ class Generator {
   std::mt19937_64 random_;
 };
 
+TEST(NumberScanTest, ShortDecimalsByOneMultiplicationRoundAsTheQuotient) {
+  // The quotient of two exact floats is correctly rounded: the value strtof gives the decimal.
+  static constexpr float kPowers[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f};
+  for (int fraction = 0; fraction <= 7; ++fraction) {
+    int wrong = 0;
+    for (uint32_t significand = 0; significand <= (1u << 24) && wrong < 5; ++significand) {
+      const float quotient = static_cast<float>(significand) / kPowers[fraction];
+      if (std::bit_cast<uint32_t>(ShortDecimalValue(significand, fraction)) != std::bit_cast<uint32_t>(quotient)) {
+        ++wrong;
+        ADD_FAILURE() << significand << " / 10^" << fraction;
+      }
+    }
+  }
+}
+
 TEST(NumberScanTest, RandomInputsMatchTheCLibrary) {
   Generator generator(20240611);
   int disagreements = 0;
