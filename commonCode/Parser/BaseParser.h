@@ -32,7 +32,7 @@ public:
     static constexpr size_t kMaxSymbolLength = 4095;
     // Zero bytes after the loaded text's final zero: scanners may read up to that many bytes
     // ahead of any character of the text in one step (LineCursor does).
-    static constexpr size_t kTextPadding = 16;
+    static constexpr size_t kTextPadding = 32;
 
     // Reports go to `reporter`, which each Load begins anew for the file loaded.
     explicit BaseParser(Reporter& reporter);

@@ -1,7 +1,7 @@
 // Reading blocks of records that stand one per line (or per few lines), without the general
 // scanner: a block is found and cut into parts at line starts by BaseParser (FindLineBlock,
 // SplitLines), each part read by a LineCursor on a thread of its own, and the reading position
-// moved past the block at once (EndLineBlock). A LineCursor reads up to 16 bytes ahead of where
+// moved past the block at once (EndLineBlock). A LineCursor reads up to 32 bytes ahead of where
 // it stands (BaseParser::kTextPadding) and only takes what the general scanner would hand out as
 // the same words: a word ends at a blank or a line end, and anything else there
 // (a quote, a bracket, a zero byte, a word longer than the scanner takes) fails the line, so that
@@ -48,7 +48,20 @@ public:
             ++p;
         return RestOfWord(p);
     }
-    bool Keyword(std::string_view keyword) { return Word() == keyword; }
+    // Whether the next word is `keyword`, compared in place (it is at most kMaxKeyword long).
+    static constexpr size_t kMaxKeyword = 32;
+    bool Keyword(std::string_view keyword)
+    {
+        while (Class(*p) == kLineBlank)
+            ++p;
+        if (keyword.size() > kMaxKeyword || std::memcmp(p, keyword.data(), keyword.size()) != 0)
+            return keyword.size() > kMaxKeyword && Word() == keyword;
+        const LineClass next = Class(p[keyword.size()]);
+        if (keyword.empty() || (next != kLineBlank && next != kLineEnd))
+            return false;
+        p += keyword.size();
+        return true;
+    }
     // The next word scanned as ScanInt / ScanFloat scan it, read in the same pass, eight digits at
     // a time, where it is a short plain number (the usual case); false when there is no word or it
     // does not scan.
