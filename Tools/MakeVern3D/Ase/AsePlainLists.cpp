@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
+#include <sys/mman.h>
 
 namespace {
 
@@ -27,6 +28,27 @@ bool Float(LineCursor& at, bool compat, float* value)
         return at.Float(value);
     const std::string_view word = at.Word();
     return !word.empty() && ScanFloatOrWindowsSpecial(word, value) && std::isfinite(*value);
+}
+
+// Grows the list to `size` entries. The pages of a large list's new memory are first mapped (and
+// cleared by the system) on all threads, in slices, before the entries are set on this one.
+template <typename List>
+void Grow(List& list, size_t size, uint32_t threads)
+{
+    constexpr size_t kSlice = 4u << 20;
+    const size_t bytes = (size - std::min(size, list.size())) * sizeof(typename List::value_type);
+    if (threads > 1 && bytes >= 2 * kSlice) {
+        list.reserve(size);
+        const auto begin = reinterpret_cast<uintptr_t>(list.data() + list.size());
+        ParallelFor((bytes + kSlice - 1) / kSlice, threads, [&](size_t i) {
+            constexpr uintptr_t kPage = 4096;
+            const uintptr_t from = (begin + i * kSlice + kPage - 1) & ~(kPage - 1);
+            const uintptr_t to = std::min(begin + (i + 1) * kSlice, begin + bytes) & ~(kPage - 1);
+            if (from < to)
+                ::madvise(reinterpret_cast<void*>(from), to - from, MADV_POPULATE_WRITE);
+        });
+    }
+    list.resize(size);
 }
 
 bool Vector(LineCursor& at, bool compat, Vector3& v)
@@ -81,7 +103,7 @@ bool AseParser::ReadPlainList(std::string& symbol, List& list, const PlainList& 
             return false;
         scene.lists.Take(taken);
     }
-    list.resize(std::max(oldSize, base + records));
+    Grow(list, std::max(oldSize, base + records), listThreads);
 
     std::vector<size_t> written(parts.size(), 0);
     std::atomic<bool> failed{false};
