@@ -334,14 +334,17 @@ bool BaseParser::ScanSymbol(std::string_view& symbol)
     const char* const data = text.get();
     const char* const last = data + textSize - 1;  // the terminating zero
     const char* p = data + cursor;
-    while (charClass[static_cast<uint8_t>(*p)] == kWhitespace) {
+    // White space: the lines it ends are counted, the column is taken once from where the last
+    // of them ended.
+    const char* const blankStart = p;
+    const char* lineStart = nullptr;
+    for (; charClass[static_cast<uint8_t>(*p)] == kWhitespace; ++p) {
         if (*p == '\n') {
             ++line;
-            column = 0;
+            lineStart = p + 1;
         }
-        ++column;
-        ++p;
     }
+    column = lineStart ? static_cast<int32_t>(p - lineStart) + 1 : column + static_cast<int32_t>(p - blankStart);
     const char first = *p++;
     ++column;
     cursor = static_cast<uint32_t>(p - data);
