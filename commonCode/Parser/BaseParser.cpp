@@ -131,8 +131,8 @@ bool BaseParser::MapWholeFile(int handle, uint64_t size)
     const long page = ::sysconf(_SC_PAGESIZE);
     if (page <= 0)
         return false;
-    const uint64_t length = (size + 1 + BaseParser::kTextPadding + static_cast<uint64_t>(page) - 1) / static_cast<uint64_t>(page) *
-                            static_cast<uint64_t>(page);
+    const auto pageBytes = static_cast<uint64_t>(page);
+    const uint64_t length = (size + 1 + kTextPadding + pageBytes - 1) / pageBytes * pageBytes;
     void* reserved = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (reserved == MAP_FAILED)
         return false;

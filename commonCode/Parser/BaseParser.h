@@ -2,7 +2,9 @@
 // and close blocks. It loads a file whole, hands out symbols with line counting, runs the
 // top-level loop, skips blocks nobody handles and reports errors and warnings with file and line
 // through the Reporter it is given (its own messages: Parser/ParserMessages.h). A derived reader
-// plugs its grammar in through the virtual operations.
+// plugs its grammar in through the virtual operations, and may read blocks of plain lines in
+// parts on several threads (Parser/PlainLines.h). A mapped file's pages are given back to the
+// system as they are read.
 #pragma once
 
 #include "AbstractData/Status.h"
@@ -69,12 +71,14 @@ public:
     // Consumes everything up to and including the "}" that matches a "{" just read.
     void SkipBlock(std::string& symbol);
 
-    // Blocks of plain lines (Parser/PlainLines.h). FindLineBlock: whether the next symbol is a "{"
-    // whose block has the shape of a LineBlock (nothing is consumed; `threads` look for its end). SplitLines: the block's
-    // record lines in at most `maxParts` parts of about `partBytes` or more, each beginning at a
-    // line whose first word is `recordKeyword` (any line when it is empty). EndLineBlock: the
-    // reading position past the block's "}", which is the last symbol, as if the block had been
-    // read symbol by symbol (`recordLines`: the newlines of its records).
+    // Blocks of plain lines (Parser/PlainLines.h).
+    // - FindLineBlock: whether the next symbol is a "{" whose block has the shape of a LineBlock
+    //   (nothing is consumed; `threads` look for its end).
+    // - SplitLines: the block's record lines in at most `maxParts` parts of about `partBytes` or
+    //   more, each beginning at a line whose first word is `recordKeyword` (any line when empty).
+    // - EndLineBlock: the reading position past the block's "}", which is the last symbol, lines
+    //   and column as if the block had been read symbol by symbol (`recordLines`: the newlines of
+    //   its records).
     bool FindLineBlock(LineBlock& block, uint32_t threads) const;
     std::vector<TextPart> SplitLines(const LineBlock& block, size_t partBytes, size_t maxParts,
                                      std::string_view recordKeyword) const;
@@ -132,6 +136,8 @@ protected:
     int32_t outermostBlockLine = 0;
     bool blocksClosedAtEnd = false;  // said for this file
     bool lastSymbolCut = false;
+
+private:
     // The text read so far is released behind the reading position as it moves on (ReleaseText),
     // keeping kKeptBehind bytes before it for the last symbol.
     static constexpr uint32_t kKeptBehind = 1u << 20;
@@ -140,7 +146,6 @@ protected:
     uint32_t releasedTo = 0;
     uint32_t releaseMark = 0;  // the position from which the next release is due
 
-private:
     enum CharClass : uint8_t { kWordChar = 0, kWhitespace = 1, kSingleChar = 2, kZero = 3 };
 
     // Reads the whole file; on failure returns the status, after reporting when that helps the user.

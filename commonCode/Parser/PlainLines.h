@@ -3,9 +3,10 @@
 // SplitLines), each part read by a LineCursor on a thread of its own, and the reading position
 // moved past the block at once (EndLineBlock). A LineCursor reads up to 32 bytes ahead of where
 // it stands (BaseParser::kTextPadding) and only takes what the general scanner would hand out as
-// the same words: a word ends at a blank or a line end, and anything else there
-// (a quote, a bracket, a zero byte, a word longer than the scanner takes) fails the line, so that
-// the block is read again by the general scanner, whose diagnostics are the only ones.
+// the same words: a word ends at a blank or a line end, and anything else there (a quote, a
+// bracket, a zero byte, a word longer than the scanner takes) fails the line, so that the block
+// is read again by the general scanner, whose diagnostics are the only ones. A LineCursor is used
+// by one thread; any number of them may read one text.
 #pragma once
 
 #include "Parser/NumberScan.h"
