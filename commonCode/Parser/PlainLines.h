@@ -177,7 +177,5 @@ private:
     const char* p;
 };
 
-// The number of newlines in [begin, end).
-size_t CountLines(const char* begin, const char* end);
 // The first `character` in [begin, end), or null; long texts are searched by `threads` threads.
 const char* FindFirst(const char* begin, const char* end, char character, uint32_t threads);

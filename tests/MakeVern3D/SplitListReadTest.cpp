@@ -117,6 +117,7 @@ TEST(SplitListReading, AgreesWithTheBlockReadersOnEveryThreadCount)
         {{"F", 30, "*MESH_FACE 30: A: 1 B: 2 C: 3 *MESH_SMOOTHING 1 *MESH_MTLID 0\n"}, true, "warning: Faces come", 0},
         // Not plain, read without a report: out of order, twice, across lines, a block, "}" on a line.
         {{"F", 32, "*MESH_FACE 45:" + face}, false, ""},
+        {{"TV", 25, "*MESH_TVERT 7 0.5 0.5 0\n"}, false, ""},
         {{"V", 20, "*MESH_VERTEX 3 7 7 7\n"}, false, ""},
         {{"TF", 34, "*MESH_TFACE 34 1\n 2 3\n"}, false, ""},
         {{"V", 25, "*MESH_VERTEX 25 1 1 1 { nested }\n"}, false, ""},

@@ -1,11 +1,12 @@
 // Mesh lists read at memory speed. A list whose lines all have their plain shape (one record per
-// line, a normal record on four) is cut into parts at line starts; each part is read on a thread
-// of its own into its own numbered range of the list, with the same words and the same scans as
-// the block readers use, so the values are theirs. Such a list gives no diagnostic by design: a
-// part that meets anything else (another word, a value that does not scan, a number out of order,
-// an entry already set, a list past our bounds) fails, every part's results are dropped and the
-// block reader reads the whole list from its "{", reporting as it always has. Each part's text is
-// given back to the system once it has been read.
+// line, a normal record on four, records numbered one after another) is cut into parts at record
+// lines; each part is read on a thread of its own into its own range of the list (the range its
+// first and the next part's first record numbers give), with the same words and the same scans
+// as the block readers use, so the values are theirs. Such a list gives no diagnostic by design:
+// a part that meets anything else (another word, a value that does not scan, a number out of
+// order, an entry already set, a list past our bounds) fails, every part's results are dropped
+// and the block reader reads the whole list from its "{", reporting as it always has. Each part's
+// text is given back to the system once it has been read.
 #include "AbstractData/Parallel.h"
 #include "Ase/AseParser.h"
 #include "Parser/NumberScan.h"
@@ -60,7 +61,7 @@ bool Vector(LineCursor& at, bool compat, Vector3& v)
 
 struct AseParser::PlainList {
     size_t linesPerRecord;
-    std::string_view recordKeyword;  // a part begins at a line that begins with it (empty: any line)
+    std::string_view recordKeyword;  // the first word of a record's first line
     bool numbered;                   // entries go where their numbers say, else after the list's end
 };
 
@@ -73,31 +74,39 @@ bool AseParser::ReadPlainList(std::string& symbol, List& list, const PlainList& 
         return false;
     const std::vector<TextPart> parts = SplitLines(block, listPartBytes, size_t{4} * listThreads, shape.recordKeyword);
 
-    // Each part's records, from its lines.
-    std::vector<size_t> lines(parts.size());
-    ParallelFor(parts.size(), listThreads, [&](size_t i) { lines[i] = CountLines(parts[i].begin, parts[i].end); });
-    std::vector<size_t> firstRecord(parts.size() + 1, 0);
-    size_t recordLines = 0;
-    for (size_t i = 0; i < parts.size(); ++i) {
-        if (lines[i] % shape.linesPerRecord != 0)
-            return false;
-        firstRecord[i + 1] = firstRecord[i] + lines[i] / shape.linesPerRecord;
-        recordLines += lines[i];
+    // Plain records are numbered one after another: each part holds the numbers from its first
+    // record's to the next part's first, the last part up to the last record's number.
+    const auto numberAt = [&](const char* line, int64_t* number) {
+        LineCursor at(LineClasses(), kMaxSymbolLength, line);
+        int32_t value = 0;
+        const bool read = at.Keyword(shape.recordKeyword) && at.Int(&value);
+        *number = value;
+        return read;
+    };
+    std::vector<int64_t> first(parts.size() + 1, 0);
+    const char* lastRecord = block.recordsEnd;
+    for (size_t back = 0; back < shape.linesPerRecord && lastRecord != block.records; ++back) {
+        const auto* newline = static_cast<const char*>(
+            ::memrchr(block.records, '\n', static_cast<size_t>(lastRecord - 1 - block.records)));
+        lastRecord = newline ? newline + 1 : block.records;
     }
-    const size_t records = firstRecord.back();
+    for (size_t i = 0; i < parts.size(); ++i) {
+        if (!numberAt(parts[i].begin, &first[i]) || (i > 0 && first[i] <= first[i - 1]))
+            return false;
+    }
+    if (!parts.empty() && (!numberAt(lastRecord, &first.back()) || ++first.back() <= first[parts.size() - 1]))
+        return false;
+    const size_t records = static_cast<size_t>(first.back() - first.front());
 
-    // A numbered list takes the first line's number and one more for each line after it, within
-    // our bounds on numbers and on the entries they create (so that none of them is reported).
+    // A numbered list's entries are its numbers, within our bounds on numbers and on the entries
+    // they create (so that none of them is reported); the others go after the list's end.
     const size_t oldSize = list.size();
     size_t base = oldSize;
     uint64_t taken = 0;
     if (shape.numbered && records > 0) {
-        LineCursor first(LineClasses(), kMaxSymbolLength, parts[0].begin);
-        int32_t number = 0;
-        if (first.Word().empty() || !Int(first, &number) || number < 0 ||
-            static_cast<uint64_t>(number) + records > static_cast<uint64_t>(kMaxListEntries))
+        if (first.front() < 0 || first.back() > kMaxListEntries)
             return false;
-        base = static_cast<size_t>(number);
+        base = static_cast<size_t>(first.front());
         taken = std::max(oldSize, base + records) - oldSize;
         if (taken > scene.lists.Free())
             return false;
@@ -112,10 +121,12 @@ bool AseParser::ReadPlainList(std::string& symbol, List& list, const PlainList& 
         LineCursor at(LineClasses(), kMaxSymbolLength, parts[i].begin);
         Entry entry;
         int32_t number = 0;
-        for (size_t index = base + firstRecord[i]; index < base + firstRecord[i + 1]; ++index) {
+        const size_t from = base + static_cast<size_t>(first[i] - first.front());
+        const size_t to = base + static_cast<size_t>(first[i + 1] - first.front());
+        for (size_t index = from; index < to; ++index) {
             if (failed.load(std::memory_order_relaxed) || !readRecord(at, entry, number) ||
-                (shape.numbered && (static_cast<size_t>(number) != index ||
-                                    (index < oldSize && std::memcmp(&list[index], &blank, sizeof(Entry)) != 0)))) {
+                number != first[i] + static_cast<int64_t>(index - from) ||
+                (index < oldSize && std::memcmp(&list[index], &blank, sizeof(Entry)) != 0)) {
                 failed = true;
                 return;
             }
@@ -132,7 +143,7 @@ bool AseParser::ReadPlainList(std::string& symbol, List& list, const PlainList& 
     if (failed) {
         // Entries written over were blank; entries added go with the resize.
         for (size_t i = 0; i < parts.size(); ++i) {
-            const size_t from = base + firstRecord[i];
+            const size_t from = base + static_cast<size_t>(first[i] - first.front());
             for (size_t index = from; index < std::min(from + written[i], oldSize); ++index)
                 list[index] = blank;
         }
@@ -140,21 +151,21 @@ bool AseParser::ReadPlainList(std::string& symbol, List& list, const PlainList& 
         scene.lists.used -= taken;
         return false;
     }
-    EndLineBlock(block, recordLines);
+    EndLineBlock(block, records * shape.linesPerRecord);
     symbol = BlockEnd();
     return true;
 }
 
 bool AseParser::ReadPlainVertices(std::string& symbol, Mesh& mesh)
 {
-    return ReadPlainList(symbol, mesh.vertices, {1, {}, true}, [&](LineCursor& at, Vector3& v, int32_t& number) {
+    return ReadPlainList(symbol, mesh.vertices, {1, "*MESH_VERTEX", true}, [&](LineCursor& at, Vector3& v, int32_t& number) {
         return at.Keyword("*MESH_VERTEX") && Int(at, &number) && Vector(at, compat, v) && at.EndLine();
     });
 }
 
 bool AseParser::ReadPlainFaces(std::string& symbol, Mesh& mesh)
 {
-    return ReadPlainList(symbol, mesh.faces, {1, {}, true}, [&](LineCursor& at, MeshFace& face, int32_t& number) {
+    return ReadPlainList(symbol, mesh.faces, {1, "*MESH_FACE", true}, [&](LineCursor& at, MeshFace& face, int32_t& number) {
         if (!at.Keyword("*MESH_FACE") || !Int(at, &number))
             return false;
         int32_t* const fields[] = {&face.a, &face.b, &face.c, &face.ab, &face.bc, &face.ca};
@@ -180,16 +191,16 @@ bool AseParser::ReadPlainFaces(std::string& symbol, Mesh& mesh)
 
 bool AseParser::ReadPlainTexVertices(std::string& symbol, Mesh& mesh)
 {
-    return ReadPlainList(symbol, mesh.texVertices, {1, {}, false}, [&](LineCursor& at, MeshTexVertex& v, int32_t&) {
-        return at.Keyword("*MESH_TVERT") && Int(at, &v.index) && Float(at, compat, &v.u) &&
+    return ReadPlainList(symbol, mesh.texVertices, {1, "*MESH_TVERT", false}, [&](LineCursor& at, MeshTexVertex& v, int32_t& number) {
+        return at.Keyword("*MESH_TVERT") && Int(at, &v.index) && (number = v.index, true) && Float(at, compat, &v.u) &&
                Float(at, compat, &v.v) && Float(at, compat, &v.w) && at.EndLine();
     });
 }
 
 bool AseParser::ReadPlainTexFaces(std::string& symbol, Mesh& mesh)
 {
-    return ReadPlainList(symbol, mesh.texFaces, {1, {}, false}, [&](LineCursor& at, MeshTexFace& face, int32_t&) {
-        return at.Keyword("*MESH_TFACE") && Int(at, &face.index) && Int(at, &face.a) && Int(at, &face.b) &&
+    return ReadPlainList(symbol, mesh.texFaces, {1, "*MESH_TFACE", false}, [&](LineCursor& at, MeshTexFace& face, int32_t& number) {
+        return at.Keyword("*MESH_TFACE") && Int(at, &face.index) && (number = face.index, true) && Int(at, &face.a) && Int(at, &face.b) &&
                Int(at, &face.c) && at.EndLine();
     });
 }
@@ -197,10 +208,11 @@ bool AseParser::ReadPlainTexFaces(std::string& symbol, Mesh& mesh)
 bool AseParser::ReadPlainNormals(std::string& symbol, Mesh& mesh)
 {
     const PlainList shape{4, "*MESH_FACENORMAL", false};
-    return ReadPlainList(symbol, mesh.normals, shape, [&](LineCursor& at, MeshFaceNormals& record, int32_t&) {
+    return ReadPlainList(symbol, mesh.normals, shape, [&](LineCursor& at, MeshFaceNormals& record, int32_t& number) {
         if (!at.Keyword("*MESH_FACENORMAL") || !Int(at, &record.faceIndex) || !Vector(at, compat, record.faceNormal) ||
             !at.EndLine())
             return false;
+        number = record.faceIndex;
         for (Vector3& corner : record.vertexNormals) {
             // The vertex number is not kept.
             if (!at.Keyword("*MESH_VERTEXNORMAL") || at.Word().empty() || !Vector(at, compat, corner) || !at.EndLine())
