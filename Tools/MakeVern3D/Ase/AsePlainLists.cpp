@@ -36,6 +36,7 @@ bool Float(LineCursor& at, bool compat, float* value)
 template <typename List>
 void Grow(List& list, size_t size, uint32_t threads)
 {
+#ifdef MADV_POPULATE_WRITE  // Linux 5.14
     constexpr size_t kSlice = 4u << 20;
     const size_t bytes = (size - std::min(size, list.size())) * sizeof(typename List::value_type);
     if (threads > 1 && bytes >= 2 * kSlice) {
@@ -49,6 +50,7 @@ void Grow(List& list, size_t size, uint32_t threads)
                 ::madvise(reinterpret_cast<void*>(from), to - from, MADV_POPULATE_WRITE);
         });
     }
+#endif
     list.resize(size);
 }
 
