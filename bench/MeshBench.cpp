@@ -159,10 +159,12 @@ void Run(benchmark::State& state, const std::string& file, const ConvertSettings
 }
 
 // Load, scan and every value into the records: -obj with no such object leaves nothing to write.
+// The second argument is -threads (0: one per core).
 void ReadGrid(benchmark::State& state)
 {
     ConvertSettings settings;
     settings.objectNames = {"no such object"};
+    settings.threads = static_cast<uint32_t>(state.range(1));
     Run(state, GridFile(static_cast<int>(state.range(0))), settings);
 }
 
@@ -207,7 +209,7 @@ void ConvertEmptyFrames(benchmark::State& state)
     Run(state, EmptyFramesFile(static_cast<int>(state.range(0)), static_cast<int>(state.range(1))), settings, true);
 }
 
-BENCHMARK(ReadGrid)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(ReadGrid)->ArgsProduct({{10'000, 100'000, 1'000'000}, {1, 0}})->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(ConvertGrid)->ArgsProduct({{10'000, 100'000, 1'000'000}, {1, 2}})->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(ConvertObjects)->ArgsProduct({{1'000, 10'000, 30'000}, {1, 2}})->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(ConvertAnimation)->Args({10'000, 100})->Args({10'000, 400})->Args({10'000, 1000})->Unit(benchmark::kMillisecond)->UseRealTime();

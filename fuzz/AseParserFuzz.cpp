@@ -33,6 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     settings.meshAnimFlags = static_cast<uint32_t>(size % 32);
     settings.analyse = static_cast<int32_t>(size / 32 % 3);
     settings.compat = size / 96 % 2 == 1;
+    // Lists are read in parts of a few lines (on one thread), so that the parts' joins are fuzzed.
+    settings.threads = 1;
+    settings.listPartBytes = 64;
     Reporter reporter;
     Scene scene;
     ConvertFile(input, output, settings, reporter, scene);

@@ -19,13 +19,15 @@ Conversion ConvertFile(const std::string& input, const std::string& output, cons
                        Reporter& reporter, Scene& scene, bool write)
 {
     // Read: the text becomes a scene (the reader and its text are gone before anything is built).
-    // A file that does not load gives nothing to go on with. On more than one thread, objects are
-    // built as they are read, for the writing to take over where it may.
+    // A file that does not load gives nothing to go on with. On more than one thread, large mesh
+    // lists are read in parts, and objects are built as they are read, for the writing to take
+    // over where it may.
     std::optional<EarlyBuilds> early;
     if (write && ThreadCount(settings.threads) > 1 && !settings.ivertex && !settings.keepMeshLists)
         early.emplace(settings);
     {
-        AseParser reader(reporter, settings.compat);
+        const size_t partBytes = settings.listPartBytes ? settings.listPartBytes : AseParser::kListPartBytes;
+        AseParser reader(reporter, settings.compat, ThreadCount(settings.threads), partBytes);
         if (early)
             reader.objectRead = [&](MeshNode& node, const Scene& read) { early->ObjectRead(node, read); };
         if (Failed(reader.Read(input, scene)))

@@ -2,6 +2,7 @@
 // once the command line has been read.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -26,4 +27,7 @@ struct ConvertSettings {
     // Not a switch: mesh nodes keep their lists (source mesh, frames, render mesh) once written,
     // for tests that look at them. Otherwise each node's lists are freed as soon as it is written.
     bool keepMeshLists = false;
+    // Not a switch: the least size of the parts that a large mesh list is read in (tests make it
+    // small, so that small files are read in parts too). 0: the reader's own.
+    size_t listPartBytes = 0;
 };

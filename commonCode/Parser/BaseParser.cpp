@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <algorithm>
+#include <cstdint>
 
 namespace {
 
@@ -24,7 +25,8 @@ constexpr uint64_t kMapThreshold = 1u << 20;
 
 // Text with a byte-order mark is taken as what the mark says: UTF-16 (either byte order) becomes
 // UTF-8 and a UTF-8 mark is dropped, so that such files read like the 8-bit text they hold.
-// Answers the new length; `buffer` has room for one byte more (the terminating zero).
+// Answers the new length; `buffer` has room for one byte more (the terminating zero) and the
+// padding.
 template <typename Buffer>
 uint64_t NormalizeEncoding(Buffer& buffer, uint64_t length)
 {
@@ -38,7 +40,7 @@ uint64_t NormalizeEncoding(Buffer& buffer, uint64_t length)
     const bool little = bytes[0] == 0xFF;
     const uint64_t units = (length - 2) / 2;
     // At most 3 UTF-8 bytes per 16-bit unit (a surrogate pair: 4 bytes for 2 units).
-    std::unique_ptr<char[]> converted(new (std::nothrow) char[units * 3 + 1]);
+    std::unique_ptr<char[]> converted(new (std::nothrow) char[units * 3 + 1 + BaseParser::kTextPadding]);
     if (!converted)
         return length;
     uint64_t out = 0;
@@ -106,6 +108,10 @@ void BaseParser::BuildCharClasses()
             charClass[value] = kSingleChar;
         else
             charClass[value] = kWordChar;
+        lineClass[value] = charClass[value] == kWordChar     ? kLineWord
+                           : character == '\n'              ? kLineEnd
+                           : charClass[value] == kWhitespace ? kLineBlank
+                                                             : kLineStop;
     }
 }
 
@@ -119,14 +125,14 @@ void TextRelease::operator()(char* data) const
 
 bool BaseParser::MapWholeFile(int handle, uint64_t size)
 {
-    // A private, writable view of the file followed by at least one zero byte: an anonymous
-    // reservation one byte longer than the file, with the file mapped over its start. The rest of
+    // A private, writable view of the file followed by zero bytes: an anonymous reservation
+    // longer than the file by the final zero and the padding, with the file mapped over its start. The rest of
     // the file's last page reads as zero, and so does the reservation beyond it.
     const long page = ::sysconf(_SC_PAGESIZE);
     if (page <= 0)
         return false;
-    const uint64_t length = (size + 1 + static_cast<uint64_t>(page) - 1) / static_cast<uint64_t>(page) *
-                            static_cast<uint64_t>(page);
+    const auto pageBytes = static_cast<uint64_t>(page);
+    const uint64_t length = (size + 1 + kTextPadding + pageBytes - 1) / pageBytes * pageBytes;
     void* reserved = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (reserved == MAP_FAILED)
         return false;
@@ -146,11 +152,40 @@ bool BaseParser::MapWholeFile(int handle, uint64_t size)
 
 void BaseParser::TakeText(TextBuffer buffer, uint64_t length)
 {
+    const uint64_t loaded = length;
     length = NormalizeEncoding(buffer, length);
-    buffer[length] = '\0';
+    std::memset(buffer.get() + length, 0, 1 + kTextPadding);
     text = std::move(buffer);
     textSize = static_cast<uint32_t>(length + 1);
     cursor = 0;
+    // Released pages come back from the file when touched: only a mapping left as the file is.
+    releasable = text.get_deleter().mappedBytes > 0 && length == loaded;
+    releasedTo = 0;
+    releaseMark = kKeptBehind + kReleaseStep;
+}
+
+void BaseParser::ReleaseText(const char* begin, const char* end) const
+{
+    static const uintptr_t page = static_cast<uintptr_t>(std::max(::sysconf(_SC_PAGESIZE), 1L));
+    if (!releasable || !text)
+        return;
+    // The page of the final zero was written: it is never released.
+    end = std::min<const char*>(end, text.get() + textSize - 1);
+    const uintptr_t from = (reinterpret_cast<uintptr_t>(begin) + page - 1) / page * page;
+    const uintptr_t to = reinterpret_cast<uintptr_t>(end) / page * page;
+    if (from < to)
+        ::madvise(reinterpret_cast<void*>(from), to - from, MADV_DONTNEED);
+}
+
+void BaseParser::ReleaseBehindCursor()
+{
+    releaseMark = cursor < UINT32_MAX - kReleaseStep ? cursor + kReleaseStep : UINT32_MAX;
+    if (!releasable || cursor < kKeptBehind)
+        return;
+    const uint32_t to = cursor - kKeptBehind;
+    if (to > releasedTo)
+        ReleaseText(text.get() + releasedTo, text.get() + to);
+    releasedTo = std::max(releasedTo, to);
 }
 
 HRESULT BaseParser::ReadWholeFile(int handle)
@@ -171,7 +206,7 @@ HRESULT BaseParser::ReadWholeFile(int handle)
     uint64_t capacity = S_ISREG(info.st_mode) ? static_cast<uint64_t>(info.st_size) : 65536;
     if (capacity > kMaxFileSize)
         return HResultFromWin32(platform::ERROR_NOT_ENOUGH_MEMORY_CODE);
-    std::unique_ptr<char[]> buffer(new (std::nothrow) char[capacity + 1]);
+    std::unique_ptr<char[]> buffer(new (std::nothrow) char[capacity + 1 + kTextPadding]);
     if (!buffer)
         return E_OUTOFMEMORY;
     uint64_t used = 0;
@@ -193,7 +228,7 @@ HRESULT BaseParser::ReadWholeFile(int handle)
             const uint64_t grown = std::max<uint64_t>(capacity * 2, capacity + static_cast<uint64_t>(count));
             if (grown > kMaxFileSize)
                 return HResultFromWin32(platform::ERROR_NOT_ENOUGH_MEMORY_CODE);
-            std::unique_ptr<char[]> larger(new (std::nothrow) char[grown + 1]);
+            std::unique_ptr<char[]> larger(new (std::nothrow) char[grown + 1 + kTextPadding]);
             if (!larger)
                 return E_OUTOFMEMORY;
             std::memcpy(larger.get(), buffer.get(), used);
@@ -299,14 +334,17 @@ bool BaseParser::ScanSymbol(std::string_view& symbol)
     const char* const data = text.get();
     const char* const last = data + textSize - 1;  // the terminating zero
     const char* p = data + cursor;
-    while (charClass[static_cast<uint8_t>(*p)] == kWhitespace) {
+    // White space: the lines it ends are counted, the column is taken once from where the last
+    // of them ended.
+    const char* const blankStart = p;
+    const char* lineStart = nullptr;
+    for (; charClass[static_cast<uint8_t>(*p)] == kWhitespace; ++p) {
         if (*p == '\n') {
             ++line;
-            column = 0;
+            lineStart = p + 1;
         }
-        ++column;
-        ++p;
     }
+    column = lineStart ? static_cast<int32_t>(p - lineStart) + 1 : column + static_cast<int32_t>(p - blankStart);
     const char first = *p++;
     ++column;
     cursor = static_cast<uint32_t>(p - data);
@@ -433,7 +471,108 @@ bool BaseParser::NextSymbolView(std::string_view& symbol)
     if (!ScanSymbol(symbol))
         return false;
     lastSymbol = symbol;
+    if (cursor >= releaseMark)
+        ReleaseBehindCursor();
     return true;
+}
+
+bool BaseParser::FindLineBlock(LineBlock& block, uint32_t threads) const
+{
+    const char* begin = BlockBegin();
+    const char* end = BlockEnd();
+    if (!text || HasError() || cursor >= textSize || begin[0] == '\0' || begin[1] != '\0' || end[0] == '\0' ||
+        end[1] != '\0')
+        return false;
+    const char* const data = text.get();
+    const char* const last = data + textSize - 1;
+    const char* p = data + cursor;
+    while (charClass[static_cast<uint8_t>(*p)] == kWhitespace)
+        ++p;
+    if (*p != begin[0] || charClass[static_cast<uint8_t>(*p)] != kSingleChar ||
+        charClass[static_cast<uint8_t>(end[0])] != kSingleChar)
+        return false;
+    const char* inside = p + 1;
+    const char* close = FindFirst(inside, last, end[0], threads);
+    if (!close)
+        return false;
+    const auto blanks = [&](const char* from, const char* to) {
+        return std::all_of(from, to, [&](char c) { return lineClass[static_cast<uint8_t>(c)] == kLineBlank; });
+    };
+    const size_t length = static_cast<size_t>(close - inside);
+    const auto* first = static_cast<const char*>(std::memchr(inside, '\n', length));
+    block = LineBlock{p, nullptr, nullptr, close};
+    if (!first)
+        return blanks(inside, close);
+    const auto* lastNewline = static_cast<const char*>(::memrchr(inside, '\n', length));
+    block.records = first + 1;
+    block.recordsEnd = lastNewline + 1;
+    return blanks(inside, first) && blanks(lastNewline + 1, close);
+}
+
+std::vector<TextPart> BaseParser::SplitLines(const LineBlock& block, size_t partBytes, size_t maxParts,
+                                             std::string_view recordKeyword) const
+{
+    std::vector<TextPart> parts;
+    if (!block.records || block.records == block.recordsEnd)
+        return parts;
+    const char* const end = block.recordsEnd;
+    // The first line at or after `at` that begins a record, or null within a few lines.
+    const auto recordLine = [&](const char* at) -> const char* {
+        for (int tries = 0; tries < 64; ++tries) {
+            if (at[-1] != '\n') {
+                at = static_cast<const char*>(std::memchr(at, '\n', static_cast<size_t>(end - at)));
+                if (!at || ++at == end)
+                    return nullptr;
+            }
+            LineCursor line(lineClass, kMaxSymbolLength, at);
+            if (recordKeyword.empty() || line.Keyword(recordKeyword))
+                return at;
+            ++at;
+        }
+        return nullptr;
+    };
+    const size_t bytes = static_cast<size_t>(end - block.records);
+    const size_t count = std::clamp<size_t>(bytes / std::max<size_t>(partBytes, 1), 1, std::max<size_t>(maxParts, 1));
+    const char* start = block.records;
+    for (size_t k = 1; k < count; ++k) {
+        const char* target = block.records + bytes / count * k;
+        if (target <= start)
+            continue;
+        const char* cut = recordLine(target);
+        if (!cut)
+            break;
+        parts.push_back({start, cut});
+        start = cut;
+    }
+    parts.push_back({start, end});
+    return parts;
+}
+
+void BaseParser::EndLineBlock(const LineBlock& block, size_t recordLines)
+{
+    // Line and column as the scanner counts them, symbol by symbol.
+    const char* const data = text.get();
+    for (const char* p = data + cursor; p < block.open; ++p) {
+        if (*p == '\n') {
+            ++line;
+            column = 0;
+        }
+        ++column;
+    }
+    ++column;  // the "{"
+    BlockOpened();
+    if (block.records) {
+        line += static_cast<int32_t>(1 + recordLines);
+        column = static_cast<int32_t>(block.close - block.recordsEnd) + 2;
+    } else {
+        column += static_cast<int32_t>(block.close - block.open);
+    }
+    BlockClosed();
+    cursor = static_cast<uint32_t>(block.close + 1 - data);
+    lastSymbol = std::string_view(block.close, 1);
+    lastSymbolCut = false;
+    if (cursor >= releaseMark)
+        ReleaseBehindCursor();
 }
 
 void BaseParser::HandleSymbol(std::string& symbol)

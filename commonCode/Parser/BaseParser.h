@@ -2,17 +2,21 @@
 // and close blocks. It loads a file whole, hands out symbols with line counting, runs the
 // top-level loop, skips blocks nobody handles and reports errors and warnings with file and line
 // through the Reporter it is given (its own messages: Parser/ParserMessages.h). A derived reader
-// plugs its grammar in through the virtual operations.
+// plugs its grammar in through the virtual operations, and may read blocks of plain lines in
+// parts on several threads (Parser/PlainLines.h). A mapped file's pages are given back to the
+// system as they are read.
 #pragma once
 
 #include "AbstractData/Status.h"
 #include "Parser/ParserMessages.h"
+#include "Parser/PlainLines.h"
 #include "Parser/Reporter.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // Releases a loaded text: a mapping of the file (mappedBytes > 0) or an allocated copy.
 struct TextRelease {
@@ -28,6 +32,9 @@ public:
     static constexpr const char* kEndOfData = "baseparser file end";
     // The longest symbol accepted; a longer one is reported as an error.
     static constexpr size_t kMaxSymbolLength = 4095;
+    // Zero bytes after the loaded text's final zero: scanners may read up to that many bytes
+    // ahead of any character of the text in one step (LineCursor does).
+    static constexpr size_t kTextPadding = 32;
 
     // Reports go to `reporter`, which each Load begins anew for the file loaded.
     explicit BaseParser(Reporter& reporter);
@@ -63,6 +70,24 @@ public:
 
     // Consumes everything up to and including the "}" that matches a "{" just read.
     void SkipBlock(std::string& symbol);
+
+    // Blocks of plain lines (Parser/PlainLines.h).
+    // - FindLineBlock: whether the next symbol is a "{" whose block has the shape of a LineBlock
+    //   (nothing is consumed; `threads` look for its end).
+    // - SplitLines: the block's record lines in at most `maxParts` parts of about `partBytes` or
+    //   more, each beginning at a line whose first word is `recordKeyword` (any line when empty).
+    // - EndLineBlock: the reading position past the block's "}", which is the last symbol, lines
+    //   and column as if the block had been read symbol by symbol (`recordLines`: the newlines of
+    //   its records).
+    bool FindLineBlock(LineBlock& block, uint32_t threads) const;
+    std::vector<TextPart> SplitLines(const LineBlock& block, size_t partBytes, size_t maxParts,
+                                     std::string_view recordKeyword) const;
+    void EndLineBlock(const LineBlock& block, size_t recordLines);
+    const uint8_t* LineClasses() const { return lineClass; }
+    // Gives the pages of the mapped text that lie wholly in [begin, end) back to the system, which
+    // reads them again from the file if they are ever touched again. Only a file mapped unchanged
+    // is released (a copy or a converted text is not); safe from any thread.
+    void ReleaseText(const char* begin, const char* end) const;
 
     bool HasError() const { return reporter.HasError(); }
     const std::string& SourceName() const { return sourceName; }
@@ -103,7 +128,7 @@ protected:
     int32_t line = 1;
     int32_t column = 1;
     using TextBuffer = std::unique_ptr<char[], TextRelease>;
-    TextBuffer text;  // the whole source followed by one zero byte
+    TextBuffer text;  // the whole source followed by a zero byte and kTextPadding more
     uint32_t textSize = 0;         // file size + 1
     uint32_t cursor = 0;           // index of the next character in text
     std::string_view lastSymbol;
@@ -113,6 +138,14 @@ protected:
     bool lastSymbolCut = false;
 
 private:
+    // The text read so far is released behind the reading position as it moves on (ReleaseText),
+    // keeping kKeptBehind bytes before it for the last symbol.
+    static constexpr uint32_t kKeptBehind = 1u << 20;
+    static constexpr uint32_t kReleaseStep = 4u << 20;
+    bool releasable = false;
+    uint32_t releasedTo = 0;
+    uint32_t releaseMark = 0;  // the position from which the next release is due
+
     enum CharClass : uint8_t { kWordChar = 0, kWhitespace = 1, kSingleChar = 2, kZero = 3 };
 
     // Reads the whole file; on failure returns the status, after reporting when that helps the user.
@@ -123,6 +156,7 @@ private:
     void BuildCharClasses();
     bool EndOfText();  // reports "Could not read next char." and answers true at the end
     bool SymbolTooLong(size_t length);
+    void ReleaseBehindCursor();
     bool ScanSymbol(std::string_view& symbol);
     // The symbol that the final zero byte gives: the end-of-data symbol, or BlockEnd() while
     // closeBlocksAtEnd has blocks to close.
@@ -131,4 +165,5 @@ private:
     const char* NanPayloadEnd(const char* start, const char* end) const;
 
     CharClass charClass[256] = {};
+    uint8_t lineClass[256] = {};
 };

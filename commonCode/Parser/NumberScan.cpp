@@ -120,6 +120,7 @@ bool ScanInt(std::string_view text, int32_t* value) {
 bool ScanFloat(std::string_view text, float* value) {
   Cursor at{text.data(), text.data() + text.size()};
   SkipSpace(at);
+  if (ScanShortDecimal(at.p, at.end, value)) return true;
   const char* signStart = at.p;
   const bool negative = at.Peek() == '-';
   if (negative || at.Peek() == '+') ++at.p;

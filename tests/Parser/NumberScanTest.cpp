@@ -1,9 +1,12 @@
 // ScanInt and ScanFloat must agree with the C library's sscanf for "%d", "%d:" and "%f": same
-// success and same bits (sign of zero, NaN patterns), and an untouched value on failure.
+// success and same bits (sign of zero, NaN patterns), and an untouched value on failure; so must
+// LineCursor's one-pass reading of a word's number.
 #include "Parser/NumberScan.h"
+#include "Parser/PlainLines.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdio>
@@ -30,6 +33,34 @@ std::string Show(std::string_view text) {
     shown += escaped;
   }
   return shown + '"';
+}
+
+// LineCursor's numbers, read with the word in one pass: ScanFloat's and ScanInt's on that word.
+std::string CursorDisagreement(std::string_view text) {
+  static const auto classes = [] {
+    std::array<uint8_t, 256> table{};
+    for (int c = 0; c < 256; ++c)
+      table[c] = c == '\n' ? kLineEnd
+                 : c == ' ' || c == '\t' || c == '\r' ? kLineBlank
+                 : c == 0 || std::string_view("\"(){}").find(static_cast<char>(c)) != std::string_view::npos ? kLineStop
+                 : kLineWord;
+    return table;
+  }();
+  std::string padded(text);
+  padded += '\n';
+  padded.append(16, '\0');
+  const auto cursor = [&] { return LineCursor(classes.data(), 4095, padded.data()); };
+  const std::string_view word = cursor().Word();
+  float ourFloat = 0, wordFloat = 0;
+  const bool floatOk = cursor().Float(&ourFloat);
+  if (floatOk != (!word.empty() && ScanFloat(word, &wordFloat)) ||
+      (floatOk && std::bit_cast<uint32_t>(ourFloat) != std::bit_cast<uint32_t>(wordFloat)))
+    return Show(text) + " LineCursor::Float";
+  int32_t ourInt = 0, wordInt = 0;
+  const bool intOk = cursor().Int(&ourInt);
+  if (intOk != (!word.empty() && ScanInt(word, &wordInt)) || (intOk && ourInt != wordInt))
+    return Show(text) + " LineCursor::Int";
+  return "";
 }
 
 // sscanf stops at the terminator std::string supplies; the scanners get a buffer of exactly the
@@ -62,7 +93,7 @@ std::string Disagreement(std::string_view text) {
       return Show(text) + line;
     }
   }
-  return "";
+  return CursorDisagreement(text);
 }
 
 // Inputs where the collection rules of scanf, strto* and fast_float part ways.
@@ -229,6 +260,21 @@ class Generator {
 
   std::mt19937_64 random_;
 };
+
+TEST(NumberScanTest, ShortDecimalsByOneMultiplicationRoundAsTheQuotient) {
+  // The quotient of two exact floats is correctly rounded: the value strtof gives the decimal.
+  static constexpr float kPowers[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f};
+  for (int fraction = 0; fraction <= 7; ++fraction) {
+    int wrong = 0;
+    for (uint32_t significand = 0; significand <= (1u << 24) && wrong < 5; ++significand) {
+      const float quotient = static_cast<float>(significand) / kPowers[fraction];
+      if (std::bit_cast<uint32_t>(ShortDecimalValue(significand, fraction)) != std::bit_cast<uint32_t>(quotient)) {
+        ++wrong;
+        ADD_FAILURE() << significand << " / 10^" << fraction;
+      }
+    }
+  }
+}
 
 TEST(NumberScanTest, RandomInputsMatchTheCLibrary) {
   Generator generator(20240611);

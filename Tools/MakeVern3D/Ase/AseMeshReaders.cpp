@@ -85,6 +85,8 @@ void AseParser::ReadMesh(std::string& symbol, Mesh& mesh)
 
 void AseParser::ReadVertexList(std::string& symbol, Mesh& mesh)
 {
+    if (ReadPlainVertices(symbol, mesh))
+        return;
     ReadBlock(symbol, [&](std::string& keyword) {
         if (keyword != "*MESH_VERTEX")
             return Keyword::NotMine;
@@ -103,6 +105,8 @@ void AseParser::ReadVertexList(std::string& symbol, Mesh& mesh)
 
 void AseParser::ReadFaceList(std::string& symbol, Mesh& mesh)
 {
+    if (ReadPlainFaces(symbol, mesh))
+        return;
     bool edgeFlagsSaid = false;
     ReadBlock(symbol, [&](std::string& keyword) {
         if (keyword != "*MESH_FACE")
@@ -159,6 +163,8 @@ void AseParser::ReadTexVertexList(std::string& symbol, Mesh& mesh)
 {
     // w is kept but never written.
     ReadListNotingUnused("texture vertex list", [&] {
+        if (ReadPlainTexVertices(symbol, mesh))
+            return;
         ReadBlock(symbol, [&](std::string& keyword) {
             if (keyword != "*MESH_TVERT")
                 return Keyword::NotMine;
@@ -175,6 +181,8 @@ void AseParser::ReadTexVertexList(std::string& symbol, Mesh& mesh)
 
 void AseParser::ReadTexFaceList(std::string& symbol, Mesh& mesh)
 {
+    if (ReadPlainTexFaces(symbol, mesh))
+        return;
     ReadBlock(symbol, [&](std::string& keyword) {
         if (keyword != "*MESH_TFACE")
             return Keyword::NotMine;
@@ -195,6 +203,8 @@ void AseParser::ReadNormals(std::string& symbol, Mesh& mesh)
 
 void AseParser::ReadNormalRecords(std::string& symbol, Mesh& mesh)
 {
+    if (ReadPlainNormals(symbol, mesh))
+        return;
     bool faceNormalsOnlySaid = false;
     ReadBlock(symbol, [&](std::string& keyword) {
         // -compat: corner normals listed apart from their faces (by vertex) are not kept.

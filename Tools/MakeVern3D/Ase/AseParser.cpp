@@ -2,9 +2,11 @@
 
 #include "Parser/NumberScan.h"
 
+#include <algorithm>
 #include <cmath>
 
-AseParser::AseParser(Reporter& reporter, bool compat) : BaseParser(reporter), compat(compat)
+AseParser::AseParser(Reporter& reporter, bool compat, uint32_t threads, size_t listPartBytes)
+    : BaseParser(reporter), compat(compat), listThreads(std::max(threads, 1u)), listPartBytes(listPartBytes)
 {
     closeBlocksAtEnd = compat;
     joinNanPayloads = compat;

@@ -9,6 +9,7 @@
 #include "Scene/Scene.h"
 #include "resources/Messages.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <unordered_map>
@@ -22,8 +23,15 @@ public:
     // beyond this depth the file is refused instead of growing the stack.
     static constexpr int kMaxBlockDepth = 256;
 
-    // Reports go to `reporter`; `compat` reads what other exporters write (-compat).
-    AseParser(Reporter& reporter, bool compat);
+    // Large mesh lists are read in parts of at least kListPartBytes on up to 4 x threads parts
+    // (Ase/AsePlainLists.cpp); the parts' size is a parameter so that tests can split small lists.
+    static constexpr size_t kListPartBytes = 256 * 1024;
+    // As listPartBytes: every list is read by the block readers alone (the tests' reference).
+    static constexpr size_t kBlockReadersOnly = SIZE_MAX;
+
+    // Reports go to `reporter`; `compat` reads what other exporters write (-compat); `threads`
+    // read the parts of a large list (1: everything on the calling thread).
+    AseParser(Reporter& reporter, bool compat, uint32_t threads = 1, size_t listPartBytes = kListPartBytes);
     ~AseParser() override;
 
     // Called with each geometry object whose block has ended without error, once it is linked
@@ -170,6 +178,20 @@ private:
     // Makes entry `number` exist (growing to number + 1 entries); negative numbers are refused.
     template <typename List>
     bool GrowForNumber(List& list, int32_t number);
+
+    // A mesh list whose lines all have their plain shape, read in parts on listThreads threads
+    // (Ase/AsePlainLists.cpp). False, with nothing read or changed, for any other list: the block
+    // reader then reads it from its "{".
+    bool ReadPlainVertices(std::string& symbol, Mesh& mesh);
+    bool ReadPlainFaces(std::string& symbol, Mesh& mesh);
+    bool ReadPlainTexVertices(std::string& symbol, Mesh& mesh);
+    bool ReadPlainTexFaces(std::string& symbol, Mesh& mesh);
+    bool ReadPlainNormals(std::string& symbol, Mesh& mesh);
+    struct PlainList;
+    template <typename List, typename ReadRecord>
+    bool ReadPlainList(std::string& symbol, List& list, const PlainList& shape, ReadRecord&& readRecord);
+    const uint32_t listThreads;
+    const size_t listPartBytes;
 
     // -compat: objects whose *NODE_PARENT named no node read so far, with the record's line.
     struct LaterParent {
