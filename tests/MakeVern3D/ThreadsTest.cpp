@@ -172,7 +172,7 @@ TEST(Threads, CorpusConvertsAlikeOnAnyNumberOfThreads)
         "ops.txt", "mesh_move { first_frame 0; last_frame 2; move_x 0.5; move_y 0; move_z 2.5; }\n");
     const ConvertSettings sets[] = {Switches(false, 0), Switches(true, 31), Switches(true, 1, 1, operations)};
     size_t files = 0;
-    for (const std::string folder : {std::string(MAKEVERN3D_SHARED_CORPUS), std::string(MAKEVERN3D_SHARED_CORPUS) + "/odd"})
+    for (const std::string& folder : {std::string(MAKEVERN3D_SHARED_CORPUS), std::string(MAKEVERN3D_SHARED_CORPUS) + "/odd"})
         for (const std::string& name : testfiles::Entries(folder)) {
             if (name.size() < 4 || (name.substr(name.size() - 4) != ".ase" && name.substr(name.size() - 4) != ".ASE"))
                 continue;
