@@ -11,6 +11,8 @@
 # - OPTIONS are passed on after the scene, each switch and value as one item. Relative values of
 #   -ma and -vertexdir are taken from the current source folder, like SOURCES; with -ivertex and
 #   no -vertexdir, vertex files are read from the current source folder.
+# - Each conversion runs on one thread (-threads 1) unless OPTIONS set -threads: the build runs as
+#   many steps at once as it has jobs, and a thread of each on every core would only compete.
 # - Each step runs in the current binary folder and names its files relative to it (through -uri,
 #   which also takes what lies outside the project by its absolute path): the outputs (whose root
 #   node is named after the scene as given) and the dependency files are the same wherever the
@@ -52,11 +54,16 @@ function(makevern3d_add_scenes target)
       set(has_${CMAKE_MATCH_1} TRUE)
     elseif(option MATCHES "^[-/]ivertex$")
       set(has_ivertex TRUE)
+    elseif(option MATCHES "^[-/]threads$")
+      set(has_threads TRUE)
     elseif(option MATCHES "^[-/](o|depfile)$")
       message(FATAL_ERROR "makevern3d_add_scenes(${target}): ${option} is set for each scene, not in OPTIONS")
     endif()
     list(APPEND options ${option})
   endforeach()
+  if(NOT has_threads)
+    list(APPEND options -threads 1)
+  endif()
   if(has_ivertex AND NOT has_vertexdir)
     _makevern3d_file_name(. "${CMAKE_CURRENT_SOURCE_DIR}" folder)
     list(APPEND options -vertexdir ${folder})
