@@ -183,7 +183,8 @@ TEST(NumberScanTest, WindowsSpellingsOfNanAndInfinity) {
   }
 }
 
-// Random strings assembled from the pieces that steer the collection rules.
+// Random strings assembled from the pieces that steer the collection rules: well-formed floats,
+// exact ties between adjacent floats, and fragments.
 class Generator {
  public:
   explicit Generator(uint64_t seed) : random_(seed) {}
@@ -201,17 +202,15 @@ class Generator {
 
   std::string Digits(size_t count) {
     std::string digits;
-    for (size_t i = 0; i < count; ++i) digits += static_cast<char>('0' + Below(10));
+    while (digits.size() < count) digits += static_cast<char>('0' + Below(10));
     return digits;
   }
 
   std::string WellFormedFloat() {
-    float value;
-    switch (Below(3)) {
-      case 0: value = std::bit_cast<float>(static_cast<uint32_t>(random_())); break;
-      case 1: value = static_cast<float>(static_cast<int32_t>(random_()) % 100000) / 10000.0f; break;
-      default: value = std::ldexp(static_cast<float>(Below(1u << 24)), static_cast<int>(Below(300)) - 170);
-    }
+    const uint32_t kind = Below(3);
+    const float value = kind == 0   ? std::bit_cast<float>(static_cast<uint32_t>(random_()))
+                        : kind == 1 ? static_cast<float>(static_cast<int32_t>(random_()) % 100000) / 10000.0f
+                                    : std::ldexp(static_cast<float>(Below(1u << 24)), static_cast<int>(Below(300)) - 170);
     static const char* const styles[] = {"%.*e", "%.*g", "%.*f", "%.*E", "%#.*g"};
     char text[512];
     std::snprintf(text, sizeof text, styles[Below(5)], static_cast<int>(Below(14)), static_cast<double>(value));
@@ -229,31 +228,27 @@ class Generator {
     std::string tie = text;
     size_t last = tie.find('e') - 1;
     while (tie[last] == '0') --last;
-    switch (Below(3)) {
-      case 0: if (tie[last] != '9') ++tie[last]; break;
-      case 1: if (tie[last] != '0') --tie[last]; break;
-      default: break;
-    }
+    const uint32_t nudge = Below(3);
+    if (nudge == 0 && tie[last] != '9') ++tie[last];
+    if (nudge == 1 && tie[last] != '0') --tie[last];
     return (Below(2) ? "-" : "") + tie;
   }
 
   std::string Fragments() {
     static const char* const pieces[] = {
-        "-", "+", "0", "1", "9", ".", "e", "E", "e-", "e+", "p", "P", "p-", "x", "X", "0x", "0X",
-        "inf", "INF", "infinity", "inity", "in", "i", "nan", "NaN", "n", "na", "(", ")", "a", "f",
-        "z", "#", "#IND", ":", ",", " ", "\t", "\n", "\v", "\f", "\r", "\xa0", "\x80", "2147483647",
-        "2147483648", "-2147483649", "4294967296", "9223372036854775807",
-        "9223372036854775808", "-9223372036854775809", "18446744073709551616", "340282346",
+        "-", "+", "0", "1", "9", ".", "e", "E", "e-", "e+", "p", "P", "p-", "x", "X", "0x", "0X", "inf", "INF",
+        "infinity", "inity", "in", "i", "nan", "NaN", "n", "na", "(", ")", "a", "f", "z", "#", "#IND", ":", ",", " ",
+        "\t", "\n", "\v", "\f", "\r", "\xa0", "\x80", "2147483647", "2147483648", "-2147483649", "4294967296",
+        "9223372036854775807", "9223372036854775808", "-9223372036854775809", "18446744073709551616", "340282346",
         "1e38", "1e39", "1e-45", "1e-46", "1.17549435e-38", "16777217",
     };
     std::string text;
     for (uint32_t i = 0, count = 1 + Below(7); i < count; ++i) {
-      switch (Below(10)) {
-        case 0: text += Digits(1 + Below(4)); break;
-        case 1: text += Digits(15 + Below(Below(8) == 0 ? 400 : 30)); break;
-        case 2: if (Below(8) == 0) text += '\0'; break;
-        default: text += pieces[Below(std::size(pieces))];
-      }
+      const uint32_t kind = Below(10);
+      if (kind == 0) text += Digits(1 + Below(4));
+      else if (kind == 1) text += Digits(15 + Below(Below(8) == 0 ? 400 : 30));
+      else if (kind == 2) text += std::string(Below(8) == 0 ? 1 : 0, '\0');
+      else text += pieces[Below(std::size(pieces))];
     }
     return text;
   }
