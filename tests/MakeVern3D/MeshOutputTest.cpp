@@ -200,20 +200,20 @@ TEST(MeshOutput, TwoSidedFacesAndTheTriangleOrder)
     // Face 1 (two-sided, edges BC and CA visible): the front lists a, c, b with flags 2|4; the
     // back lists a, b, c with flags 2|1 and normals turned round.
     const auto& frame = mesh.vertices;
-    const auto plain = mesh.batches[0];
-    const auto front = mesh.triangles[0];
-    const auto back = mesh.triangles[1];
-    EXPECT_EQ(front.flags, 6u);
-    EXPECT_EQ(back.flags, 3u);
-    auto at = [&](const vern3d::Triangle& t, int k) { return frame[plain.firstVertex + t.corners[k]]; };
-    const V corners[3] = {{1, 0, 0}, {1, 1, 0}, {0, 1, 0}};  // a, b, c of face 1
-    for (int k = 0; k < 3; ++k) {
-        EXPECT_EQ(Xyz(at(back, k).position), corners[k]);
-        EXPECT_EQ(Xyz(at(back, k).normal), (V{0, 0, -1}));
-    }
-    EXPECT_EQ(Xyz(at(front, 1).position), corners[2]);
-    EXPECT_EQ(Xyz(at(front, 2).position), corners[1]);
-    EXPECT_EQ(Xyz(at(front, 0).normal), (V{0, 0, 1}));
+    const auto front = mesh.triangles[0], back = mesh.triangles[1];
+    EXPECT_EQ(std::pair(front.flags, back.flags), std::pair(6u, 3u));
+    const auto corners = [&](const vern3d::Triangle& t, bool normals) {
+        std::vector<V> list;
+        for (uint32_t k : t.corners) {
+            const auto& vertex = frame[mesh.batches[0].firstVertex + k];
+            list.push_back(Xyz(normals ? vertex.normal : vertex.position));
+        }
+        return list;
+    };
+    EXPECT_EQ(corners(back, false), (std::vector<V>{{1, 0, 0}, {1, 1, 0}, {0, 1, 0}}));  // a, b, c of face 1
+    EXPECT_EQ(corners(front, false), (std::vector<V>{{1, 0, 0}, {0, 1, 0}, {1, 1, 0}}));
+    EXPECT_EQ(corners(back, true), (std::vector<V>(3, {0, 0, -1})));
+    EXPECT_EQ(corners(front, true), (std::vector<V>(3, {0, 0, 1})));
     // The first vertex of face 0 and face 3 is one render vertex, but it appears in both batches.
     EXPECT_EQ(Xyz(frame[mesh.batches[1].firstVertex].position), (V{0, 0, 0}));
     EXPECT_EQ(Xyz(frame[mesh.batches[3].firstVertex].position), (V{0, 0, 0}));
