@@ -85,7 +85,8 @@ TEST(AseDocument, SceneValuesAndTheTree)
     auto good = ParseAse("*COMMENT \"c\"\n*SCENE {\n*SCENE_FILENAME \"a\"\n*SCENE_FIRSTFRAME 0\n*SCENE_LASTFRAME 100\n"
                          "*SCENE_FRAMESPEED 30.5\n*SCENE_TICKSPERFRAME 160\n*SCENE_BACKGROUND_STATIC 0 0 0\n"
                          "*SCENE_AMBIENT_STATIC 1 1 1\n}\n" +
-                         Helper("k", "*TM_ANIMATION {\n*CONTROL_POS_BEZIER {\n*CONTROL_BEZIER_POS_KEY 4800 0 0 0 0 0 0 0 0 0 0\n}\n}\n"));
+                         Helper("k", "*TM_ANIMATION {\n*CONTROL_POS_BEZIER {\n"
+                                     "*CONTROL_BEZIER_POS_KEY 4800 0 0 0 0 0 0 0 0 0 0\n}\n}\n"));
     EXPECT_EQ(good.printed, "");
     EXPECT_EQ(asetest::Child<TransformNode>(good).positionKeys.at(0).time, 1000);
 

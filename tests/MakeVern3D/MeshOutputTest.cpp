@@ -148,7 +148,8 @@ TEST(MeshOutput, WeldingKeepsSmallShapesUnderCompatOrASmallerTolerance)
     // distance is the largest component difference), and the same strip 100 times as large.
     const auto strip = [](float s) {
         return kScene + Materials({}) +
-               Object(MeshBlock({{0, 0, 0}, {0.05f * s, 0, 0}, {0, 0.03f * s, 0}, {0.05f * s, 0.03f * s, 0}}, {{2, 0, 1, 1}, {1, 3, 2, 1}}));
+               Object(MeshBlock({{0, 0, 0}, {0.05f * s, 0, 0}, {0, 0.03f * s, 0}, {0.05f * s, 0.03f * s, 0}},
+                                {{2, 0, 1, 1}, {1, 3, 2, 1}}));
     };
     ConvertSettings compat, fine;
     compat.compat = true;

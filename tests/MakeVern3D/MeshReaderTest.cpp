@@ -66,7 +66,8 @@ TEST(MeshReading, FacesTextureListsAndNormals)
     for (const MeshFace& f : mesh.faces)
         faces.push_back({f.a, f.b, f.c, f.ab, f.bc, f.ca, f.smoothingGroup, f.materialId});
     // The smoothing list keeps its first group; labels are not checked.
-    EXPECT_EQ(faces, (std::vector<std::vector<int>>{{1, 2, 3, 0, 1, 0, -1, 5}, {4, 5, 6, 1, 0, 1, 3, 2}, {7, 8, 9, 1, 1, 1, 12, 0}}));
+    EXPECT_EQ(faces,
+              (std::vector<std::vector<int>>{{1, 2, 3, 0, 1, 0, -1, 5}, {4, 5, 6, 1, 0, 1, 3, 2}, {7, 8, 9, 1, 1, 1, 12, 0}}));
     ASSERT_EQ(mesh.texVertices.size(), 3u);
     EXPECT_EQ(mesh.texVertices[1].index, 2);
     EXPECT_EQ(mesh.texVertices[1].v, 0.6f);

@@ -185,7 +185,8 @@ TEST(ParseLoop, SkipsBlocksAndHandsOnOtherSymbols)
 
     // Blocks are skipped with a counter, not by recursion: any depth.
     RecordingParser deep(reporter);
-    EXPECT_EQ(deep.ParseFile(directory.Write("d.ase", std::string(1000000, '{') + std::string(1000000, '}') + "\nafter\n")), S_OK);
+    const std::string nested = std::string(1000000, '{') + std::string(1000000, '}') + "\nafter\n";
+    EXPECT_EQ(deep.ParseFile(directory.Write("d.ase", nested)), S_OK);
     EXPECT_EQ(deep.handled, (std::vector<std::string>{"after"}));
     const std::string unbalanced = directory.Write("e.ase", "\n" + std::string(1000000, '{'));
     EXPECT_EQ(RecordingParser(reporter).ParseFile(unbalanced), E_FAIL);
