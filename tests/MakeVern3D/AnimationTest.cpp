@@ -36,9 +36,9 @@ TEST(AnimationKeys, TicksBecomeMillisecondsAndTangentsControlPoints)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        const std::string keys = "*CONTROL_BEZIER_POS_KEY " + std::to_string(c.ticks[0]) + " 0 0 0 7 0 0 1 0 0 0\n" +
-                                 "*CONTROL_BEZIER_POS_KEY " + std::to_string(c.ticks[1]) + " 3 0 0 -1 0 0 5 5 5 0\n";
-        auto parsed = ParseAse(c.before + AnimatedHelper("*CONTROL_POS_BEZIER {\n" + keys + "}\n") + c.after);
+        const std::string lines = "*CONTROL_BEZIER_POS_KEY " + std::to_string(c.ticks[0]) + " 0 0 0 7 0 0 1 0 0 0\n" +
+                                  "*CONTROL_BEZIER_POS_KEY " + std::to_string(c.ticks[1]) + " 3 0 0 -1 0 0 5 5 5 0\n";
+        auto parsed = ParseAse(c.before + AnimatedHelper("*CONTROL_POS_BEZIER {\n" + lines + "}\n") + c.after);
         ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
         EXPECT_EQ(parsed.printed, c.warningLine ? parsed.At(c.warningLine) + "The scene's frame speed times its ticks per "
                                                                              "frame is 0; key and frame times are set to 0.\n"
