@@ -116,38 +116,27 @@ TEST(AnimFromMesh, TranslationKeepsTheOrientationAndPutsTangentsAtThirds)
     }
 }
 
-TEST(AnimFromMesh, QuarterTurnAboutZHasAngleMinusHalfPi)
-{
-    BaseNode root("root");
-    const Turn quarterZ = [](const Vector3& p) { return Vector3{-p.y, p.x, p.z}; };
-    MeshNode& node = AddMesh(root, "Box", {{0, kBase}, {100, Moved(kBase, quarterZ, {0, 0, 0})}});
-    Reporter reporter;
-    node.CreateAnimFromMesh(reporter, 1);
-    ASSERT_EQ(node.rotationKeys.size(), 3u);
-    EXPECT_EQ(Xyz(node.rotationKeys[1].axis), (std::array<float, 3>{0, 0, 1}));
-    EXPECT_FLOAT_EQ(node.rotationKeys[1].angle, -std::numbers::pi_v<float> / 2);
-    EXPECT_EQ(node.rotationKeys[2].time, 100);
-    EXPECT_EQ(node.rotationKeys[2].angle, 0.0f);
-}
-
 TEST(AnimFromMesh, EvaluationAtEachFrameTimeReproducesThatFrame)
 {
     // Frame i is the first frame turned i times and moved. Frame 0's vertices, carried into the
     // node's space by its world and out by the transform evaluated at frame i's time, must land
-    // on frame i's vertices. Each turn is written out as its effect on coordinates.
+    // on frame i's vertices. Each turn is written out as its effect on coordinates; the keys
+    // store it as a turn by a negative angle.
     struct Case {
         const char* name;
         Triangle first;
         Turn turn;
         Vector3 axis;
+        float angle;
     };
     const float k = 0.577350269f;  // 1 / sqrt(3)
+    const float kPi = std::numbers::pi_v<float>;
     const Case cases[] = {
-        {"90 degrees about z", kBase, [](const Vector3& p) { return Vector3{-p.y, p.x, p.z}; }, {0, 0, 1}},
+        {"90 degrees about z", kBase, [](const Vector3& p) { return Vector3{-p.y, p.x, p.z}; }, {0, 0, 1}, -kPi / 2},
         // a = y and b = z: the x axis is not in the triangle's plane.
         {"90 degrees about x", {{0, 0, -1}, {0, -1, 0}, {0, 0, 0}},
-         [](const Vector3& p) { return Vector3{p.x, -p.z, p.y}; }, {1, 0, 0}},
-        {"120 degrees about (1,1,1)", kBase, [](const Vector3& p) { return Vector3{p.z, p.x, p.y}; }, {k, k, k}},
+         [](const Vector3& p) { return Vector3{p.x, -p.z, p.y}; }, {1, 0, 0}, -kPi / 2},
+        {"120 degrees about (1,1,1)", kBase, [](const Vector3& p) { return Vector3{p.z, p.x, p.y}; }, {k, k, k}, -kPi * 2 / 3},
     };
     const int32_t times[] = {0, 100, 250};
     const Vector3 offsets[] = {{0, 0, 0}, {2, 0, 0}, {2, 4, -1}};
@@ -165,8 +154,11 @@ TEST(AnimFromMesh, EvaluationAtEachFrameTimeReproducesThatFrame)
         Reporter reporter;
         node.CreateAnimFromMesh(reporter, 1);
         ASSERT_EQ(node.rotationKeys.size(), 4u);
-        for (size_t i = 1; i < 4; ++i)  // the closing key keeps the last turn's axis
+        for (size_t i = 1; i < 4; ++i)  // the closing key keeps the last turn's axis, by angle 0
             ExpectNear(node.rotationKeys[i].axis, test.axis, 1e-6f);
+        EXPECT_NEAR(node.rotationKeys[1].angle, test.angle, 1e-6f);
+        EXPECT_EQ(node.rotationKeys[3].time, 250);
+        EXPECT_EQ(node.rotationKeys[3].angle, 0.0f);
         root.Prepare();
 
         const Matrix toBody = Inverse(node.world);

@@ -3,51 +3,55 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 namespace {
 
+using asetest::kScene;
 using asetest::ParseAse;
 
-const std::string kScene = "*SCENE {\n*SCENE_FRAMESPEED 30\n*SCENE_TICKSPERFRAME 160\n}\n";
-
-std::string AnimatedHelper(const std::string& animation, const std::string& name = "H")
+std::string AnimatedHelper(const std::string& animation)
 {
-    return "*HELPEROBJECT {\n*NODE_NAME \"" + name + "\"\n*HELPER_CLASS \"Dummy\"\n*TM_ANIMATION {\n" + animation + "}\n}\n";
+    return "*HELPEROBJECT {\n*NODE_NAME \"H\"\n*HELPER_CLASS \"Dummy\"\n*TM_ANIMATION {\n" + animation + "}\n}\n";
 }
 
-const TransformNode& FirstNode(const asetest::Parsed& parsed)
-{
-    return static_cast<const TransformNode&>(*parsed.Root()->Children().at(0));
-}
+const TransformNode& FirstNode(const asetest::Parsed& parsed) { return asetest::Child<TransformNode>(parsed); }
 
+// Two keys from 0 to 3 along x: ticks become milliseconds, and the inner tangents control points
+// a third of the time between the keys away (in ticks); the outer ones stay as read.
 TEST(AnimationKeys, TicksBecomeMillisecondsAndTangentsControlPoints)
 {
-    auto parsed = ParseAse(kScene + AnimatedHelper("*CONTROL_POS_BEZIER {\n"
-                                                   "*CONTROL_BEZIER_POS_KEY 0 0 0 0 0 0 0 1 0 0 0\n"
-                                                   "*CONTROL_BEZIER_POS_KEY 480 3 0 0 -1 0 0 5 5 5 0\n}\n"));
-    ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
-    const auto& keys = FirstNode(parsed).positionKeys;
-    ASSERT_EQ(keys.size(), 2u);
-    EXPECT_EQ(keys[0].time, 0);
-    EXPECT_EQ(keys[1].time, 100);
-    // One third of 100 ms in ticks is 160, up to the single-precision constants.
-    EXPECT_EQ(keys[0].outTangent.x, 160.00002f);
-    EXPECT_EQ(keys[0].inTangent.x, 0.0f);  // the first in-tangent stays as read
-    EXPECT_EQ(keys[1].inTangent.x, 3.0f - 160.00002f);
-    EXPECT_EQ(keys[1].outTangent.x, 5.0f);  // the last out-tangent stays as read
-}
-
-TEST(AnimationKeys, KeysBeforeTheSceneUseATimeBaseOfOne)
-{
-    auto parsed = ParseAse(AnimatedHelper("*CONTROL_POS_BEZIER {\n*CONTROL_BEZIER_POS_KEY 2 1 1 1 0 0 0 1 0 0 0\n"
-                                          "*CONTROL_BEZIER_POS_KEY 5 1 1 1 0 0 0 0 0 0 0\n}\n") + kScene);
-    ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
-    const auto& keys = FirstNode(parsed).positionKeys;
-    EXPECT_EQ(keys[0].time, 2000);
-    EXPECT_EQ(keys[1].time, 5000);
-    // f = 3000 * (-1) * (-1) * 0.001 * (1/3), close to 1.
-    EXPECT_NEAR(keys[0].outTangent.x, 2.0f, 1e-6f);
+    struct Case {
+        const char* what;
+        std::string before, after;
+        int32_t ticks[2], times[2];
+        float third, tolerance;  // the control points' distance
+        int warningLine;
+    };
+    const std::string zero = "*SCENE {\n*SCENE_FRAMESPEED 0\n*SCENE_TICKSPERFRAME 160\n}\n";
+    const Case cases[] = {
+        // One third of 100 ms in ticks is 160, up to the single-precision constants.
+        {"30 x 160", kScene, "", {0, 480}, {0, 100}, 160.00002f, 0, 0},
+        // Before any scene both values are -1: f = 3000 x (-1) x (-1) x 0.001 x (1/3), close to 1.
+        {"before the scene", "", kScene, {2, 5}, {2000, 5000}, 1, 1e-6f, 0},
+        {"a time base of 0: time 0 and one warning", zero, "", {100, 200}, {0, 0}, 0, 0, 10},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string lines = "*CONTROL_BEZIER_POS_KEY " + std::to_string(c.ticks[0]) + " 0 0 0 7 0 0 1 0 0 0\n" +
+                                  "*CONTROL_BEZIER_POS_KEY " + std::to_string(c.ticks[1]) + " 3 0 0 -1 0 0 5 5 5 0\n";
+        auto parsed = ParseAse(c.before + AnimatedHelper("*CONTROL_POS_BEZIER {\n" + lines + "}\n") + c.after);
+        ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
+        EXPECT_EQ(parsed.printed, c.warningLine ? parsed.At(c.warningLine) + "The scene's frame speed times its ticks per "
+                                                                             "frame is 0; key and frame times are set to 0.\n"
+                                                : "");
+        const auto& keys = FirstNode(parsed).positionKeys;
+        ASSERT_EQ(keys.size(), 2u);
+        EXPECT_EQ(keys[0].time, c.times[0]);
+        EXPECT_EQ(keys[1].time, c.times[1]);
+        EXPECT_NEAR(keys[0].outTangent.x, c.third, c.tolerance);
+        EXPECT_NEAR(keys[1].inTangent.x, 3.0f - c.third, c.tolerance);
+        EXPECT_EQ(keys[0].inTangent.x, 7.0f);
+        EXPECT_EQ(keys[1].outTangent.x, 5.0f);
+    }
 }
 
 TEST(AnimationKeys, BlocksReplaceAndOnlyTheirKindIsSet)
@@ -86,20 +90,6 @@ TEST(AnimationKeys, ForeignNodeNamesAndOtherControllers)
     EXPECT_EQ(noBrace.ErrorText(), noBrace.At(10, "error") + "Aspected symbol '{' but found symbol '}'.\n");
 }
 
-TEST(AnimationKeys, ZeroTimeBaseGivesTimeZeroAndOneWarning)
-{
-    auto parsed = ParseAse("*SCENE {\n*SCENE_FRAMESPEED 0\n*SCENE_TICKSPERFRAME 160\n}\n" +
-                           AnimatedHelper("*CONTROL_POS_BEZIER {\n*CONTROL_BEZIER_POS_KEY 100 0 0 0 0 0 0 1 0 0 0\n"
-                                          "*CONTROL_BEZIER_POS_KEY 200 0 0 0 0 0 0 0 0 0 0\n}\n"));
-    ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
-    const auto& keys = FirstNode(parsed).positionKeys;
-    EXPECT_EQ(keys[0].time, 0);
-    EXPECT_EQ(keys[1].time, 0);
-    EXPECT_EQ(keys[0].outTangent.x, 0.0f);
-    EXPECT_EQ(parsed.printed,
-              parsed.At(10) + "The scene's frame speed times its ticks per frame is 0; key and frame times are set to 0.\n");
-}
-
 // ---- Preparation and evaluation
 
 RotationKey Turn(int32_t time, Vector3 axis, float angle)
@@ -111,75 +101,57 @@ RotationKey Turn(int32_t time, Vector3 axis, float angle)
     return key;
 }
 
-PositionKey At(int32_t time, Vector3 position, Vector3 before, Vector3 after)
+template <class Node = TransformNode>
+Node& Add(BaseNode& parent, const char* name)
 {
-    return {time, position, before, after};
+    auto owned = std::make_unique<Node>(name);
+    Node& node = *owned;
+    parent.AddChild(std::move(owned));
+    return node;
 }
 
-void ExpectMatrixNear(const Matrix& actual, const Matrix& expected, float tolerance = 1e-5f)
+TEST(Prepare, AccumulatesRotationKeysWithAOneKeyShiftRelativeToTheParent)
 {
-    for (size_t i = 0; i < 16; ++i)
-        EXPECT_NEAR(actual.m[i], expected.m[i], tolerance) << "element " << i;
-}
-
-bool SameMatrix(const Matrix& a, const Matrix& b) { return a.m == b.m; }
-
-TEST(Prepare, AccumulatesRotationKeysWithAOneKeyShift)
-{
-    BaseNode root("root");
-    auto owned = std::make_unique<TransformNode>("n");
-    TransformNode& node = *owned;
-    root.AddChild(std::move(owned));
-    node.world(3, 0) = 4.0f;
-    node.rotationKeys = {Turn(0, {0, 0, 1}, 0.3f), Turn(100, {0, 0, 1}, 0.5f), Turn(200, {1, 0, 0}, 0.25f)};
-    root.Prepare();
     // Directly under the root the local transform is the world transform; the keys are
     // accumulated from it (the turned keys: tests/FileFormats/vern/Vern3DAnimationTest.cpp).
-    EXPECT_TRUE(SameMatrix(node.track.matrix, node.world));
-    EXPECT_TRUE(SameMatrix(node.rotationKeys[1].matrix, node.world));
-    EXPECT_FALSE(SameMatrix(node.rotationKeys[2].matrix, node.world));
-    ASSERT_EQ(node.track.rotationKeys.size(), 3u);
-    EXPECT_TRUE(SameMatrix(node.track.rotationKeys[2].matrix, node.rotationKeys[2].matrix));
-}
-
-TEST(Prepare, LocalTransformIsRelativeToATransformParent)
-{
     BaseNode root("root");
-    auto parentOwned = std::make_unique<TransformNode>("p");
-    TransformNode& parent = *parentOwned;
+    TransformNode& node = Add(root, "n");
+    node.world(3, 0) = 4.0f;
+    node.rotationKeys = {Turn(0, {0, 0, 1}, 0.3f), Turn(100, {0, 0, 1}, 0.5f), Turn(200, {1, 0, 0}, 0.25f)};
+    // Under a transform parent it is relative to the parent.
+    TransformNode& parent = Add(root, "p");
     parent.world(3, 1) = 10.0f;
-    auto childOwned = std::make_unique<TransformNode>("c");
-    TransformNode& child = *childOwned;
+    TransformNode& child = Add(parent, "c");
     child.world(3, 1) = 12.0f;
     child.rotationKeys = {Turn(5, {0, 1, 0}, 1.0f)};
-    parent.AddChild(std::move(childOwned));
-    root.AddChild(std::move(parentOwned));
     root.Prepare();
+
+    EXPECT_EQ(node.track.matrix.m, node.world.m);
+    EXPECT_EQ(node.rotationKeys[1].matrix.m, node.world.m);
+    EXPECT_NE(node.rotationKeys[2].matrix.m, node.world.m);
+    ASSERT_EQ(node.track.rotationKeys.size(), 3u);
+    EXPECT_EQ(node.track.rotationKeys[2].matrix.m, node.rotationKeys[2].matrix.m);
     EXPECT_EQ(child.track.matrix(3, 1), 2.0f);
-    EXPECT_TRUE(SameMatrix(child.rotationKeys[0].matrix, child.track.matrix));
-    // Without keys the world transform comes back at any time.
-    ExpectMatrixNear(child.GetTransform(0), child.world);
-    ExpectMatrixNear(child.GetTransform(123456), child.world);
+    EXPECT_EQ(child.rotationKeys[0].matrix.m, child.track.matrix.m);
+    // With its one key the child's world transform comes back at any time.
+    for (uint32_t time : {0u, 123456u})
+        for (size_t i = 0; i < 16; ++i)
+            EXPECT_NEAR(child.GetTransform(time).m[i], child.world.m[i], 1e-5f) << time << " " << i;
 }
 
 TEST(LastKeyTime, LatestOverTheSubtreeFromTheLastEntries)
 {
     BaseNode root("root");
     EXPECT_EQ(root.GetLastKeyTime(), 0u);
-    auto helper = std::make_unique<TransformNode>("h");
-    helper->positionKeys = {At(900, {}, {}, {}), At(300, {}, {}, {})};  // the last entry counts
-    helper->rotationKeys = {Turn(200, {0, 0, 1}, 0.1f)};
-    auto mesh = std::make_unique<MeshNode>("m");
-    auto frame = std::make_unique<Mesh>();
-    frame->time = 450;
-    mesh->frames.push_back(std::move(frame));
-    TransformNode* helperNode = helper.get();
-    helper->AddChild(std::move(mesh));
-    root.AddChild(std::move(helper));
+    TransformNode& helper = Add(root, "h");
+    helper.positionKeys = {{900, {}, {}, {}}, {300, {}, {}, {}}};  // the last entry counts
+    helper.rotationKeys = {Turn(200, {0, 0, 1}, 0.1f)};
+    Add<MeshNode>(helper, "m").frames.push_back(std::make_unique<Mesh>());
+    static_cast<MeshNode&>(*helper.Children()[0]).frames[0]->time = 450;
     EXPECT_EQ(root.GetLastKeyTime(), 450u);  // keys count only once prepared
     root.Prepare();
-    EXPECT_EQ(helperNode->GetLastKeyTime(), 450u);
-    helperNode->track.rotationKeys.back().time = -5;  // compared unsigned
+    EXPECT_EQ(helper.GetLastKeyTime(), 450u);
+    helper.track.rotationKeys.back().time = -5;  // compared unsigned
     EXPECT_EQ(root.GetLastKeyTime(), 0xFFFFFFFBu);
 }
 

@@ -28,9 +28,7 @@ namespace {
 std::atomic<size_t> liveBytes{0};
 std::atomic<size_t> peakBytes{0};
 constexpr size_t kHeader = 16;
-}  // namespace
 
-namespace {
 void* Allocate(size_t size) noexcept
 {
     auto* block = static_cast<char*>(std::malloc(size + kHeader));

@@ -109,31 +109,8 @@ TEST(SymbolScanner, NanPayloadsJoinTheirWordWhenLenient)
                                         "d", ")", "nan()", "nan", "(", kEnd}));
 }
 
-TEST(SymbolScanner, ReadingPastTheEndIsAnErrorThatSticks)
-{
-    ScratchDirectory directory;
-    Reporter reporter;
-    BaseParser parser(reporter);
-    ASSERT_EQ(parser.Load(directory.Write("t.ase", "a\n")), S_OK);
-    std::string symbol;
-    EXPECT_TRUE(parser.NextSymbol(symbol));
-    EXPECT_TRUE(parser.NextSymbol(symbol));
-    EXPECT_EQ(symbol, kEnd);
-    EXPECT_FALSE(parser.NextSymbol(symbol));
-    EXPECT_EQ(symbol, kEnd);  // the symbol keeps its text
-    EXPECT_EQ(reporter.ErrorText(), directory.Path() + "/t.ase(2) error: Could not read next char.\n");
-    EXPECT_FALSE(parser.NextSymbol(symbol));
-}
-
-TEST(SymbolScanner, LinesFollowTheLastCharacterConsumed)
-{
-    const Scan scan = ScanText("a\nb \"c\nd\"\n\n\n\n\ne\n");
-    EXPECT_EQ(scan.symbols, (std::vector<std::string>{"a", "b", "c\nd", "e", kEnd}));
-    // A word at the end of a line still counts on its line; the quoted string ends on line 3.
-    EXPECT_EQ(scan.lines, (std::vector<int>{1, 2, 3, 8, 9}));
-}
-
-TEST(SymbolScanner, ReadCharAndUngetCharCountLines)
+// Characters one by one: the terminating zero is one, and reading past it is an error that sticks.
+TEST(SymbolScanner, ReadCharUngetCharAndReadingPastTheEnd)
 {
     ScratchDirectory directory;
     Reporter reporter;
@@ -142,16 +119,35 @@ TEST(SymbolScanner, ReadCharAndUngetCharCountLines)
     EXPECT_EQ(parser.ReadChar(), 'x');
     EXPECT_EQ(parser.Column(), 2);
     EXPECT_EQ(parser.ReadChar(), '\n');
-    EXPECT_EQ(parser.Line(), 2);
-    EXPECT_EQ(parser.Column(), 1);
+    EXPECT_EQ(std::pair(parser.Line(), parser.Column()), std::pair(2, 1));
     parser.UngetChar();
     EXPECT_EQ(parser.Line(), 1);
     EXPECT_EQ(parser.ReadChar(), '\n');
     EXPECT_EQ(parser.ReadChar(), 'y');
-    EXPECT_EQ(parser.ReadChar(), '\0');  // the terminating zero is a character
+    EXPECT_EQ(parser.ReadChar(), '\0');
     EXPECT_FALSE(parser.HasError());
     EXPECT_EQ(parser.ReadChar(), '\0');
     EXPECT_TRUE(parser.HasError());
+
+    Reporter symbols;
+    BaseParser next(symbols);
+    ASSERT_EQ(next.Load(directory.Write("u.ase", "a\n")), S_OK);
+    std::string symbol;
+    EXPECT_TRUE(next.NextSymbol(symbol));
+    EXPECT_TRUE(next.NextSymbol(symbol));
+    EXPECT_EQ(symbol, kEnd);
+    EXPECT_FALSE(next.NextSymbol(symbol));
+    EXPECT_EQ(symbol, kEnd);  // the symbol keeps its text
+    EXPECT_EQ(symbols.ErrorText(), directory.Path() + "/u.ase(2) error: Could not read next char.\n");
+    EXPECT_FALSE(next.NextSymbol(symbol));
+}
+
+TEST(SymbolScanner, LinesFollowTheLastCharacterConsumed)
+{
+    const Scan scan = ScanText("a\nb \"c\nd\"\n\n\n\n\ne\n");
+    EXPECT_EQ(scan.symbols, (std::vector<std::string>{"a", "b", "c\nd", "e", kEnd}));
+    // A word at the end of a line still counts on its line; the quoted string ends on line 3.
+    EXPECT_EQ(scan.lines, (std::vector<int>{1, 2, 3, 8, 9}));
 }
 
 TEST(SymbolScanner, OverlongSymbolsAreRefused)
@@ -186,22 +182,17 @@ TEST(ParseLoop, SkipsBlocksAndHandsOnOtherSymbols)
     EXPECT_EQ(zero.ParseFile(directory.Write("v.ase", std::string("{\n\0\n}\ny\n", 8))), S_OK);
     EXPECT_EQ(zero.handled, (std::vector<std::string>{"y"}));
     EXPECT_TRUE(zero.closedAt.empty());
-}
 
-TEST(ParseLoop, DeepNestingNeedsNoStack)
-{
-    ScratchDirectory directory;
-    Reporter reporter;
-    RecordingParser parser(reporter);
-    const std::string deep = std::string(1000000, '{') + std::string(1000000, '}') + "\nafter\n";
-    EXPECT_EQ(parser.ParseFile(directory.Write("t.ase", deep)), S_OK);
-    EXPECT_EQ(parser.handled, (std::vector<std::string>{"after"}));
-    const std::string open = directory.Write("u.ase", "\n" + std::string(1000000, '{'));
-    RecordingParser unbalanced(reporter);
-    EXPECT_EQ(unbalanced.ParseFile(open), E_FAIL);
-    RecordingParser lenient(reporter, true);
-    EXPECT_EQ(lenient.ParseFile(open), S_OK);
-    EXPECT_EQ(lenient.closedAt, (std::vector<int>{2}));
+    // Blocks are skipped with a counter, not by recursion: any depth.
+    RecordingParser deep(reporter);
+    const std::string nested = std::string(1000000, '{') + std::string(1000000, '}') + "\nafter\n";
+    EXPECT_EQ(deep.ParseFile(directory.Write("d.ase", nested)), S_OK);
+    EXPECT_EQ(deep.handled, (std::vector<std::string>{"after"}));
+    const std::string unbalanced = directory.Write("e.ase", "\n" + std::string(1000000, '{'));
+    EXPECT_EQ(RecordingParser(reporter).ParseFile(unbalanced), E_FAIL);
+    RecordingParser closed(reporter, true);
+    EXPECT_EQ(closed.ParseFile(unbalanced), S_OK);
+    EXPECT_EQ(closed.closedAt, (std::vector<int>{2}));
 }
 
 TEST(ParseFile, MissingAndUnreadableFiles)
@@ -268,35 +259,29 @@ std::string Utf16(const std::string& ascii, bool little)
     return out;
 }
 
-TEST(SymbolScanner, ByteOrderMarksAreHonoured)
+// A wide text with its byte-order mark reads as its 8-bit original; a UTF-8 mark is dropped. From
+// 1 MiB on, files are mapped rather than copied, and the marks rewrite (or replace) the mapped
+// text as they do a copied one.
+TEST(SymbolScanner, ByteOrderMarksAndLargeFilesReadAlike)
 {
-    const std::string text = "*KEY \"a b\" {\nx }\n";
-    const Scan plain = ScanText(text);
-    for (bool little : {true, false}) {
-        const Scan wide = ScanText(Utf16(text, little));
-        EXPECT_EQ(wide.symbols, plain.symbols);
-        EXPECT_EQ(wide.lines, plain.lines);
+    const std::string head = "*KEY \"a b\" {\nx }\n";
+    // Exactly 2 MiB (a whole number of pages): the zero that ends the text lies beyond the last page.
+    const std::string large = head + std::string((2u << 20) - head.size() - 3, ' ') + "\nz\n";
+    ASSERT_EQ(large.size(), 2u << 20);
+    const Scan mapped = ScanText(large);
+    EXPECT_EQ(mapped.symbols, (std::vector<std::string>{"*KEY", "a b", "{", "x", "}", "z", kEnd})) << mapped.errorText;
+    EXPECT_EQ(mapped.lines, (std::vector<int>{1, 1, 1, 2, 2, 4, 5}));
+    for (const std::string& text : {head, large}) {
+        const Scan plain = ScanText(text);
+        for (const std::string& marked : {Utf16(text, true), Utf16(text, false), "\xEF\xBB\xBF" + text}) {
+            const Scan wide = ScanText(marked);
+            EXPECT_EQ(wide.symbols, plain.symbols) << text.size();
+            EXPECT_EQ(wide.lines, plain.lines) << text.size();
+        }
     }
-    EXPECT_EQ(ScanText("\xEF\xBB\xBF" + text).symbols, plain.symbols);
     // A character beyond ASCII arrives as UTF-8; a lone surrogate as U+FFFD.
     EXPECT_EQ(ScanText(std::string("\xFF\xFE\xE9\x00\x20\x00\x00\xD8\x0A\x00", 10)).symbols,
               (std::vector<std::string>{"\xC3\xA9", "\xEF\xBF\xBD", kEnd}));
-}
-
-TEST(SymbolScanner, LargeFilesReadAlike)
-{
-    // From 1 MiB on, files are mapped rather than copied. This one is exactly 2 MiB (a whole
-    // number of pages), so the zero that ends the text lies beyond the file's last page.
-    const std::string head = "*KEY \"a b\" {\nx }\n";
-    std::string text = head + std::string((2u << 20) - head.size() - 3, ' ') + "\nz\n";
-    ASSERT_EQ(text.size(), 2u << 20);
-    const std::vector<std::string> symbols{"*KEY", "a b", "{", "x", "}", "z", kEnd};
-    const Scan mapped = ScanText(text);
-    EXPECT_EQ(mapped.symbols, symbols) << mapped.errorText;
-    EXPECT_EQ(mapped.lines, (std::vector<int>{1, 1, 1, 2, 2, 4, 5}));
-    // The byte-order marks rewrite the mapped text (or replace it) as they do a copied one.
-    EXPECT_EQ(ScanText("\xEF\xBB\xBF" + text).symbols, symbols);
-    EXPECT_EQ(ScanText(Utf16(text, true)).symbols, symbols);
 }
 
 }  // namespace

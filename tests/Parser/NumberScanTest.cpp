@@ -99,41 +99,38 @@ std::string Disagreement(std::string_view text) {
 // Inputs where the collection rules of scanf, strto* and fast_float part ways.
 const char* const kAwkward[] = {
     // partial reads
-    "30.5", "1.5abc", "-1.#IND0", "1.#QNAN", "1e", "1E", "1e+", "1e-", "1e+x", ".5", "-.5",
-    "5.", "1.e5", "1.5.3", "1e5.3", "1e5e3", "1e+-5", "0e", "0ex", "00x1p3", "12:3", "7,5",
+    "30.5", "1.5abc", "-1.#IND0", "1.#QNAN", "1e", "1E", "1e+", "1e-", "1e+x", ".5", "-.5", "5.", "1.e5", "1.5.3",
+    "1e5.3", "1e5e3", "1e+-5", "0e", "0ex", "00x1p3", "12:3", "7,5",
     // nothing to read
     "x", "", "-", "+", ".", "-.", "+.", ".e5", "e5", "E5", "- 5", "+-5", "-+5", "#", "--1",
     // white space, and bytes that the C locale does not count as space
     " 7", "\t\n\v\f\r7", "  -3.25", " \xa0 7", "\x85 7", "\xa0", "   ",
     // inf and nan fragments
-    "inf", "INF", "Inf", "-inf", "+inf", "infx", "infi", "infin", "infinit", "infinity",
-    "Infinity", "INFINITY", "-infinity", "infinityx", "infinitx", "in", "i", "-i", "na", "n",
-    "nan", "NaN", "-nan", "+nan", "nanx", "nan(12)", "nan()", "-nan(0x1)", "nAn", "nana",
+    "inf", "INF", "Inf", "-inf", "+inf", "infx", "infi", "infin", "infinit", "infinity", "Infinity", "INFINITY",
+    "-infinity", "infinityx", "infinitx", "in", "i", "-i", "na", "n", "nan", "NaN", "-nan", "+nan", "nanx", "nan(12)",
+    "nan()", "-nan(0x1)", "nAn", "nana",
     // hexadecimal
-    "0x", "0X", "-0x", "+0x", "0x1p3", "0X1P-2", "0x10", "-0x10", "0x1.8p1", "0x.8p1", "0x.",
-    "0x.p1", "0xp3", "0x1p", "0x1p+", "0x1p-", "0x1e3", "0x1e+3", "0xg", "0x1p3p4", "0x1.8.1",
-    "0x1p1a", "0xffffffffffffffffffffp0", "0x1p128", "0x1p-149", "0x1p-150", "0x1.000001p0",
-    "0x1.0000011p0", "0x1.fffffffp127", "0x0.000002p-126",
+    "0x", "0X", "-0x", "+0x", "0x1p3", "0X1P-2", "0x10", "-0x10", "0x1.8p1", "0x.8p1", "0x.", "0x.p1", "0xp3", "0x1p",
+    "0x1p+", "0x1p-", "0x1e3", "0x1e+3", "0xg", "0x1p3p4", "0x1.8.1", "0x1p1a", "0xffffffffffffffffffffp0", "0x1p128",
+    "0x1p-149", "0x1p-150", "0x1.000001p0", "0x1.0000011p0", "0x1.fffffffp127", "0x0.000002p-126",
     // range of float: largest, overflow, denormals, underflow to zero
-    "3.4028235e38", "3.40282346e38", "3.4028236e38", "3.40282357e38", "-3.4028236e38", "1e39",
-    "1e99", "1e99999999999", "-1e99999999999", "1e-38", "1.17549435e-38", "1e-45", "1.4e-45",
-    "7e-46", "7.0064923e-46", "7.0064924e-46", "1e-50", "1e-99999999999", "-1e-50",
+    "3.4028235e38", "3.40282346e38", "3.4028236e38", "3.40282357e38", "-3.4028236e38", "1e39", "1e99",
+    "1e99999999999", "-1e99999999999", "1e-38", "1.17549435e-38", "1e-45", "1.4e-45", "7e-46", "7.0064923e-46",
+    "7.0064924e-46", "1e-50", "1e-99999999999", "-1e-50",
     // signed zeros
     "0", "-0", "+0", "-0.0", "-.0", "-0e5", "0.0000", "-0.0000",
     // many digits, and exact ties between adjacent floats
-    "16777217", "16777217.000000000000000000000000000001", "16777216.999999999999999999999",
-    "33554433", "33554435", "0.100000001490116119384765625",
-    "0.1000000052154064178466796875", "0.10000000521540641784667968750000000000001",
+    "16777217", "16777217.000000000000000000000000000001", "16777216.999999999999999999999", "33554433", "33554435",
+    "0.100000001490116119384765625", "0.1000000052154064178466796875", "0.10000000521540641784667968750000000000001",
     "00000000000000000000000000000000000000000000000001.5",
     "0.00000000000000000000000000000000000000000000000000000000000001e60",
     "123456789012345678901234567890123456789012345678901234567890",
     // typical scene values
     "-12.3456", "160", "1.0000", "-0.5000", "0.0001", "1e+02", "-1.234567e-05",
     // integers at the edges of int and long
-    "2147483647", "2147483648", "-2147483648", "-2147483649", "4294967295", "4294967296",
-    "4294967297", "-4294967297", "9223372036854775807", "9223372036854775808",
-    "-9223372036854775808", "-9223372036854775809", "18446744073709551615",
-    "18446744073709551616", "99999999999999999999999", "-99999999999999999999999",
+    "2147483647", "2147483648", "-2147483648", "-2147483649", "4294967295", "4294967296", "4294967297", "-4294967297",
+    "9223372036854775807", "9223372036854775808", "-9223372036854775808", "-9223372036854775809",
+    "18446744073709551615", "18446744073709551616", "99999999999999999999999", "-99999999999999999999999",
     "0000000000000000000000000000002147483647", "+7", "-0x10", "12:", "12 :",
 };
 
@@ -183,7 +180,8 @@ TEST(NumberScanTest, WindowsSpellingsOfNanAndInfinity) {
   }
 }
 
-// Random strings assembled from the pieces that steer the collection rules.
+// Random strings assembled from the pieces that steer the collection rules: well-formed floats,
+// exact ties between adjacent floats, and fragments.
 class Generator {
  public:
   explicit Generator(uint64_t seed) : random_(seed) {}
@@ -201,17 +199,15 @@ class Generator {
 
   std::string Digits(size_t count) {
     std::string digits;
-    for (size_t i = 0; i < count; ++i) digits += static_cast<char>('0' + Below(10));
+    while (digits.size() < count) digits += static_cast<char>('0' + Below(10));
     return digits;
   }
 
   std::string WellFormedFloat() {
-    float value;
-    switch (Below(3)) {
-      case 0: value = std::bit_cast<float>(static_cast<uint32_t>(random_())); break;
-      case 1: value = static_cast<float>(static_cast<int32_t>(random_()) % 100000) / 10000.0f; break;
-      default: value = std::ldexp(static_cast<float>(Below(1u << 24)), static_cast<int>(Below(300)) - 170);
-    }
+    const uint32_t kind = Below(3);
+    const float value = kind == 0   ? std::bit_cast<float>(static_cast<uint32_t>(random_()))
+                        : kind == 1 ? static_cast<float>(static_cast<int32_t>(random_()) % 100000) / 10000.0f
+                                    : std::ldexp(static_cast<float>(Below(1u << 24)), static_cast<int>(Below(300)) - 170);
     static const char* const styles[] = {"%.*e", "%.*g", "%.*f", "%.*E", "%#.*g"};
     char text[512];
     std::snprintf(text, sizeof text, styles[Below(5)], static_cast<int>(Below(14)), static_cast<double>(value));
@@ -229,31 +225,27 @@ class Generator {
     std::string tie = text;
     size_t last = tie.find('e') - 1;
     while (tie[last] == '0') --last;
-    switch (Below(3)) {
-      case 0: if (tie[last] != '9') ++tie[last]; break;
-      case 1: if (tie[last] != '0') --tie[last]; break;
-      default: break;
-    }
+    const uint32_t nudge = Below(3);
+    if (nudge == 0 && tie[last] != '9') ++tie[last];
+    if (nudge == 1 && tie[last] != '0') --tie[last];
     return (Below(2) ? "-" : "") + tie;
   }
 
   std::string Fragments() {
     static const char* const pieces[] = {
-        "-", "+", "0", "1", "9", ".", "e", "E", "e-", "e+", "p", "P", "p-", "x", "X", "0x", "0X",
-        "inf", "INF", "infinity", "inity", "in", "i", "nan", "NaN", "n", "na", "(", ")", "a", "f",
-        "z", "#", "#IND", ":", ",", " ", "\t", "\n", "\v", "\f", "\r", "\xa0", "\x80", "2147483647",
-        "2147483648", "-2147483649", "4294967296", "9223372036854775807",
-        "9223372036854775808", "-9223372036854775809", "18446744073709551616", "340282346",
+        "-", "+", "0", "1", "9", ".", "e", "E", "e-", "e+", "p", "P", "p-", "x", "X", "0x", "0X", "inf", "INF",
+        "infinity", "inity", "in", "i", "nan", "NaN", "n", "na", "(", ")", "a", "f", "z", "#", "#IND", ":", ",", " ",
+        "\t", "\n", "\v", "\f", "\r", "\xa0", "\x80", "2147483647", "2147483648", "-2147483649", "4294967296",
+        "9223372036854775807", "9223372036854775808", "-9223372036854775809", "18446744073709551616", "340282346",
         "1e38", "1e39", "1e-45", "1e-46", "1.17549435e-38", "16777217",
     };
     std::string text;
     for (uint32_t i = 0, count = 1 + Below(7); i < count; ++i) {
-      switch (Below(10)) {
-        case 0: text += Digits(1 + Below(4)); break;
-        case 1: text += Digits(15 + Below(Below(8) == 0 ? 400 : 30)); break;
-        case 2: if (Below(8) == 0) text += '\0'; break;
-        default: text += pieces[Below(std::size(pieces))];
-      }
+      const uint32_t kind = Below(10);
+      if (kind == 0) text += Digits(1 + Below(4));
+      else if (kind == 1) text += Digits(15 + Below(Below(8) == 0 ? 400 : 30));
+      else if (kind == 2) text += std::string(Below(8) == 0 ? 1 : 0, '\0');
+      else text += pieces[Below(std::size(pieces))];
     }
     return text;
   }

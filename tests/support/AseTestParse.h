@@ -47,6 +47,16 @@ inline Parsed ParseAse(const std::string& text, ConvertSettings settings = {})
     return parsed;
 }
 
+// A scene block of 30 frames a second and 160 ticks a frame: 4,800 ticks are one second.
+inline const std::string kScene = "*SCENE {\n*SCENE_FRAMESPEED 30\n*SCENE_TICKSPERFRAME 160\n}\n";
+
+// The `index`th child of the root, as the node type the test expects.
+template <class Node>
+const Node& Child(const Parsed& parsed, size_t index = 0)
+{
+    return static_cast<const Node&>(*parsed.Root()->Children().at(index));
+}
+
 inline std::vector<std::string> ChildNames(const BaseNode* node)
 {
     std::vector<std::string> names;
