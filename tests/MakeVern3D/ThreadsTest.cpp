@@ -1,13 +1,14 @@
 // Whatever the number of threads, a conversion gives the same bytes and the same console text:
 // warnings, progress and errors in the same order, on standard output, standard error and the
 // trace channel. Compared on one, two and eight threads: the corpus under three switch sets, a
-// grid large enough to be built on several threads inside, and scenes of many small objects
-// whose reports interleave (warnings counted after three, frames left out, an error in the middle
+// grid large enough to be built on several threads inside, random scenes of every feature, and
+// scenes of many small objects whose reports interleave (warnings counted after three, frames left out, an error in the middle
 // that leaves later animated objects out, output refused past the file's bound).
 #include "ConversionDriver.h"
 #include "ConvertSettings.h"
 #include "Scene/BaseNode.h"
 #include "Scene/VertexNormals.h"
+#include "support/RandomScenes.h"
 #include "support/TestFiles.h"
 #include "support/TraceCapture.h"
 #include "vern/Vern3DDecoder.h"
@@ -17,7 +18,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -183,6 +183,18 @@ TEST(Threads, CorpusConvertsAlikeOnAnyNumberOfThreads)
     EXPECT_GT(files, 20u);
 }
 
+TEST(Threads, RandomScenesConvertAlike)
+{
+    testfiles::ScratchDirectory directory;
+    randomscenes::Random random(0x5EED3D);
+    for (int index = 0; index < 60; ++index) {
+        randomscenes::Generated scene = randomscenes::Generate(random);
+        if (!scene.operations.empty())
+            scene.settings.meshOpsFile = directory.Write("ops.txt", scene.operations);
+        ExpectSameOnThreads(directory.Write("scene.ase", scene.text), scene.settings, "scene " + std::to_string(index));
+    }
+}
+
 TEST(Threads, LargeAndManyMeshesConvertAlike)
 {
     testfiles::ScratchDirectory directory;
@@ -268,19 +280,12 @@ TEST(Threads, LargeAndManyMeshesConvertAlike)
 TEST(Threads, ALargeMeshIsIndexedAndMovedAsOnOneThread)
 {
     // 150,000 faces over 20,000 vertices in a few smoothing groups (and none), and a transform.
-    std::mt19937 random(18);
+    randomscenes::Random random(18);
     Mesh mesh;
     for (int i = 0; i < 20000; ++i)
-        mesh.vertices.push_back({static_cast<float>(random() % 1000) * 0.01f, static_cast<float>(random() % 1000) * 0.01f,
-                                 static_cast<float>(random() % 1000) * 0.01f});
-    for (int f = 0; f < 150000; ++f) {
-        MeshFace face;
-        face.a = static_cast<int32_t>(random() % 20000);
-        face.b = static_cast<int32_t>(random() % 20000);
-        face.c = static_cast<int32_t>(random() % 20000);
-        face.smoothingGroup = static_cast<int32_t>(random() % 4) - 1;
-        mesh.faces.push_back(face);
-    }
+        mesh.vertices.push_back({random.Hundredths(0, 999), random.Hundredths(0, 999), random.Hundredths(0, 999)});
+    for (int f = 0; f < 150000; ++f)
+        mesh.faces.push_back({random.Int(0, 19999), random.Int(0, 19999), random.Int(0, 19999), 0, 0, 0, random.Int(-1, 2), 0});
     Matrix inverse = Matrix::Identity();
     inverse(0, 1) = 0.25f;
     inverse(3, 2) = -3.0f;
