@@ -22,11 +22,7 @@
 #include <cstring>
 #include <limits>
 #include <map>
-#include <memory>
-#include <numeric>
-#include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -86,11 +82,8 @@ Vector3 PlainVertexNormal(int32_t f, int32_t v, int32_t g, const Mesh& mesh, Cov
         return {0.0f, 0.0f, 0.0f};
     }
     float x = 0.0f, y = 0.0f, z = 0.0f;
-    for (const Vector3& n : collected) {
-        x += n.x;
-        y += n.y;
-        z += n.z;
-    }
+    for (const Vector3& n : collected)
+        x += n.x, y += n.y, z += n.z;
     const float length = std::sqrt(x * x + y * y + z * z);
     const Vector3 normal{x / length, y / length, z / length};
     if (std::isnan(normal.x) || std::isnan(normal.y) || std::isnan(normal.z))
@@ -378,22 +371,16 @@ bool CheckOne(uint32_t seed, int faceCount, int span, bool walk, Coverage& cover
     node.BuildRenderMesh(scene, settings, reporter, mesh);
     const std::string printed = testing::internal::GetCapturedStdout();
 
-    std::string difference = FirstDifference("normal record", expected.sortedNormals, mesh.normals);
-    if (difference.empty())
-        difference = FirstDifference("vertex", expected.vertices, node.renderVertices);
-    if (difference.empty())
-        difference = FirstDifference("vertex source", expected.sources, node.vertexSources);
-    if (difference.empty())
-        difference = FirstDifference("triangle", expected.triangles, node.renderTriangles);
-    if (difference.empty())
-        difference = FirstDifference("batch", expected.batches, node.renderBatches);
-    if (difference.empty() && !PrintedWarnings(printed, expected.warnedIds, node.name))
-        difference = "printed " + std::to_string(expected.warnedIds.size()) + " warnings expected, got: " + printed;
-    const std::string errorText = "Invalid material id '-1' in object '" + node.name + "'.";
-    if (difference.empty() && reporter.HasError() != expected.error)
-        difference = "error flag " + std::to_string(reporter.HasError());
-    if (difference.empty() && expected.error && reporter.ErrorText().find(errorText) == std::string::npos)
-        difference = "error text " + reporter.ErrorText();
+    std::string difference = FirstDifference("normal record", expected.sortedNormals, mesh.normals) +
+                             FirstDifference("vertex", expected.vertices, node.renderVertices) +
+                             FirstDifference("vertex source", expected.sources, node.vertexSources) +
+                             FirstDifference("triangle", expected.triangles, node.renderTriangles) +
+                             FirstDifference("batch", expected.batches, node.renderBatches);
+    if (!PrintedWarnings(printed, expected.warnedIds, node.name))
+        difference += "printed " + std::to_string(expected.warnedIds.size()) + " warnings expected, got: " + printed;
+    if (reporter.HasError() != expected.error ||
+        (expected.error && reporter.ErrorText().find("Invalid material id '-1' in object '" + node.name + "'.") == std::string::npos))
+        difference += "error " + reporter.ErrorText();
     EXPECT_EQ(difference, "") << "seed " << seed << ", " << faceCount << " faces, " << mesh.vertices.size()
                               << " positions, material reference " << node.materialRef << ", tolerance "
                               << settings.weldTolerance;

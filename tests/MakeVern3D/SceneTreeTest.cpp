@@ -26,15 +26,6 @@ Names ChildNames(const BaseNode& node)
     return names;
 }
 
-Matrix Translation(float x, float y, float z)
-{
-    Matrix m = Matrix::Identity();
-    m(3, 0) = x;
-    m(3, 1) = y;
-    m(3, 2) = z;
-    return m;
-}
-
 TransformNode* AddHelper(BaseNode& parent, const std::string& name, const Matrix& world = Matrix::Identity())
 {
     auto node = std::make_unique<TransformNode>(name);
@@ -42,55 +33,6 @@ TransformNode* AddHelper(BaseNode& parent, const std::string& name, const Matrix
     TransformNode* raw = node.get();
     parent.AddChild(std::move(node));
     return raw;
-}
-
-NodeInfo InfoOf(BaseNode& node)
-{
-    NodeInfo info;
-    info.size = sizeof(NodeInfo);
-    node.GetInfo(info);
-    return info;
-}
-
-TEST(NodeInfo, FlagsMatricesAndSpheres)
-{
-    BaseNode root("root");
-    NodeInfo rootInfo = InfoOf(root);
-    EXPECT_EQ(rootInfo.flags, 1u);
-    for (float value : rootInfo.matrix.m)
-        EXPECT_EQ(value, 0.0f);
-
-    TransformNode* parent = AddHelper(root, "parent", Translation(5, 0, 0));
-    TransformNode* same = AddHelper(*parent, "same", Translation(5, 0, 0));
-    TransformNode* moved = AddHelper(*parent, "moved", Translation(7, 1, 0));
-
-    const NodeInfo parentInfo = InfoOf(*parent);
-    EXPECT_EQ(parentInfo.flags, 3u);
-    EXPECT_EQ(parentInfo.matrix(3, 0), 5.0f);  // directly under the root: local = world
-
-    const NodeInfo sameInfo = InfoOf(*same);
-    for (int i = 0; i < 16; ++i)
-        EXPECT_EQ(sameInfo.matrix.m[static_cast<size_t>(i)], (i % 5 == 0) ? 1.0f : 0.0f) << i;
-    EXPECT_EQ(InfoOf(*moved).matrix(3, 0), 2.0f);
-    EXPECT_EQ(InfoOf(*moved).matrix(3, 1), 1.0f);
-
-    // A sphere under a local matrix whose row 2 has length 2: the radius doubles.
-    Matrix stretched = Translation(0, 0, 3);
-    stretched(2, 2) = 2.0f;
-    stretched(0, 0) = 7.0f;  // rows 0 and 1 do not matter
-    TransformNode* bounded = AddHelper(root, "bounded", stretched);
-    bounded->hasBounds = true;
-    bounded->bounds = {{1, 1, 1}, 1.5f};
-    const NodeInfo boundedInfo = InfoOf(*bounded);
-    EXPECT_EQ(boundedInfo.flags, 31u);
-    EXPECT_EQ(boundedInfo.bounds.radius, 1.5f);
-    EXPECT_EQ(boundedInfo.parentBounds.radius, 3.0f);
-    EXPECT_EQ(boundedInfo.parentBounds.centre.x, 7.0f);
-    EXPECT_EQ(boundedInfo.parentBounds.centre.z, 5.0f);  // 1 * 2 + 3
-    // The sphere has grown the root's, which now reports it.
-    rootInfo = InfoOf(root);
-    EXPECT_EQ(rootInfo.flags, 9u);
-    EXPECT_EQ(rootInfo.bounds.radius, 3.0f);
 }
 
 TEST(SceneTree, FindNodeTakesTheFirstInPreOrder)
