@@ -36,34 +36,20 @@ using randomscenes::Text;
 
 std::vector<MeshVertex> LiteralFrameVertices(const Mesh& mesh, const std::vector<VertexSource>& sources)
 {
-    const auto cornerNormal = [&](int32_t f, int32_t v, int32_t g) {
-        std::vector<Vector3> collected;
-        // The face's record by its number. The records are sorted and numbered once each, so the
-        // first match is the record the sorted binary search finds.
-        const auto collect = [&](size_t k) {
-            for (const MeshFaceNormals& record : mesh.normals)
-                if (static_cast<uint32_t>(record.faceIndex) == k)
-                    return collected.push_back(record.faceNormal);
-        };
-        if (g == -1)
-            collect(static_cast<size_t>(f));
-        for (size_t k = 0; g != -1 && k < mesh.faces.size(); ++k) {
-            const MeshFace& face = mesh.faces[k];
-            if (face.smoothingGroup == g && (face.a == v || face.b == v || face.c == v))
-                collect(k);
-        }
-        float x = 0.0f, y = 0.0f, z = 0.0f;
-        for (const Vector3& n : collected)
-            x += n.x, y += n.y, z += n.z;
-        const float length = std::sqrt(x * x + y * y + z * z);
-        return collected.empty() ? Vector3{0.0f, 0.0f, 0.0f} : Vector3{x / length, y / length, z / length};
+    // The face's record by its number. The records are sorted and numbered once each, so the
+    // first match is the record the sorted binary search finds.
+    const auto record = [&](int32_t k) {
+        for (size_t r = 0; r < mesh.normals.size(); ++r)
+            if (mesh.normals[r].faceIndex == k)
+                return static_cast<int32_t>(r);
+        return -1;
     };
     std::vector<MeshVertex> list(sources.size());
     for (size_t i = 0; i < sources.size(); ++i) {
         const VertexSource& s = sources[i];
         const auto position = static_cast<size_t>(s.position), texVertex = static_cast<size_t>(s.texVertex);
         list[i].position = position < mesh.vertices.size() ? mesh.vertices[position] : Vector3{0.0f, 0.0f, 0.0f};
-        const Vector3 n = cornerNormal(s.face, s.position, s.smoothingGroup);
+        const Vector3 n = randomscenes::PlainCornerNormal(mesh, s.face, s.position, s.smoothingGroup, record);
         list[i].normal = s.flip ? Vector3{-n.x, -n.y, -n.z} : n;
         list[i].colour = 0xFFFFFFFFu;
         list[i].material = s.material;

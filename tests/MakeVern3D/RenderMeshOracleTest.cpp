@@ -62,32 +62,12 @@ using Coverage = std::map<std::string, int>;
 
 Vector3 PlainVertexNormal(int32_t f, int32_t v, int32_t g, const Mesh& mesh, Coverage& coverage)
 {
-    std::vector<Vector3> collected;
-    const auto collect = [&](int32_t k) {
-        const int32_t record = FindFaceNormals(k, mesh);  // the lookup is a binary search in both
-        if (record >= 0)
-            collected.push_back(mesh.normals[static_cast<size_t>(record)].faceNormal);
-    };
-    if (g == -1) {
-        collect(f);
-    } else {
-        for (size_t k = 0; k < mesh.faces.size(); ++k) {
-            const MeshFace& face = mesh.faces[k];
-            if (face.smoothingGroup == g && (face.a == v || face.b == v || face.c == v))
-                collect(static_cast<int32_t>(k));
-        }
-    }
-    if (collected.empty()) {
-        ++coverage["corners without normal"];
-        return {0.0f, 0.0f, 0.0f};
-    }
-    float x = 0.0f, y = 0.0f, z = 0.0f;
-    for (const Vector3& n : collected)
-        x += n.x, y += n.y, z += n.z;
-    const float length = std::sqrt(x * x + y * y + z * z);
-    const Vector3 normal{x / length, y / length, z / length};
-    if (std::isnan(normal.x) || std::isnan(normal.y) || std::isnan(normal.z))
-        ++coverage["not-a-number normals"];
+    int found = 0;
+    // The lookup is a binary search in both.
+    const auto record = [&](int32_t k) { return FindFaceNormals(k, mesh); };
+    const Vector3 normal = randomscenes::PlainCornerNormal(mesh, f, v, g, record, &found);
+    coverage["corners without normal"] += found == 0;
+    coverage["not-a-number normals"] += std::isnan(normal.x) || std::isnan(normal.y) || std::isnan(normal.z);
     return normal;
 }
 

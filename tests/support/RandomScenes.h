@@ -1,5 +1,6 @@
 // Random scenes for the tests, all drawn from one seeded source: meshes and material tables in
-// the converter's own types, and ASE scene texts together with what their conversion must give.
+// the converter's own types, and ASE scene texts together with what their conversion must give;
+// and the plain corner-normal rule that the tests of such meshes share.
 // Header-only: the support library does not link the converter.
 #pragma once
 
@@ -168,6 +169,33 @@ inline Mesh RandomMesh(Random& rng, int faceCount, int span, bool walk)
             rng.Shuffle(mesh.texFaces);
     }
     return mesh;
+}
+
+// The corner normal by the plain rule: without smoothing group the face's own record, else the
+// normalised sum of the records of every face of the group that has the vertex; zero when none is
+// found. `record(k)` answers face k's record (-1: none); `found`, when given, counts those found.
+template <typename Record>
+Vector3 PlainCornerNormal(const Mesh& mesh, int32_t f, int32_t v, int32_t g, const Record& record, int* found = nullptr)
+{
+    float x = 0.0f, y = 0.0f, z = 0.0f;
+    int count = 0;
+    const auto collect = [&](int32_t k) {
+        if (const int32_t r = record(k); r >= 0) {
+            const Vector3& n = mesh.normals[static_cast<size_t>(r)].faceNormal;
+            x += n.x, y += n.y, z += n.z, ++count;
+        }
+    };
+    if (g == -1)
+        collect(f);
+    for (size_t k = 0; g != -1 && k < mesh.faces.size(); ++k) {
+        const MeshFace& face = mesh.faces[k];
+        if (face.smoothingGroup == g && (face.a == v || face.b == v || face.c == v))
+            collect(static_cast<int32_t>(k));
+    }
+    if (found)
+        *found = count;
+    const float length = std::sqrt(x * x + y * y + z * z);
+    return count == 0 ? Vector3{0.0f, 0.0f, 0.0f} : Vector3{x / length, y / length, z / length};
 }
 
 // ---- Scene texts ----
