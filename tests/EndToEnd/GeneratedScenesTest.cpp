@@ -15,10 +15,8 @@
 #include <array>
 #include <bit>
 #include <cmath>
-#include <concepts>
 #include <iostream>
 #include <map>
-#include <random>
 #include <string>
 #include <vector>
 

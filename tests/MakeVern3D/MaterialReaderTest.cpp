@@ -29,20 +29,16 @@ std::string MaterialList(const std::string& materials)
     return "*MATERIAL_LIST {\n*MATERIAL_COUNT 1\n" + materials + "}\n";
 }
 
-vern3d::Scene Decoded(const asetest::Parsed& parsed)
+using Entries = std::vector<std::pair<uint32_t, std::string>>;
+
+// The texture table of the written file.
+std::vector<Entries> TextureTable(const asetest::Parsed& parsed)
 {
     vern3d::Scene scene;
     std::string error;
     EXPECT_TRUE(vern3d::DecodeFile(parsed.output, &scene, &error)) << error;
-    return scene;
-}
-
-using Entries = std::vector<std::pair<uint32_t, std::string>>;
-
-std::vector<Entries> TextureTable(const asetest::Parsed& parsed)
-{
     std::vector<Entries> table;
-    for (const auto& set : Decoded(parsed).textureSets) {
+    for (const auto& set : scene.textureSets) {
         table.emplace_back();
         for (const auto& entry : set)
             table.back().emplace_back(entry.flags, entry.fileName);
