@@ -397,87 +397,6 @@ TEST(RenderMeshOracle, LargeMeshesOverManyCellsMatchThePlainProcedures)
 
 // ---- The welder alone, with non-finite and huge coordinates ----
 
-float Component(const Vector3& p, int axis) { return axis == 0 ? p.x : axis == 1 ? p.y : p.z; }
-
-float WeldCoordinate(Random& rng, const std::vector<MeshVertex>& list, int axis)
-{
-    const float inf = std::numeric_limits<float>::infinity();
-    // 1e14 and 8e17 once made the search visit millions of cells per lookup.
-    const float kExtremes[] = {std::numeric_limits<float>::quiet_NaN(), inf, -inf, 1e20f, -1e20f,
-                              std::numeric_limits<float>::max(), -3e38f, 1e11f, -1e11f, 1e14f, 8e17f, -8e17f};
-    switch (rng.Int(0, 9)) {
-    case 0:
-        return kExtremes[rng.Int(0, 11)];
-    case 1:
-        return 1e6f + static_cast<float>(rng.Int(-8, 8)) * 0.0625f;  // steps of one float unit
-    case 2:
-        return 16384.0f + static_cast<float>(rng.Int(-8, 8)) * 0.05f;
-    case 3:
-        if (!list.empty()) {
-            const size_t other = static_cast<size_t>(rng.Int(0, static_cast<int>(list.size()) - 1));
-            const float base = Component(list[other].position, axis);
-            return rng.Chance(0.5) ? std::nextafter(base, rng.Chance(0.5) ? inf : -inf)
-                                   : base + static_cast<float>(rng.Int(-1, 1)) * 0.1f;
-        }
-        [[fallthrough]];
-    default:
-        return static_cast<float>(rng.Int(-10, 10)) * 0.05f;
-    }
-}
-
-MeshVertex RandomWeldVertex(Random& rng, const std::vector<MeshVertex>& list)
-{
-    const Vector3 kNormals[] = {{0.0f, 0.0f, 1.0f},
-                                {0.0f, 0.05f, 0.99875f},
-                                {0.0f, 0.1f, 0.995f},
-                                {0.0f, 0.0f, std::numeric_limits<float>::quiet_NaN()}};
-    MeshVertex vertex;
-    vertex.position = {WeldCoordinate(rng, list, 0), WeldCoordinate(rng, list, 1), WeldCoordinate(rng, list, 2)};
-    vertex.normal = kNormals[rng.Chance(0.7) ? 0 : rng.Int(1, 3)];
-    vertex.colour = rng.Chance(0.9) ? 0xFFFFFFFFu : 0xFF00FF00u;
-    vertex.material = rng.Chance(0.9) ? 0u : 1u;
-    vertex.u = static_cast<float>(rng.Int(0, 3)) * 0.0005f;
-    vertex.v = static_cast<float>(rng.Int(0, 3)) * 0.001f;
-    return vertex;
-}
-
-// Corners crowded at one place, on lattices of half a tolerance so that matches are met exactly
-// and often: each family varies what the welder must tell apart beyond the position grid.
-MeshVertex CrowdedWeldVertex(Random& rng, const std::vector<MeshVertex>& list, int family)
-{
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const auto lattice = [&](int range, float step) { return static_cast<float>(rng.Int(-range, range)) * step; };
-    MeshVertex vertex;
-    vertex.position = {lattice(1, 0.05f), 0.0f, 0.0f};
-    vertex.normal = {0.0f, 0.0f, 1.0f};
-    switch (family) {
-    case 0:  // not-a-number normals, or another component that is not a number, among finite ones
-        vertex = RandomWeldVertex(rng, list);
-        vertex.position = {0.0f, 0.0f, 0.0f};
-        if (rng.Chance(0.5))
-            (rng.Chance(0.7) ? vertex.normal.y : rng.Chance(0.5) ? vertex.u : vertex.v) = nan;
-        break;
-    case 1:  // one position, many normals
-        vertex.normal = {lattice(30, 0.05f), lattice(30, 0.05f), lattice(2, 0.05f)};
-        break;
-    case 2:  // many texture coordinates
-        vertex.u = lattice(300, 0.0005f);
-        vertex.v = lattice(4, 0.0005f);
-        break;
-    case 3:  // many materials, a few normals and texture coordinates
-        vertex.material = static_cast<uint32_t>(rng.Int(0, 400));
-        vertex.normal.x = lattice(2, 0.05f);
-        vertex.u = lattice(2, 0.0005f);
-        break;
-    default:  // many positions in one wide cell, with few normals and texture coordinates
-        vertex.position = {lattice(80, 0.05f), lattice(80, 0.05f), lattice(1, 0.05f)};
-        vertex.normal.x = lattice(1, 0.05f);
-        vertex.u = lattice(1, 0.0005f);
-        break;
-    }
-    return vertex;
-}
-
 TEST(RenderMeshOracle, WelderFindsTheFirstMatchOfAScanFromTheStart)
 {
     // Family -1: random vertices with huge, non-finite and neighbouring coordinates; the others
@@ -492,7 +411,8 @@ TEST(RenderMeshOracle, WelderFindsTheFirstMatchOfAScanFromTheStart)
             // A small table grows; the finest position level exists only under wide cells.
             VertexWelder welder(list, static_cast<size_t>(rng.Int(0, 40)), family < 0 ? 0.0 : 10.0, tolerance);
             for (int i = 0; i < (family < 0 ? 2000 : 3000); ++i) {
-                MeshVertex vertex = family < 0 ? RandomWeldVertex(rng, list) : CrowdedWeldVertex(rng, list, family);
+                MeshVertex vertex = family < 0 ? randomscenes::RandomWeldVertex(rng, list)
+                                                : randomscenes::CrowdedWeldVertex(rng, list, family);
                 // Lattices of half a tolerance: positions scaled to it.
                 if (tolerance > 0.0) {
                     const auto scale = static_cast<float>(tolerance / 0.1);
