@@ -2,8 +2,9 @@
 // over the vertices made so far for each new vertex, a scan over all faces for each corner
 // normal, first-match scans for texture faces and texture vertices by number, bubble sorts, and
 // a scan over the batch's new vertices for each corner when numbering per batch. These plain
-// procedures live only here. Random meshes sit on a coarse lattice, so that the welding
-// tolerances are met exactly and often, on both sides of their bounds.
+// procedures live only here (the corner-normal rule beside the random meshes). Random meshes sit
+// on a coarse lattice, so that the welding tolerances are met exactly and often, on both sides of
+// their bounds.
 #include "ConvertSettings.h"
 #include "Output/VertexWelder.h"
 #include "Parser/Reporter.h"
