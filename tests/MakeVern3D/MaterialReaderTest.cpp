@@ -1,10 +1,10 @@
 // Materials and maps: what the reader's tables hold and what the written texture table says.
 #include "support/AseTestParse.h"
+#include "support/RandomScenes.h"
 #include "vern/Vern3DDecoder.h"
 
 #include <gtest/gtest.h>
 
-#include <random>
 
 namespace {
 
@@ -29,20 +29,16 @@ std::string MaterialList(const std::string& materials)
     return "*MATERIAL_LIST {\n*MATERIAL_COUNT 1\n" + materials + "}\n";
 }
 
-vern3d::Scene Decoded(const asetest::Parsed& parsed)
+using Entries = std::vector<std::pair<uint32_t, std::string>>;
+
+// The texture table of the written file.
+std::vector<Entries> TextureTable(const asetest::Parsed& parsed)
 {
     vern3d::Scene scene;
     std::string error;
     EXPECT_TRUE(vern3d::DecodeFile(parsed.output, &scene, &error)) << error;
-    return scene;
-}
-
-using Entries = std::vector<std::pair<uint32_t, std::string>>;
-
-std::vector<Entries> TextureTable(const asetest::Parsed& parsed)
-{
     std::vector<Entries> table;
-    for (const auto& set : Decoded(parsed).textureSets) {
+    for (const auto& set : scene.textureSets) {
         table.emplace_back();
         for (const auto& entry : set)
             table.back().emplace_back(entry.flags, entry.fileName);
@@ -201,19 +197,19 @@ TEST(Materials, WarningsAndErrors)
 // The first equal set wins: a literal scan over the sets found so far, against the reader's table.
 TEST(Materials, SharingMatchesTheLiteralScanOnRandomMaterials)
 {
-    std::mt19937 random(7);
+    randomscenes::Random random(7);
     for (int round = 0; round < 20; ++round) {
         std::string materials;
         std::vector<Entries> literal;
         std::vector<int> expectedIndex;
-        const int count = 1 + static_cast<int>(random() % 40);
+        const int count = random.Int(1, 40);
         for (int n = 0; n < count; ++n) {
             std::string body;
             Entries entries;
             uint32_t xp = 0;
-            for (int map = static_cast<int>(random() % 3); map > 0; --map) {
-                const bool opacity = random() % 3 == 0;
-                const std::string file = "t" + std::to_string(random() % 4);
+            for (int map = random.Int(0, 2); map > 0; --map) {
+                const bool opacity = random.Chance(1.0 / 3);
+                const std::string file = "t" + std::to_string(random.Int(0, 3));
                 body += Map(opacity ? "MAP_OPACITY" : "MAP_DIFFUSE", file);
                 xp |= opacity ? 1u : 0u;
                 bool same = false;

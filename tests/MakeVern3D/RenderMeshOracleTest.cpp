@@ -2,14 +2,16 @@
 // over the vertices made so far for each new vertex, a scan over all faces for each corner
 // normal, first-match scans for texture faces and texture vertices by number, bubble sorts, and
 // a scan over the batch's new vertices for each corner when numbering per batch. These plain
-// procedures live only here. Random meshes sit on a coarse lattice, so that the welding
-// tolerances are met exactly and often, on both sides of their bounds.
+// procedures live only here (the corner-normal rule beside the random meshes). Random meshes sit
+// on a coarse lattice, so that the welding tolerances are met exactly and often, on both sides of
+// their bounds.
 #include "ConvertSettings.h"
 #include "Output/VertexWelder.h"
 #include "Parser/Reporter.h"
 #include "Scene/BaseNode.h"
 #include "Scene/Scene.h"
 #include "Scene/VertexNormals.h"
+#include "support/RandomScenes.h"
 
 #include <gtest/gtest.h>
 
@@ -20,14 +22,13 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
-#include <memory>
-#include <numeric>
-#include <random>
+#include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
+
+using randomscenes::Random;
 
 // ---- The plain procedures ----
 
@@ -57,53 +58,17 @@ int32_t FirstWeld(const std::vector<MeshVertex>& list, const MeshVertex& vertex,
     return -1;
 }
 
-// What the tests saw happen, so that a generator that stops producing a case is noticed.
-struct Coverage {
-    int nearWelds = 0;    // welded onto a vertex whose position or normal differs
-    int justInside = 0;   // a position component |a - b| within 1e-6 below the tolerance
-    int justOutside = 0;  // ... and within 1e-6 above it
-    int notANumber = 0;   // corner normals that are not a number
-    int noNormal = 0;     // corners for which nothing was collected
-    int twoSided = 0;
-    int warnings = 0;
-    int errors = 0;
-    int missingTexVertex = 0;
-    int emptySetTriangles = 0;
-    int opacityTriangles = 0;
-    int sharedAcrossBatches = 0;
-};
+// What the tests saw happen, by name, so that a generator that stops producing a case is noticed.
+using Coverage = std::map<std::string, int>;
 
 Vector3 PlainVertexNormal(int32_t f, int32_t v, int32_t g, const Mesh& mesh, Coverage& coverage)
 {
-    std::vector<Vector3> collected;
-    const auto collect = [&](int32_t k) {
-        const int32_t record = FindFaceNormals(k, mesh);  // the lookup is a binary search in both
-        if (record >= 0)
-            collected.push_back(mesh.normals[static_cast<size_t>(record)].faceNormal);
-    };
-    if (g == -1) {
-        collect(f);
-    } else {
-        for (size_t k = 0; k < mesh.faces.size(); ++k) {
-            const MeshFace& face = mesh.faces[k];
-            if (face.smoothingGroup == g && (face.a == v || face.b == v || face.c == v))
-                collect(static_cast<int32_t>(k));
-        }
-    }
-    if (collected.empty()) {
-        ++coverage.noNormal;
-        return {0.0f, 0.0f, 0.0f};
-    }
-    float x = 0.0f, y = 0.0f, z = 0.0f;
-    for (const Vector3& n : collected) {
-        x += n.x;
-        y += n.y;
-        z += n.z;
-    }
-    const float length = std::sqrt(x * x + y * y + z * z);
-    const Vector3 normal{x / length, y / length, z / length};
-    if (std::isnan(normal.x) || std::isnan(normal.y) || std::isnan(normal.z))
-        ++coverage.notANumber;
+    int found = 0;
+    // The lookup is a binary search in both.
+    const auto record = [&](int32_t k) { return FindFaceNormals(k, mesh); };
+    const Vector3 normal = randomscenes::PlainCornerNormal(mesh, f, v, g, record, &found);
+    coverage["corners without normal"] += found == 0;
+    coverage["not-a-number normals"] += std::isnan(normal.x) || std::isnan(normal.y) || std::isnan(normal.z);
     return normal;
 }
 
@@ -134,6 +99,10 @@ bool ShouldSwap(const Scene& scene, uint32_t a, uint32_t b)
 Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh mesh, bool countPairs, Coverage& coverage)
 {
     Built out;
+    // Counted in the inner loops, so looked up once.
+    int& inside = coverage["differences just inside the tolerance"];
+    int& outside = coverage["differences just outside the tolerance"];
+    int& shared = coverage["vertices in several batches"];
     auto& normals = mesh.normals;
     for (bool exchanged = true; exchanged;) {
         exchanged = false;
@@ -153,15 +122,15 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
                 const float b[3] = {vertex.position.x, vertex.position.y, vertex.position.z};
                 for (int i = 0; i < 3; ++i) {
                     const double d = std::fabs(static_cast<double>(a[i]) - static_cast<double>(b[i]));
-                    coverage.justInside += d <= 0.1 && d >= 0.1 - 1e-6;
-                    coverage.justOutside += d > 0.1 && d <= 0.1 + 1e-6;
+                    inside += d <= 0.1 && d >= 0.1 - 1e-6;
+                    outside += d > 0.1 && d <= 0.1 + 1e-6;
                 }
             }
         }
         const int32_t found = FirstWeld(out.vertices, vertex, tolerance);
         if (found >= 0) {
             const MeshVertex& old = out.vertices[static_cast<size_t>(found)];
-            coverage.nearWelds += std::memcmp(&old.position, &vertex.position, sizeof(Vector3)) != 0 ||
+            coverage["welds of differing vertices"] += std::memcmp(&old.position, &vertex.position, sizeof(Vector3)) != 0 ||
                                   std::memcmp(&old.normal, &vertex.normal, sizeof(Vector3)) != 0;
             return static_cast<uint32_t>(found);
         }
@@ -175,19 +144,26 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
         const auto faceNumber = static_cast<int32_t>(f);
         if (materialRef == -1) {
             out.error = true;
-            ++coverage.errors;
+            ++coverage["material reference -1"];
             break;
         }
+        // The face's slot: the material's own, or with sub-materials the one its id numbers; an id
+        // that numbers none gets the first set and properties, one-sided, and is warned twice.
         const MaterialTableEntry& entry = scene.materialTable[static_cast<size_t>(materialRef)];
         MaterialSlot slot = entry.slot;
         if (entry.subMaterials) {
-            if (static_cast<uint32_t>(face.materialId) < entry.subMaterials->size()) {
-                slot = (*entry.subMaterials)[static_cast<size_t>(face.materialId)];
-            } else {
-                slot = MaterialSlot{0, 0, false};
-                out.warnedIds.push_back(face.materialId);
-                out.warnedIds.push_back(face.materialId);
-                ++coverage.warnings;
+            bool numbered = false;
+            for (size_t s = 0; s < entry.subMaterials->size(); ++s) {
+                if (static_cast<int64_t>(s) == face.materialId) {
+                    slot = (*entry.subMaterials)[s];
+                    numbered = true;
+                }
+            }
+            if (!numbered) {
+                slot.textureSetIndex = slot.propertiesIndex = 0;
+                slot.twoSided = false;
+                out.warnedIds.insert(out.warnedIds.end(), 2, face.materialId);
+                ++coverage["invalid material ids"];
             }
         }
 
@@ -206,7 +182,7 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
                         break;
                     }
                 }
-                coverage.missingTexVertex += texVertex[k] == -1;
+                coverage["missing texture vertices"] += texVertex[k] == -1;
             }
             break;
         }
@@ -234,7 +210,7 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
         const auto set = static_cast<uint32_t>(slot.textureSetIndex);
         out.triangles.push_back({flags, {front[0], front[2], front[1]}, set});
         if (slot.twoSided) {
-            ++coverage.twoSided;
+            ++coverage["two-sided faces"];
             uint32_t back[3];
             for (int k = 0; k < 3; ++k) {
                 vertices[k].normal = {-vertices[k].normal.x, -vertices[k].normal.y, -vertices[k].normal.z};
@@ -260,8 +236,8 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
     }
     for (const MeshTriangle& triangle : triangles) {
         const auto& entries = scene.textureSets[triangle.textureSet]->entries;
-        coverage.emptySetTriangles += entries.empty();
-        coverage.opacityTriangles += !entries.empty() && (entries[0].flags & 1) != 0;
+        coverage["triangles of sets without entries"] += entries.empty();
+        coverage["opacity-mapped triangles"] += !entries.empty() && (entries[0].flags & 1) != 0;
     }
 
     for (size_t i = 0; i < triangles.size(); ++i) {
@@ -285,7 +261,7 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
                 }
                 if (found == sources.size()) {
                     for (size_t j = 0; j < batch.firstVertex; ++j)
-                        coverage.sharedAcrossBatches += sources[j].originalIndex == static_cast<int32_t>(corner);
+                        shared += sources[j].originalIndex == static_cast<int32_t>(corner);
                     vertices.push_back(out.vertices[corner]);
                     sources.push_back(out.sources[corner]);
                     sources.back().originalIndex = static_cast<int32_t>(corner);
@@ -308,40 +284,24 @@ std::string Text(float value)
     std::snprintf(text, sizeof text, "%.9g<%08x>", static_cast<double>(value), std::bit_cast<uint32_t>(value));
     return text;
 }
-
+std::string Text(std::integral auto value) { return std::to_string(value); }
 std::string Text(const Vector3& v) { return "(" + Text(v.x) + " " + Text(v.y) + " " + Text(v.z) + ")"; }
-
-std::string Text(const MeshVertex& v)
+// The fields of a record, in order.
+template <typename... Fields>
+std::string Join(const Fields&... fields)
 {
-    return "position " + Text(v.position) + " normal " + Text(v.normal) + " colour " + std::to_string(v.colour) +
-           " material " + std::to_string(v.material) + " uv " + Text(v.u) + " " + Text(v.v);
+    std::string text;
+    ((text += Text(fields) + " "), ...);
+    return text;
 }
-
+std::string Text(const MeshVertex& v) { return Join(v.position, v.normal, v.colour, v.material, v.u, v.v); }
 std::string Text(const VertexSource& s)
 {
-    char text[160];
-    std::snprintf(text, sizeof text, "face %d position %d texVertex %d group %d material %u flip %u original %d",
-                  s.face, s.position, s.texVertex, s.smoothingGroup, s.material, unsigned{s.flip}, s.originalIndex);
-    return text;
+    return Join(s.face, s.position, s.texVertex, s.smoothingGroup, s.material, s.flip, s.originalIndex);
 }
-
-std::string Text(const MeshTriangle& t)
-{
-    char text[96];
-    std::snprintf(text, sizeof text, "flags %u corners %u %u %u set %u", t.flags, t.corners[0], t.corners[1],
-                  t.corners[2], t.textureSet);
-    return text;
-}
-
-std::string Text(const MeshBatch& b)
-{
-    char text[96];
-    std::snprintf(text, sizeof text, "triangles %u+%u vertices %u+%u", b.firstTriangle, b.triangleCount,
-                  b.firstVertex, b.vertexCount);
-    return text;
-}
-
-std::string Text(const MeshFaceNormals& n) { return "face " + std::to_string(n.faceIndex) + " " + Text(n.faceNormal); }
+std::string Text(const MeshTriangle& t) { return Join(t.flags, t.corners[0], t.corners[1], t.corners[2], t.textureSet); }
+std::string Text(const MeshBatch& b) { return Join(b.firstTriangle, b.triangleCount, b.firstVertex, b.vertexCount); }
+std::string Text(const MeshFaceNormals& n) { return Join(n.faceIndex, n.faceNormal); }
 
 // The first entry where the lists differ, or "" when they are equal.
 template <typename Record>
@@ -372,192 +332,36 @@ bool PrintedWarnings(const std::string& printed, const std::vector<int32_t>& ids
     return start == printed.size();
 }
 
-// ---- Random scenes ----
-
-class Rng {
-public:
-    explicit Rng(uint32_t seed) : engine(seed) {}
-    int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(engine); }
-    bool Chance(double p) { return std::uniform_real_distribution<double>(0.0, 1.0)(engine) < p; }
-    template <typename List>
-    void Shuffle(List& list) { std::shuffle(list.begin(), list.end(), engine); }
-
-private:
-    std::mt19937 engine;
-};
-
-MaterialSlot RandomSlot(Rng& rng, int setCount) { return {rng.Int(0, setCount - 1), rng.Int(0, 3), rng.Chance(0.3)}; }
-
-// Texture sets (some without entries, some opacity-mapped) and a material table; answers the
-// node's material reference.
-int32_t FillMaterials(Rng& rng, Scene& scene)
-{
-    const int32_t kFlags[] = {0, 1, 8, 9};
-    const int setCount = rng.Int(1, 6);
-    for (int i = 0; i < setCount; ++i) {
-        auto set = std::make_unique<TextureSet>();
-        const int entries = rng.Chance(0.25) ? 0 : rng.Int(1, 2);
-        for (int e = 0; e < entries; ++e) {
-            TextureEntry entry;
-            entry.fileName = "map" + std::to_string(i) + "_" + std::to_string(e) + ".bmp";
-            entry.flags = kFlags[rng.Int(0, 3)];
-            set->entries.push_back(entry);
-        }
-        scene.textureSets.push_back(std::move(set));
-    }
-    const int tableCount = rng.Int(1, 3);
-    for (int i = 0; i < tableCount; ++i) {
-        MaterialTableEntry entry;
-        entry.slot = RandomSlot(rng, setCount);
-        if (rng.Chance(0.5)) {
-            entry.subMaterials = std::make_unique<std::vector<MaterialSlot>>();
-            for (int s = rng.Int(0, 4); s > 0; --s)
-                entry.subMaterials->push_back(RandomSlot(rng, setCount));
-        }
-        scene.materialTable.push_back(std::move(entry));
-    }
-    return rng.Chance(0.02) ? -1 : rng.Int(0, tableCount - 1);
-}
-
-// Similar normals (within the tolerance of each other, or just outside), opposed ones, a zero one.
-const Vector3 kFaceNormals[] = {
-    {0.0f, 0.0f, 1.0f}, {0.0f, 0.1f, 0.995f}, {0.05f, 0.0f, 0.99875f}, {0.0f, 0.0f, 2.0f}, {0.0f, 0.0f, -1.0f},
-    {1.0f, 0.0f, 0.0f}, {0.95f, 0.1f, 0.0f},  {0.0f, -1.0f, 0.0f},     {0.6f, 0.8f, 0.0f}, {0.0f, 0.0f, 0.0f},
-};
-
-Vector3 RandomFaceNormal(Rng& rng) { return kFaceNormals[rng.Chance(0.6) ? rng.Int(0, 2) : rng.Int(0, 9)]; }
-
-// `walk`: positions on a random walk and faces of nearby numbers, so that edges are short and a
-// large mesh spreads over many cells of the welding grid.
-Mesh RandomMesh(Rng& rng, int faceCount, int span, bool walk)
-{
-    Mesh mesh;
-    const float step = rng.Chance(0.5) ? 0.05f : 0.1f;
-    const bool flat = rng.Chance(0.3);
-    const auto coordinate = [&] { return static_cast<float>(rng.Int(-span, span)) * step; };
-    const int vertexCount = 3 + rng.Int(0, faceCount * 3 / 2);
-    int walked[3] = {0, 0, 0};
-    for (int i = 0; i < vertexCount; ++i) {
-        if (i > 0 && rng.Chance(0.15)) {
-            mesh.vertices.push_back(mesh.vertices[static_cast<size_t>(rng.Int(0, i - 1))]);
-        } else if (walk) {
-            for (int& w : walked)
-                w += rng.Int(-2, 2);
-            mesh.vertices.push_back({static_cast<float>(walked[0]) * step, static_cast<float>(walked[1]) * step,
-                                     flat ? 0.0f : static_cast<float>(walked[2]) * step});
-        } else {
-            const float z = flat ? (rng.Chance(0.5) ? 0.0f : -0.0f) : coordinate();
-            mesh.vertices.push_back({coordinate(), coordinate(), z});
-        }
-    }
-    const auto near = [&](int32_t corner) {
-        return walk ? std::clamp(corner + rng.Int(-3, 3), 0, vertexCount - 1) : rng.Int(0, vertexCount - 1);
-    };
-
-    const int32_t kGroups[] = {-1, 0, 1, 2, 7};
-    const int32_t kEdges[] = {0, 0, 1, 1, 2, -1};
-    const int groupMode = rng.Int(0, 2);  // all without group, all in one group, mixed
-    for (int f = 0; f < faceCount; ++f) {
-        MeshFace face;
-        face.a = rng.Int(0, vertexCount - 1);
-        face.b = rng.Chance(0.05) ? face.a : near(face.a);
-        face.c = rng.Chance(0.05) ? face.a : near(face.a);
-        face.ab = kEdges[rng.Int(0, 5)];
-        face.bc = kEdges[rng.Int(0, 5)];
-        face.ca = kEdges[rng.Int(0, 5)];
-        face.smoothingGroup = groupMode == 0 ? -1 : groupMode == 1 ? 1 : kGroups[rng.Int(0, 4)];
-        face.materialId = rng.Int(-2, 5);
-        mesh.faces.push_back(face);
-    }
-
-    // Normal records: most faces one, some none, some two; a few for faces that do not exist.
-    if (!rng.Chance(0.03)) {
-        for (int f = 0; f < faceCount; ++f) {
-            const int roll = rng.Int(0, 99);
-            if (roll < 6)
-                continue;
-            mesh.normals.push_back({f, RandomFaceNormal(rng), {}});
-            if (roll >= 92)
-                mesh.normals.push_back({f, RandomFaceNormal(rng), {}});
-        }
-        if (rng.Chance(0.1))
-            mesh.normals.push_back({-1, RandomFaceNormal(rng), {}});
-        if (rng.Chance(0.1))
-            mesh.normals.push_back({faceCount + rng.Int(0, 3), RandomFaceNormal(rng), {}});
-        const int order = rng.Int(0, 2);  // as read, shuffled, or a few neighbours exchanged
-        if (order == 1)
-            rng.Shuffle(mesh.normals);
-        for (int swaps = order == 2 ? rng.Int(1, 4) : 0; swaps > 0 && mesh.normals.size() > 1; --swaps) {
-            const size_t at = static_cast<size_t>(rng.Int(1, static_cast<int>(mesh.normals.size()) - 1));
-            std::swap(mesh.normals[at - 1], mesh.normals[at]);
-        }
-    }
-
-    // Texture vertices in shuffled number order, some numbers repeated (so others are missing).
-    const int texCount = rng.Chance(0.85) ? rng.Int(0, std::min(faceCount * 2, 600)) : 0;
-    std::vector<int32_t> numbers(static_cast<size_t>(texCount));
-    std::iota(numbers.begin(), numbers.end(), 0);
-    if (rng.Chance(0.7))
-        rng.Shuffle(numbers);
-    const float uStep = rng.Chance(0.5) ? 0.001f : 0.0005f;
-    for (int i = 0; i < texCount; ++i) {
-        int32_t number = numbers[static_cast<size_t>(i)];
-        if (rng.Chance(0.1))
-            number = numbers[static_cast<size_t>(rng.Int(0, texCount - 1))];
-        if (rng.Chance(0.02))
-            number = -1;
-        mesh.texVertices.push_back({number, static_cast<float>(rng.Int(0, 6)) * uStep,
-                                    static_cast<float>(rng.Int(0, 6)) * 0.001f, 0.0f});
-    }
-    if (texCount > 0 || rng.Chance(0.2)) {
-        for (int f = 0; f < faceCount; ++f) {
-            for (int copies = rng.Chance(0.8) ? (rng.Chance(0.1) ? 2 : 1) : 0; copies > 0; --copies)
-                mesh.texFaces.push_back({f, rng.Int(-1, texCount), rng.Int(-1, texCount), rng.Int(-1, texCount)});
-        }
-        if (rng.Chance(0.1))
-            mesh.texFaces.push_back({-3, 0, 0, 0});
-        if (rng.Chance(0.5))
-            rng.Shuffle(mesh.texFaces);
-    }
-    return mesh;
-}
-
 // Builds one random mesh both ways; answers whether they agree (the failure is reported).
 bool CheckOne(uint32_t seed, int faceCount, int span, bool walk, Coverage& coverage)
 {
-    Rng rng(seed);
+    Random rng(seed);
     Scene scene;
     Reporter reporter;
     MeshNode node("mesh" + std::to_string(seed));
-    node.materialRef = FillMaterials(rng, scene);
+    node.materialRef = randomscenes::RandomMaterials(rng, scene);
     // Mostly the classic position tolerance; now and then one that -weld gives.
     ConvertSettings settings;
     const double kTolerances[] = {0.05, 0.15, 0.0, 1.0};
     if (rng.Chance(0.25))
         settings.weldTolerance = kTolerances[rng.Int(0, 3)];
-    Mesh mesh = RandomMesh(rng, faceCount, span, walk);
+    Mesh mesh = randomscenes::RandomMesh(rng, faceCount, span, walk);
     const Built expected = PlainBuild(scene, settings.weldTolerance, node.materialRef, mesh, faceCount <= 60, coverage);
 
     testing::internal::CaptureStdout();
     node.BuildRenderMesh(scene, settings, reporter, mesh);
     const std::string printed = testing::internal::GetCapturedStdout();
 
-    std::string difference = FirstDifference("normal record", expected.sortedNormals, mesh.normals);
-    if (difference.empty())
-        difference = FirstDifference("vertex", expected.vertices, node.renderVertices);
-    if (difference.empty())
-        difference = FirstDifference("vertex source", expected.sources, node.vertexSources);
-    if (difference.empty())
-        difference = FirstDifference("triangle", expected.triangles, node.renderTriangles);
-    if (difference.empty())
-        difference = FirstDifference("batch", expected.batches, node.renderBatches);
-    if (difference.empty() && !PrintedWarnings(printed, expected.warnedIds, node.name))
-        difference = "printed " + std::to_string(expected.warnedIds.size()) + " warnings expected, got: " + printed;
-    const std::string errorText = "Invalid material id '-1' in object '" + node.name + "'.";
-    if (difference.empty() && reporter.HasError() != expected.error)
-        difference = "error flag " + std::to_string(reporter.HasError());
-    if (difference.empty() && expected.error && reporter.ErrorText().find(errorText) == std::string::npos)
-        difference = "error text " + reporter.ErrorText();
+    std::string difference = FirstDifference("normal record", expected.sortedNormals, mesh.normals) +
+                             FirstDifference("vertex", expected.vertices, node.renderVertices) +
+                             FirstDifference("vertex source", expected.sources, node.vertexSources) +
+                             FirstDifference("triangle", expected.triangles, node.renderTriangles) +
+                             FirstDifference("batch", expected.batches, node.renderBatches);
+    if (!PrintedWarnings(printed, expected.warnedIds, node.name))
+        difference += "printed " + std::to_string(expected.warnedIds.size()) + " warnings expected, got: " + printed;
+    if (reporter.HasError() != expected.error ||
+        (expected.error && reporter.ErrorText().find("Invalid material id '-1' in object '" + node.name + "'.") == std::string::npos))
+        difference += "error " + reporter.ErrorText();
     EXPECT_EQ(difference, "") << "seed " << seed << ", " << faceCount << " faces, " << mesh.vertices.size()
                               << " positions, material reference " << node.materialRef << ", tolerance "
                               << settings.weldTolerance;
@@ -569,25 +373,14 @@ TEST(RenderMeshOracle, RandomSmallMeshesMatchThePlainProcedures)
     Coverage coverage;
     int failures = 0;
     for (uint32_t seed = 1; seed <= 800 && failures < 5; ++seed) {
-        Rng sizes(seed * 7919u);
+        Random sizes(seed * 7919u);
         failures += !CheckOne(seed, sizes.Int(1, 60), sizes.Int(1, 6), sizes.Chance(0.3), coverage);
     }
-    const std::pair<const char*, int> seen[] = {
-        {"welds of differing vertices", coverage.nearWelds},
-        {"differences just inside the tolerance", coverage.justInside},
-        {"differences just outside the tolerance", coverage.justOutside},
-        {"not-a-number normals", coverage.notANumber},
-        {"corners without normal", coverage.noNormal},
-        {"two-sided faces", coverage.twoSided},
-        {"invalid material ids", coverage.warnings},
-        {"material reference -1", coverage.errors},
-        {"missing texture vertices", coverage.missingTexVertex},
-        {"triangles of sets without entries", coverage.emptySetTriangles},
-        {"opacity-mapped triangles", coverage.opacityTriangles},
-        {"vertices in several batches", coverage.sharedAcrossBatches},
-    };
-    for (const auto& [what, count] : seen)
-        EXPECT_GT(count, 0) << "the random meshes never produced " << what;
+    for (const char* what : {"welds of differing vertices", "differences just inside the tolerance",
+                             "differences just outside the tolerance", "not-a-number normals", "corners without normal",
+                             "two-sided faces", "invalid material ids", "material reference -1", "missing texture vertices",
+                             "triangles of sets without entries", "opacity-mapped triangles", "vertices in several batches"})
+        EXPECT_GT(coverage[what], 0) << "the random meshes never produced " << what;
 }
 
 TEST(RenderMeshOracle, LargeMeshesOverManyCellsMatchThePlainProcedures)
@@ -600,91 +393,10 @@ TEST(RenderMeshOracle, LargeMeshesOverManyCellsMatchThePlainProcedures)
         // Crowded: every position within a step of the origin, so cells split by normal and texture coordinate.
         CheckOne(300000u + static_cast<uint32_t>(i), faceCounts[i], 1, false, coverage);
     }
-    EXPECT_GT(coverage.nearWelds, 0);
+    EXPECT_GT(coverage["welds of differing vertices"], 0);
 }
 
 // ---- The welder alone, with non-finite and huge coordinates ----
-
-float Component(const Vector3& p, int axis) { return axis == 0 ? p.x : axis == 1 ? p.y : p.z; }
-
-float WeldCoordinate(Rng& rng, const std::vector<MeshVertex>& list, int axis)
-{
-    const float inf = std::numeric_limits<float>::infinity();
-    // 1e14 and 8e17 once made the search visit millions of cells per lookup.
-    const float kExtremes[] = {std::numeric_limits<float>::quiet_NaN(), inf, -inf, 1e20f, -1e20f,
-                              std::numeric_limits<float>::max(), -3e38f, 1e11f, -1e11f, 1e14f, 8e17f, -8e17f};
-    switch (rng.Int(0, 9)) {
-    case 0:
-        return kExtremes[rng.Int(0, 11)];
-    case 1:
-        return 1e6f + static_cast<float>(rng.Int(-8, 8)) * 0.0625f;  // steps of one float unit
-    case 2:
-        return 16384.0f + static_cast<float>(rng.Int(-8, 8)) * 0.05f;
-    case 3:
-        if (!list.empty()) {
-            const size_t other = static_cast<size_t>(rng.Int(0, static_cast<int>(list.size()) - 1));
-            const float base = Component(list[other].position, axis);
-            return rng.Chance(0.5) ? std::nextafter(base, rng.Chance(0.5) ? inf : -inf)
-                                   : base + static_cast<float>(rng.Int(-1, 1)) * 0.1f;
-        }
-        [[fallthrough]];
-    default:
-        return static_cast<float>(rng.Int(-10, 10)) * 0.05f;
-    }
-}
-
-MeshVertex RandomWeldVertex(Rng& rng, const std::vector<MeshVertex>& list)
-{
-    const Vector3 kNormals[] = {{0.0f, 0.0f, 1.0f},
-                                {0.0f, 0.05f, 0.99875f},
-                                {0.0f, 0.1f, 0.995f},
-                                {0.0f, 0.0f, std::numeric_limits<float>::quiet_NaN()}};
-    MeshVertex vertex;
-    vertex.position = {WeldCoordinate(rng, list, 0), WeldCoordinate(rng, list, 1), WeldCoordinate(rng, list, 2)};
-    vertex.normal = kNormals[rng.Chance(0.7) ? 0 : rng.Int(1, 3)];
-    vertex.colour = rng.Chance(0.9) ? 0xFFFFFFFFu : 0xFF00FF00u;
-    vertex.material = rng.Chance(0.9) ? 0u : 1u;
-    vertex.u = static_cast<float>(rng.Int(0, 3)) * 0.0005f;
-    vertex.v = static_cast<float>(rng.Int(0, 3)) * 0.001f;
-    return vertex;
-}
-
-// Corners crowded at one place, on lattices of half a tolerance so that matches are met exactly
-// and often: each family varies what the welder must tell apart beyond the position grid.
-MeshVertex CrowdedWeldVertex(Rng& rng, const std::vector<MeshVertex>& list, int family)
-{
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const auto lattice = [&](int range, float step) { return static_cast<float>(rng.Int(-range, range)) * step; };
-    MeshVertex vertex;
-    vertex.position = {lattice(1, 0.05f), 0.0f, 0.0f};
-    vertex.normal = {0.0f, 0.0f, 1.0f};
-    switch (family) {
-    case 0:  // not-a-number normals, or another component that is not a number, among finite ones
-        vertex = RandomWeldVertex(rng, list);
-        vertex.position = {0.0f, 0.0f, 0.0f};
-        if (rng.Chance(0.5))
-            (rng.Chance(0.7) ? vertex.normal.y : rng.Chance(0.5) ? vertex.u : vertex.v) = nan;
-        break;
-    case 1:  // one position, many normals
-        vertex.normal = {lattice(30, 0.05f), lattice(30, 0.05f), lattice(2, 0.05f)};
-        break;
-    case 2:  // many texture coordinates
-        vertex.u = lattice(300, 0.0005f);
-        vertex.v = lattice(4, 0.0005f);
-        break;
-    case 3:  // many materials, a few normals and texture coordinates
-        vertex.material = static_cast<uint32_t>(rng.Int(0, 400));
-        vertex.normal.x = lattice(2, 0.05f);
-        vertex.u = lattice(2, 0.0005f);
-        break;
-    default:  // many positions in one wide cell, with few normals and texture coordinates
-        vertex.position = {lattice(80, 0.05f), lattice(80, 0.05f), lattice(1, 0.05f)};
-        vertex.normal.x = lattice(1, 0.05f);
-        vertex.u = lattice(1, 0.0005f);
-        break;
-    }
-    return vertex;
-}
 
 TEST(RenderMeshOracle, WelderFindsTheFirstMatchOfAScanFromTheStart)
 {
@@ -695,12 +407,13 @@ TEST(RenderMeshOracle, WelderFindsTheFirstMatchOfAScanFromTheStart)
     for (int family = -1; family <= 4; ++family) {
         int matches = 0, hugeMatches = 0, nearMatches = 0;
         for (uint32_t seed = 1; seed <= (family < 0 ? 30u : 4u) / (tolerance == 0.1 ? 1 : 2); ++seed) {
-            Rng rng(seed);
+            Random rng(seed);
             std::vector<MeshVertex> list;
             // A small table grows; the finest position level exists only under wide cells.
             VertexWelder welder(list, static_cast<size_t>(rng.Int(0, 40)), family < 0 ? 0.0 : 10.0, tolerance);
             for (int i = 0; i < (family < 0 ? 2000 : 3000); ++i) {
-                MeshVertex vertex = family < 0 ? RandomWeldVertex(rng, list) : CrowdedWeldVertex(rng, list, family);
+                MeshVertex vertex = family < 0 ? randomscenes::RandomWeldVertex(rng, list)
+                                                : randomscenes::CrowdedWeldVertex(rng, list, family);
                 // Lattices of half a tolerance: positions scaled to it.
                 if (tolerance > 0.0) {
                     const auto scale = static_cast<float>(tolerance / 0.1);

@@ -4,27 +4,26 @@
 #include "ConvertSettings.h"
 #include "Parser/Reporter.h"
 #include "Scene/Scene.h"
+#include "support/RandomScenes.h"
 #include "support/TestFiles.h"
 #include "vern/Vern3DDecoder.h"
 
 #include <gtest/gtest.h>
 
-#include <random>
 
 namespace {
 
-std::string Damage(std::string text, std::mt19937& random)
+std::string Damage(std::string text, randomscenes::Random& random)
 {
     static const std::string pieces[] = {"{", "}", "\"", "*GEOMOBJECT", "*HELPEROBJECT", "*NODE_PARENT",
                                          "*TM_ANIMATION", "*SCENE", "*GROUP", "convert(delete)", "-1", "1e99",
                                          std::string(1, '\0'), "\n"};
-    const int edits = 1 + static_cast<int>(random() % 8);
-    for (int i = 0; i < edits && !text.empty(); ++i) {
-        const size_t at = random() % text.size();
-        switch (random() % 4) {
-        case 0: text[at] = static_cast<char>(random()); break;
-        case 1: text.insert(at, pieces[random() % std::size(pieces)]); break;
-        case 2: text.erase(at, random() % 64); break;
+    for (int edits = random.Int(1, 8); edits > 0 && !text.empty(); --edits) {
+        const auto at = static_cast<size_t>(random.Int(0, static_cast<int>(text.size()) - 1));
+        switch (random.Int(0, 3)) {
+        case 0: text[at] = static_cast<char>(random.Int(0, 255)); break;
+        case 1: text.insert(at, pieces[random.Int(0, static_cast<int>(std::size(pieces)) - 1)]); break;
+        case 2: text.erase(at, static_cast<size_t>(random.Int(0, 63))); break;
         default: text.resize(at); break;
         }
     }
@@ -36,7 +35,7 @@ TEST(Robustness, DamagedCorpusFilesFailCleanlyOrConvert)
     const char* sources[] = {"RotatingCube.ASE", "anim.ASE", "CameraRollAnimWithChildObject.ase", "ThreeCubesGreen.ASE",
                              "xreal-blender241-weapon_marker.ase"};
     testfiles::ScratchDirectory directory;
-    std::mt19937 random(99);
+    randomscenes::Random random(99);
     int converted = 0;
     int failed = 0;
     for (const char* source : sources) {

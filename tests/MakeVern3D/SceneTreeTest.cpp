@@ -5,6 +5,7 @@
 #include "Scene/BaseNode.h"
 #include "Scene/NodeIndex.h"
 #include "Scene/Scene.h"
+#include "support/RandomScenes.h"
 #include "support/TestFiles.h"
 #include "vern/Vern3DDecoder.h"
 
@@ -12,8 +13,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <functional>
-#include <random>
 
 namespace {
 
@@ -27,15 +26,6 @@ Names ChildNames(const BaseNode& node)
     return names;
 }
 
-Matrix Translation(float x, float y, float z)
-{
-    Matrix m = Matrix::Identity();
-    m(3, 0) = x;
-    m(3, 1) = y;
-    m(3, 2) = z;
-    return m;
-}
-
 TransformNode* AddHelper(BaseNode& parent, const std::string& name, const Matrix& world = Matrix::Identity())
 {
     auto node = std::make_unique<TransformNode>(name);
@@ -43,55 +33,6 @@ TransformNode* AddHelper(BaseNode& parent, const std::string& name, const Matrix
     TransformNode* raw = node.get();
     parent.AddChild(std::move(node));
     return raw;
-}
-
-NodeInfo InfoOf(BaseNode& node)
-{
-    NodeInfo info;
-    info.size = sizeof(NodeInfo);
-    node.GetInfo(info);
-    return info;
-}
-
-TEST(NodeInfo, FlagsMatricesAndSpheres)
-{
-    BaseNode root("root");
-    NodeInfo rootInfo = InfoOf(root);
-    EXPECT_EQ(rootInfo.flags, 1u);
-    for (float value : rootInfo.matrix.m)
-        EXPECT_EQ(value, 0.0f);
-
-    TransformNode* parent = AddHelper(root, "parent", Translation(5, 0, 0));
-    TransformNode* same = AddHelper(*parent, "same", Translation(5, 0, 0));
-    TransformNode* moved = AddHelper(*parent, "moved", Translation(7, 1, 0));
-
-    const NodeInfo parentInfo = InfoOf(*parent);
-    EXPECT_EQ(parentInfo.flags, 3u);
-    EXPECT_EQ(parentInfo.matrix(3, 0), 5.0f);  // directly under the root: local = world
-
-    const NodeInfo sameInfo = InfoOf(*same);
-    for (int i = 0; i < 16; ++i)
-        EXPECT_EQ(sameInfo.matrix.m[static_cast<size_t>(i)], (i % 5 == 0) ? 1.0f : 0.0f) << i;
-    EXPECT_EQ(InfoOf(*moved).matrix(3, 0), 2.0f);
-    EXPECT_EQ(InfoOf(*moved).matrix(3, 1), 1.0f);
-
-    // A sphere under a local matrix whose row 2 has length 2: the radius doubles.
-    Matrix stretched = Translation(0, 0, 3);
-    stretched(2, 2) = 2.0f;
-    stretched(0, 0) = 7.0f;  // rows 0 and 1 do not matter
-    TransformNode* bounded = AddHelper(root, "bounded", stretched);
-    bounded->hasBounds = true;
-    bounded->bounds = {{1, 1, 1}, 1.5f};
-    const NodeInfo boundedInfo = InfoOf(*bounded);
-    EXPECT_EQ(boundedInfo.flags, 31u);
-    EXPECT_EQ(boundedInfo.bounds.radius, 1.5f);
-    EXPECT_EQ(boundedInfo.parentBounds.radius, 3.0f);
-    EXPECT_EQ(boundedInfo.parentBounds.centre.x, 7.0f);
-    EXPECT_EQ(boundedInfo.parentBounds.centre.z, 5.0f);  // 1 * 2 + 3
-    // The sphere has grown the root's, which now reports it.
-    rootInfo = InfoOf(root);
-    EXPECT_EQ(rootInfo.flags, 9u);
-    EXPECT_EQ(rootInfo.bounds.radius, 3.0f);
 }
 
 TEST(SceneTree, FindNodeTakesTheFirstInPreOrder)
@@ -219,15 +160,18 @@ TEST(SelectObjects, KeepsExactlyTheNamedObjects)
     EXPECT_EQ(ChildNames(*root.Children()[0]), (Names{"a-sub"}));
 }
 
-// A node that gets its bounds when its writing begins, as a mesh does.
+// A node that, as a mesh, gets its bounds when its writing begins; else a plain transform node.
 struct BoundedNode : TransformNode {
     using TransformNode::TransformNode;
     HRESULT BeginWrite(NodeWriteContext& context, bool* write) override
     {
-        hasBounds = true;
-        bounds = meshSphere;
+        if (mesh) {
+            hasBounds = true;
+            bounds = meshSphere;
+        }
         return TransformNode::BeginWrite(context, write);
     }
+    bool mesh = false;
     Sphere meshSphere;
 };
 
@@ -294,45 +238,33 @@ void PreOrder(Reference& node, std::vector<Reference*>& out)
 
 TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
 {
-    std::mt19937 random(20261122);
-    std::uniform_real_distribution<float> coordinate(-10.0f, 10.0f);
-    std::uniform_real_distribution<float> radius(0.1f, 5.0f);
+    randomscenes::Random random(20261122);
     testfiles::ScratchDirectory directory;
     for (int round = 0; round < 150; ++round) {
         Scene written;
         written.root = std::make_unique<BaseNode>("root");
-        BaseNode& root = *written.root;
         Reference reference;
         reference.isRoot = true;
-        std::vector<std::pair<BaseNode*, Reference*>> nodes{{&root, &reference}};
-        const int count = 1 + static_cast<int>(random() % 30);
-        for (int i = 0; i < count; ++i) {
-            auto [parent, referenceParent] = nodes[random() % nodes.size()];
-            const bool mesh = random() % 2 == 0;
-            std::unique_ptr<TransformNode> node;
-            Sphere sphere{{coordinate(random), coordinate(random), coordinate(random)}, radius(random)};
-            if (mesh) {
-                auto bounded = std::make_unique<BoundedNode>("n" + std::to_string(i));
-                bounded->meshSphere = sphere;
-                node = std::move(bounded);
-            } else {
-                node = std::make_unique<TransformNode>("n" + std::to_string(i));
-            }
-            Matrix world = Matrix::Identity();
-            const float scale = 0.5f + static_cast<float>(random() % 4);
-            world(0, 0) = scale;
-            world(1, 1) = 1.0f / scale;
-            world(2, 2) = scale;
-            world(0, 1) = coordinate(random) * 0.1f;
-            world(3, 0) = coordinate(random);
-            world(3, 1) = coordinate(random);
-            world(3, 2) = coordinate(random);
-            node->world = world;
+        std::vector<std::pair<BaseNode*, Reference*>> nodes{{written.root.get(), &reference}};
+        for (int i = random.Int(1, 30); i > 0; --i) {
+            auto [parent, referenceParent] = nodes[static_cast<size_t>(random.Int(0, static_cast<int>(nodes.size()) - 1))];
             auto mirror = std::make_unique<Reference>();
-            mirror->world = world;
-            mirror->mesh = mesh;
-            mirror->meshSphere = sphere;
+            mirror->mesh = random.Chance(0.5);
+            mirror->meshSphere = {{random.Hundredths(-1000, 1000), random.Hundredths(-1000, 1000), random.Hundredths(-1000, 1000)},
+                                  random.Hundredths(10, 500)};
+            const float scale = 0.5f + static_cast<float>(random.Int(0, 3));
+            Matrix& world = mirror->world;
+            world(0, 0) = world(2, 2) = scale;
+            world(1, 1) = 1.0f / scale;
+            world(0, 1) = random.Hundredths(-100, 100);
+            world(3, 0) = random.Hundredths(-1000, 1000);
+            world(3, 1) = random.Hundredths(-1000, 1000);
+            world(3, 2) = random.Hundredths(-1000, 1000);
             mirror->parent = referenceParent;
+            auto node = std::make_unique<BoundedNode>("n" + std::to_string(nodes.size()));
+            node->world = world;
+            node->mesh = mirror->mesh;
+            node->meshSphere = mirror->meshSphere;
             nodes.emplace_back(node.get(), mirror.get());
             parent->AddChild(std::move(node));
             referenceParent->children.push_back(std::move(mirror));
@@ -356,28 +288,39 @@ TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
             EXPECT_EQ(std::memcmp(&actual.bounds, &expected.bounds, 16), 0) << round << "/" << i;
             EXPECT_EQ(std::memcmp(&actual.parentBounds, &expected.parentBounds, 16), 0) << round << "/" << i;
         }
+        // A node's own request outside writing, now that the meshes have bounds, asks the same chain.
+        for (auto [node, mirror] : nodes) {
+            NodeInfo actual;
+            node->GetInfo(actual);
+            const NodeInfo expected = ReferenceInfo(*mirror);
+            EXPECT_EQ(actual.flags, expected.flags) << "round " << round << " request of " << node->name;
+            EXPECT_EQ(std::memcmp(&actual.matrix, &expected.matrix, 64), 0) << round << " " << node->name;
+            EXPECT_EQ(std::memcmp(&actual.bounds, &expected.bounds, 16), 0) << round << " " << node->name;
+            EXPECT_EQ(std::memcmp(&actual.parentBounds, &expected.parentBounds, 16), 0) << round << " " << node->name;
+        }
     }
 }
 
 TEST(NodeIndex, FindsWhatTheDepthFirstSearchFinds)
 {
-    std::mt19937 random(7);
+    randomscenes::Random random(7);
+    const auto randomName = [&] { return "name" + std::to_string(random.Int(0, 7)); };
     for (int round = 0; round < 200; ++round) {
         BaseNode root("root");
         NodeIndex index;
         index.Add(&root);
         std::vector<BaseNode*> nodes{&root};
         for (int i = 0; i < 60; ++i) {
-            auto node = std::make_unique<TransformNode>("name" + std::to_string(random() % 8));
+            auto node = std::make_unique<TransformNode>(randomName());
             BaseNode* raw = node.get();
-            nodes[random() % nodes.size()]->AddChild(std::move(node));
+            nodes[static_cast<size_t>(random.Int(0, i))]->AddChild(std::move(node));
             index.Add(raw);
             nodes.push_back(raw);
-            if (random() % 5 == 0) {  // renamed after linking
-                BaseNode* renamed = nodes[1 + random() % (nodes.size() - 1)];
-                const std::string name = "name" + std::to_string(random() % 8);
-                index.Rename(renamed, name);
-                renamed->name = name;
+            if (random.Chance(0.2)) {  // renamed after linking
+                BaseNode* renamed = nodes[static_cast<size_t>(random.Int(1, i + 1))];
+                const std::string newName = randomName();
+                index.Rename(renamed, newName);
+                renamed->name = newName;
             }
             for (int probe = 0; probe < 9; ++probe) {
                 const std::string name = probe == 8 ? "root" : "name" + std::to_string(probe);

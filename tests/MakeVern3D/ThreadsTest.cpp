@@ -1,13 +1,14 @@
 // Whatever the number of threads, a conversion gives the same bytes and the same console text:
 // warnings, progress and errors in the same order, on standard output, standard error and the
 // trace channel. Compared on one, two and eight threads: the corpus under three switch sets, a
-// grid large enough to be built on several threads inside, and scenes of many small objects
-// whose reports interleave (warnings counted after three, frames left out, an error in the middle
+// grid large enough to be built on several threads inside, random scenes of every feature, and
+// scenes of many small objects whose reports interleave (warnings counted after three, frames left out, an error in the middle
 // that leaves later animated objects out, output refused past the file's bound).
 #include "ConversionDriver.h"
 #include "ConvertSettings.h"
 #include "Scene/BaseNode.h"
 #include "Scene/VertexNormals.h"
+#include "support/RandomScenes.h"
 #include "support/TestFiles.h"
 #include "support/TraceCapture.h"
 #include "vern/Vern3DDecoder.h"
@@ -17,7 +18,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -75,14 +75,14 @@ ConvertSettings Switches(bool compat, uint32_t flags, int32_t analyse = 0, const
     return settings;
 }
 
-std::string Vertices(const std::vector<std::array<float, 3>>& points)
+using randomscenes::Line;
+using randomscenes::Text;
+
+std::string Vertices(const std::vector<Vector3>& points)
 {
     std::string text = "*MESH_VERTEX_LIST {\n";
-    char line[160];
-    for (size_t i = 0; i < points.size(); ++i) {
-        std::snprintf(line, sizeof line, "*MESH_VERTEX %zu %.4f %.4f %.4f\n", i, points[i][0], points[i][1], points[i][2]);
-        text += line;
-    }
+    for (size_t i = 0; i < points.size(); ++i)
+        text += Line("*MESH_VERTEX", i, points[i]);
     return text + "}\n";
 }
 
@@ -98,71 +98,52 @@ std::string Box(int index, int sub, float size, int frames, float step, int mate
                 const std::string& extra = "")
 {
     const float x = 2.0f * static_cast<float>(index);
-    std::vector<std::array<float, 3>> corners;
+    std::vector<Vector3> corners;
     for (int i = 0; i < 8; ++i)
         corners.push_back({x + size * static_cast<float>(i & 1), size * static_cast<float>((i >> 1) & 1),
                            size * static_cast<float>(i >> 2)});
     static const int kFaces[12][3] = {{0, 1, 2}, {1, 3, 2}, {4, 6, 5}, {5, 6, 7}, {0, 4, 1}, {1, 4, 5},
                                       {2, 3, 6}, {3, 7, 6}, {0, 2, 4}, {2, 6, 4}, {1, 5, 3}, {3, 5, 7}};
-    std::string text = "*GEOMOBJECT {\n*NODE_NAME \"Box" + std::to_string(index) + "\"\n" + extra + "*MESH {\n" +
+    std::string text = "*GEOMOBJECT {\n*NODE_NAME \"Box" + Text(index) + "\"\n" + extra + "*MESH {\n" +
                        Vertices(corners) + "*MESH_FACE_LIST {\n";
     for (int f = 0; f < 12; ++f)
-        text += "*MESH_FACE " + std::to_string(f) + ": A: " + std::to_string(kFaces[f][0]) + " B: " +
-                std::to_string(kFaces[f][1]) + " C: " + std::to_string(kFaces[f][2]) + " AB: 1 BC: 1 CA: 0 " +
-                "*MESH_SMOOTHING " + std::to_string(1 + f / 2) + " *MESH_MTLID " + std::to_string(f == 11 && warned ? 7 : sub) +
-                "\n";
+        text += Line("*MESH_FACE", Text(f) + ":", "A:", kFaces[f][0], "B:", kFaces[f][1], "C:", kFaces[f][2],
+                     "AB: 1 BC: 1 CA: 0 *MESH_SMOOTHING", 1 + f / 2, "*MESH_MTLID", f == 11 && warned ? 7 : sub);
     text += "}\n}\n";
     if (frames > 0) {
         text += "*MESH_ANIMATION {\n";
         for (int frame = 0; frame < frames; ++frame) {
-            for (auto& corner : corners)
-                corner[2] += step;
-            text += "*MESH {\n*TIMEVALUE " + std::to_string(160 * frame) + "\n" + Vertices(corners) + "}\n";
+            for (Vector3& corner : corners)
+                corner.z += step;
+            text += "*MESH {\n" + Line("*TIMEVALUE", 160 * frame) + Vertices(corners) + "}\n";
         }
         text += "}\n";
     }
-    return text + "*MATERIAL_REF " + std::to_string(materialRef) + "\n}\n";
+    return text + Line("*MATERIAL_REF", materialRef) + "}\n";
 }
 
 // A square grid of side x side vertices: texture coordinates, two smoothing groups in stripes, and
 // the faces of every fifth row two-sided.
 std::string Grid(int side)
 {
-    std::string text = kMaterials + "*GEOMOBJECT {\n*NODE_NAME \"Grid\"\n*MESH {\n*MESH_VERTEX_LIST {\n";
-    char line[200];
+    std::string vertices, faces, texVertices, texFaces;
     for (int i = 0; i < side * side; ++i) {
-        std::snprintf(line, sizeof line, "*MESH_VERTEX %d %.3f %.3f %.3f\n", i, 1.5 * (i % side), 1.5 * (i / side),
-                      0.25 * ((i * 7919) % 13));
-        text += line;
+        vertices += Line("*MESH_VERTEX", i, 1.5 * (i % side), 1.5 * (i / side), 0.25 * ((i * 7919) % 13));
+        texVertices += Line("*MESH_TVERT", i, double(i % side) / side, double(i / side) / side, 0);
     }
-    text += "}\n*MESH_FACE_LIST {\n";
-    int faces = 0;
+    int f = 0;
     for (int y = 0; y + 1 < side; ++y)
         for (int x = 0; x + 1 < side; ++x) {
             const int base = y * side + x;
             for (const auto& c : {std::array{base, base + 1, base + side + 1}, std::array{base, base + side + 1, base + side}}) {
-                std::snprintf(line, sizeof line,
-                              "*MESH_FACE %d: A: %d B: %d C: %d AB: 1 BC: 1 CA: 0 *MESH_SMOOTHING %d *MESH_MTLID %d\n",
-                              faces++, c[0], c[1], c[2], 1 + (x / 7) % 2, y % 5 == 0 ? 1 : 0);
-                text += line;
+                texFaces += Line("*MESH_TFACE", f, c[0], c[1], c[2]);
+                faces += Line("*MESH_FACE", Text(f++) + ":", "A:", c[0], "B:", c[1], "C:", c[2], "AB: 1 BC: 1 CA: 0 *MESH_SMOOTHING",
+                              1 + (x / 7) % 2, "*MESH_MTLID", y % 5 == 0 ? 1 : 0);
             }
         }
-    text += "}\n*MESH_TVERTLIST {\n";
-    for (int i = 0; i < side * side; ++i) {
-        std::snprintf(line, sizeof line, "*MESH_TVERT %d %.4f %.4f 0\n", i, double(i % side) / side, double(i / side) / side);
-        text += line;
-    }
-    text += "}\n*MESH_TFACELIST {\n";
-    faces = 0;
-    for (int y = 0; y + 1 < side; ++y)
-        for (int x = 0; x + 1 < side; ++x) {
-            const int base = y * side + x;
-            text += "*MESH_TFACE " + std::to_string(faces++) + " " + std::to_string(base) + " " +
-                    std::to_string(base + 1) + " " + std::to_string(base + side + 1) + "\n";
-            text += "*MESH_TFACE " + std::to_string(faces++) + " " + std::to_string(base) + " " +
-                    std::to_string(base + side + 1) + " " + std::to_string(base + side) + "\n";
-        }
-    return text + "}\n}\n*MATERIAL_REF 0\n}\n";
+    return kMaterials + "*GEOMOBJECT {\n*NODE_NAME \"Grid\"\n*MESH {\n*MESH_VERTEX_LIST {\n" + vertices +
+           "}\n*MESH_FACE_LIST {\n" + faces + "}\n*MESH_TVERTLIST {\n" + texVertices + "}\n*MESH_TFACELIST {\n" +
+           texFaces + "}\n}\n*MATERIAL_REF 0\n}\n";
 }
 
 TEST(Threads, CorpusConvertsAlikeOnAnyNumberOfThreads)
@@ -181,6 +162,18 @@ TEST(Threads, CorpusConvertsAlikeOnAnyNumberOfThreads)
                 ExpectSameOnThreads(folder + "/" + name, sets[set], name + ", switch set " + std::to_string(set));
         }
     EXPECT_GT(files, 20u);
+}
+
+TEST(Threads, RandomScenesConvertAlike)
+{
+    testfiles::ScratchDirectory directory;
+    randomscenes::Random random(0x5EED3D);
+    for (int index = 0; index < 60; ++index) {
+        randomscenes::Generated scene = randomscenes::Generate(random);
+        if (!scene.operations.empty())
+            scene.settings.meshOpsFile = directory.Write("ops.txt", scene.operations);
+        ExpectSameOnThreads(directory.Write("scene.ase", scene.text), scene.settings, "scene " + std::to_string(index));
+    }
 }
 
 TEST(Threads, LargeAndManyMeshesConvertAlike)
@@ -255,7 +248,7 @@ TEST(Threads, LargeAndManyMeshesConvertAlike)
                           "*TM_ROW3 1000.3 500.7 0\n}\n}\n";
     for (int i = 0; i < 30; ++i) {
         const std::string under = "*NODE_PARENT \"convert(delete)Pivot\"\n*NODE_TM {\n*TM_ROW0 0.8 0.6 0\n"
-                                  "*TM_ROW1 -0.6 0.8 0\n*TM_ROW2 0 0 1\n*TM_ROW3 " + std::to_string(2 * i + 0.137) +
+                                  "*TM_ROW1 -0.6 0.8 0\n*TM_ROW2 0 0 1\n*TM_ROW3 " + Text(2 * i + 0.137) +
                                   " 0.311 0.53\n}\n";
         changed += i % 3 == 0 ? Box(i, 0, 1.0f, 0, 0.0f, 0, false, under) : Box(i, i % 2, 1.0f, 0, 0.0f, 1, false);
     }
@@ -268,19 +261,12 @@ TEST(Threads, LargeAndManyMeshesConvertAlike)
 TEST(Threads, ALargeMeshIsIndexedAndMovedAsOnOneThread)
 {
     // 150,000 faces over 20,000 vertices in a few smoothing groups (and none), and a transform.
-    std::mt19937 random(18);
+    randomscenes::Random random(18);
     Mesh mesh;
     for (int i = 0; i < 20000; ++i)
-        mesh.vertices.push_back({static_cast<float>(random() % 1000) * 0.01f, static_cast<float>(random() % 1000) * 0.01f,
-                                 static_cast<float>(random() % 1000) * 0.01f});
-    for (int f = 0; f < 150000; ++f) {
-        MeshFace face;
-        face.a = static_cast<int32_t>(random() % 20000);
-        face.b = static_cast<int32_t>(random() % 20000);
-        face.c = static_cast<int32_t>(random() % 20000);
-        face.smoothingGroup = static_cast<int32_t>(random() % 4) - 1;
-        mesh.faces.push_back(face);
-    }
+        mesh.vertices.push_back({random.Hundredths(0, 999), random.Hundredths(0, 999), random.Hundredths(0, 999)});
+    for (int f = 0; f < 150000; ++f)
+        mesh.faces.push_back({random.Int(0, 19999), random.Int(0, 19999), random.Int(0, 19999), 0, 0, 0, random.Int(-1, 2), 0});
     Matrix inverse = Matrix::Identity();
     inverse(0, 1) = 0.25f;
     inverse(3, 2) = -3.0f;
