@@ -65,27 +65,19 @@ inline std::vector<Mat> WorldMatrices(const tinygltf::Model& model)
     return world;
 }
 
-inline std::vector<float> ReadFloats(const tinygltf::Model& model, int accessorIndex)
+// An accessor's values as stored: floats of any vector type, or 32-bit indices.
+template <typename T>
+std::vector<T> ReadAccessor(const tinygltf::Model& model, int accessorIndex)
 {
     const tinygltf::Accessor& accessor = model.accessors.at(accessorIndex);
     const tinygltf::BufferView& view = model.bufferViews.at(accessor.bufferView);
-    const size_t components = accessor.type == TINYGLTF_TYPE_SCALAR ? 1 : accessor.type == TINYGLTF_TYPE_VEC2 ? 2
-                              : accessor.type == TINYGLTF_TYPE_VEC3 ? 3 : 4;
-    std::vector<float> values(accessor.count * components);
+    std::vector<T> values(accessor.count * static_cast<size_t>(tinygltf::GetNumComponentsInType(accessor.type)));
     std::memcpy(values.data(), model.buffers.at(view.buffer).data.data() + view.byteOffset + accessor.byteOffset,
-                values.size() * sizeof(float));
+                values.size() * sizeof(T));
     return values;
 }
-
-inline std::vector<uint32_t> ReadIndices(const tinygltf::Model& model, int accessorIndex)
-{
-    const tinygltf::Accessor& accessor = model.accessors.at(accessorIndex);
-    const tinygltf::BufferView& view = model.bufferViews.at(accessor.bufferView);
-    std::vector<uint32_t> values(accessor.count);
-    std::memcpy(values.data(), model.buffers.at(view.buffer).data.data() + view.byteOffset + accessor.byteOffset,
-                values.size() * sizeof(uint32_t));
-    return values;
-}
+inline std::vector<float> ReadFloats(const tinygltf::Model& model, int accessor) { return ReadAccessor<float>(model, accessor); }
+inline std::vector<uint32_t> ReadIndices(const tinygltf::Model& model, int accessor) { return ReadAccessor<uint32_t>(model, accessor); }
 
 // Positions of every primitive of node `index`'s mesh, in primitive order, in world space.
 inline std::vector<Point> GltfWorldPositions(const tinygltf::Model& model, const std::vector<Mat>& world, size_t index)
