@@ -5,6 +5,7 @@
 #include "vern/VernWriter.h"
 
 #include "support/TestFiles.h"
+#include "support/Vern3DBuilder.h"
 #include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
@@ -19,13 +20,9 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using vern3dtest::Bytes;
+using vern3dtest::GetU32;
 using Lines = std::vector<std::string>;
-
-uint32_t U32At(const Bytes& bytes, size_t at)
-{
-    return bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 | static_cast<uint32_t>(bytes[at + 3]) << 24;
-}
 
 struct Entry {
     uint32_t id, children, offset, size;
@@ -37,9 +34,9 @@ using Directory = std::vector<Entry>;
 Directory DirectoryOf(const Bytes& file)
 {
     Directory entries;
-    const uint32_t offset = U32At(file, 24), size = U32At(file, 28);
+    const uint32_t offset = GetU32(file, 24), size = GetU32(file, 28);
     for (uint32_t at = offset; at + 16 <= offset + size && at + 16 <= file.size(); at += 16)
-        entries.push_back({U32At(file, at), U32At(file, at + 4), U32At(file, at + 8), U32At(file, at + 12)});
+        entries.push_back({GetU32(file, at), GetU32(file, at + 4), GetU32(file, at + 8), GetU32(file, at + 12)});
     return entries;
 }
 
@@ -152,7 +149,7 @@ TEST_F(VernWriterTest, AChunkClosesWhenAnotherIsWritten)
         EXPECT_EQ(trace.lines, (Lines{Report(215, kClosed), Report(250, kClosed), Report(215, kClosed)}));
     });
     EXPECT_EQ(DirectoryOf(file), (Directory{{0, 3, kNowhere, 0}, {1, 0, 0, 5}, {2, 0, 5, 3}, {3, 0, 8, 0}}));
-    EXPECT_EQ(U32At(file, 24), 52u);
+    EXPECT_EQ(GetU32(file, 24), 52u);
     EXPECT_EQ(file.size(), 52u + 64u);
 }
 
@@ -219,7 +216,7 @@ TEST_F(VernWriterTest, DirectWritesAreCreditedToTheCurrentChunkOnly)
         EXPECT_EQ(trace.lines, Lines(2, Report(271, kInvalidArg)));
     });
     EXPECT_EQ(DirectoryOf(file), (Directory{{0, 2, kNowhere, 0}, {1, 0, 0, 8}, {2, 0, kNowhere, 0}}));
-    EXPECT_EQ(U32At(file, 24), 52u);
+    EXPECT_EQ(GetU32(file, 24), 52u);
     EXPECT_EQ(file.size(), 52u + 48u);
     EXPECT_EQ(Bytes(file.begin() + 44, file.begin() + 52), (Bytes{4, 'n', 'a', 'm', 'e', 'x', 'y', 0}));
 }
