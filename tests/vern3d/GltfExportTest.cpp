@@ -122,8 +122,8 @@ std::vector<float> ChannelAt(const tinygltf::Model& model, int node, const std::
         if (channel.target_node != node || channel.target_path != path)
             continue;
         const tinygltf::AnimationSampler& sampler = model.animations[0].samplers[channel.sampler];
-        const auto times = gltfworld::ReadFloats(model, sampler.input);
-        const auto values = gltfworld::ReadFloats(model, sampler.output);
+        const auto times = gltfworld::Read<float>(model, sampler.input);
+        const auto values = gltfworld::Read<float>(model, sampler.output);
         const size_t width = values.size() / times.size();
         for (size_t i = 0; i < times.size(); ++i)
             if (std::abs(times[i] - seconds) < 1e-6f)
@@ -162,6 +162,7 @@ TEST(GltfExport, ChannelsFollowTheConvertersKeyEvaluation)
     EXPECT_EQ(SampleTimes(keys, 33, 5).size(), 5u);
 }
 
+// One triangle over two stored frames: its winding and texture space, its frames as morph targets.
 TEST(GltfExport, StoredFramesBecomeMorphTargetsWithOneHotWeights)
 {
     FrameShape frame;
@@ -178,7 +179,7 @@ TEST(GltfExport, StoredFramesBecomeMorphTargetsWithOneHotWeights)
 
     const tinygltf::Primitive& primitive = model.meshes.at(0).primitives.at(0);
     ASSERT_EQ(primitive.targets.size(), 1u);
-    EXPECT_EQ(gltfworld::ReadFloats(model, primitive.targets[0].at("POSITION")),
+    EXPECT_EQ(gltfworld::Read<float>(model, primitive.targets[0].at("POSITION")),
               (std::vector<float>{0, 0, 0, 0, 0, 2, 0, 0, 0}));
     EXPECT_EQ(primitive.targets[0].count("NORMAL"), 0u);  // normals are not stored per frame
     EXPECT_EQ(model.meshes[0].weights, (std::vector<double>{0}));
@@ -186,8 +187,8 @@ TEST(GltfExport, StoredFramesBecomeMorphTargetsWithOneHotWeights)
     EXPECT_EQ(ChannelAt(model, 1, "weights", 0.4f), (std::vector<float>{1}));
     EXPECT_EQ(model.materials.at(0).alphaMode, "OPAQUE");
     // Corners 0, 2, 1 as stored are drawn 0, 1, 2; u and v as stored.
-    EXPECT_EQ(gltfworld::ReadIndices(model, primitive.indices), (std::vector<uint32_t>{0, 1, 2}));
-    EXPECT_EQ(gltfworld::ReadFloats(model, primitive.attributes.at("TEXCOORD_0")),
+    EXPECT_EQ(gltfworld::Read<uint32_t>(model, primitive.indices), (std::vector<uint32_t>{0, 1, 2}));
+    EXPECT_EQ(gltfworld::Read<float>(model, primitive.attributes.at("TEXCOORD_0")),
               (std::vector<float>{0.1f, 0.9f, 0.8f, 0.9f, 0.1f, 0.2f}));
     EXPECT_EQ(model.images.at(0).uri, "wood.tga");
 

@@ -67,7 +67,7 @@ inline std::vector<Mat> WorldMatrices(const tinygltf::Model& model)
 
 // An accessor's values as stored: floats of any vector type, or 32-bit indices.
 template <typename T>
-std::vector<T> ReadAccessor(const tinygltf::Model& model, int accessorIndex)
+std::vector<T> Read(const tinygltf::Model& model, int accessorIndex)
 {
     const tinygltf::Accessor& accessor = model.accessors.at(accessorIndex);
     const tinygltf::BufferView& view = model.bufferViews.at(accessor.bufferView);
@@ -76,8 +76,6 @@ std::vector<T> ReadAccessor(const tinygltf::Model& model, int accessorIndex)
                 values.size() * sizeof(T));
     return values;
 }
-inline std::vector<float> ReadFloats(const tinygltf::Model& model, int accessor) { return ReadAccessor<float>(model, accessor); }
-inline std::vector<uint32_t> ReadIndices(const tinygltf::Model& model, int accessor) { return ReadAccessor<uint32_t>(model, accessor); }
 
 // Positions of every primitive of node `index`'s mesh, in primitive order, in world space.
 inline std::vector<Point> GltfWorldPositions(const tinygltf::Model& model, const std::vector<Mat>& world, size_t index)
@@ -88,7 +86,7 @@ inline std::vector<Point> GltfWorldPositions(const tinygltf::Model& model, const
         return points;
     const Mat& m = world[index];
     for (const tinygltf::Primitive& primitive : model.meshes[node.mesh].primitives) {
-        const std::vector<float> p = ReadFloats(model, primitive.attributes.at("POSITION"));
+        const std::vector<float> p = Read<float>(model, primitive.attributes.at("POSITION"));
         for (size_t i = 0; i + 2 < p.size(); i += 3)
             points.push_back({m[0] * p[i] + m[4] * p[i + 1] + m[8] * p[i + 2] + m[12],
                               m[1] * p[i] + m[5] * p[i + 1] + m[9] * p[i + 2] + m[13],

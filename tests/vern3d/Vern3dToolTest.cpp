@@ -306,9 +306,9 @@ TEST_F(Vern3dTool, ExportedTrianglesFaceTheirNormals)
         ASSERT_TRUE(LoadGlb(output.glb, &model));
         for (const tinygltf::Mesh& mesh : model.meshes) {
             for (const tinygltf::Primitive& primitive : mesh.primitives) {
-                const auto p = gltfworld::ReadFloats(model, primitive.attributes.at("POSITION"));
-                const auto n = gltfworld::ReadFloats(model, primitive.attributes.at("NORMAL"));
-                const auto indices = gltfworld::ReadIndices(model, primitive.indices);
+                const auto p = gltfworld::Read<float>(model, primitive.attributes.at("POSITION"));
+                const auto n = gltfworld::Read<float>(model, primitive.attributes.at("NORMAL"));
+                const auto indices = gltfworld::Read<uint32_t>(model, primitive.indices);
                 for (size_t t = 0; t + 2 < indices.size(); t += 3) {
                     const uint32_t a = 3 * indices[t], b = 3 * indices[t + 1], c = 3 * indices[t + 2];
                     double face[3], normal[3];
