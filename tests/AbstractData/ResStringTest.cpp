@@ -1,28 +1,12 @@
 #include "AbstractData/ResString.h"
 #include "AbstractData/Trace.h"
-#include "support/TestFiles.h"
 #include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-TEST(ResString, TextsAreStoredExactlyAndUnformatted)
-{
-    const std::string help = testfiles::ReadText(MAKEVERN3D_TEST_DATA "/help_text.txt");
-    ASSERT_EQ(help.size(), 975u);
-    // The first buffer holds 14 characters; 31 need three of them.
-    const std::pair<uint32_t, std::string> cases[] = {
-        {2, help}, {37, "The version number is missing.\n"}, {4, "File successful compiled.\n"}};
-    ResString text;
-    for (const auto& [id, expected] : cases) {
-        ASSERT_EQ(text.Load(id), S_OK) << id;
-        EXPECT_EQ(text, expected) << id;
-    }
-    ASSERT_EQ(text.Load(15), S_OK);
-    EXPECT_EQ(text.back(), '.');  // no final line feed
-}
-
+// The texts themselves reach the console: the end-to-end and reader tests compare them whole.
 TEST(ResString, UnknownIdGivesEmptyTextAndAReportedFailure)
 {
     TraceCapture trace;

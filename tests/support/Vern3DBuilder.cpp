@@ -3,6 +3,8 @@
 #include "support/TestFiles.h"
 #include "vern/VernWriter.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <functional>
 
@@ -88,6 +90,36 @@ NodeInfo InfoFor(const Matrix& matrix)
     info.flags = kNodeFlags;
     info.matrix = matrix;
     return info;
+}
+
+NodeShape Root(std::vector<NodeShape> children)
+{
+    NodeShape root{"root", {}, nullptr, nullptr, std::move(children)};
+    root.info.flags = kRootFlags;
+    return root;
+}
+
+NodeShape Child(std::string name, const Animation* animation, const MeshShape* mesh)
+{
+    return {std::move(name), InfoFor(kIdentity), animation, mesh, {}};
+}
+
+Scene BuildScene(const NodeShape& root, const std::vector<std::vector<TextureEntry>>& textureSets)
+{
+    Scene scene;
+    std::string error;
+    EXPECT_TRUE(Decode(BuildFile(root, textureSets), &scene, &error)) << error;
+    return scene;
+}
+
+MeshShape TriangleMesh(uint32_t flags, std::vector<FrameShape> frames)
+{
+    MeshShape mesh;
+    mesh.header = {kMeshHeaderSize, flags, 1, 1, 3, static_cast<uint32_t>(frames.size()), {}, 1};
+    mesh.batches = {{kBatchSize, 0, 0, 1, 0, 3, 0}};
+    mesh.triangles = {{7, {0, 2, 1}, 0}};
+    mesh.frames = std::move(frames);
+    return mesh;
 }
 
 Bytes BuildFile(const NodeShape& root, const std::vector<std::vector<TextureEntry>>& textureSets)

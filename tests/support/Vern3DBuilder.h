@@ -50,4 +50,14 @@ Bytes BuildFile(const NodeShape& root, const std::vector<std::vector<vern3d::Tex
 vern3d::NodeInfo InfoFor(const vern3d::Matrix& matrix);
 constexpr vern3d::Matrix kIdentity = vern3d::Matrix::Identity();
 
+// The scene root (no matrix) over `children`.
+NodeShape Root(std::vector<NodeShape> children);
+// A transform node with the identity matrix.
+NodeShape Child(std::string name, const vern3d::Animation* animation = nullptr, const MeshShape* mesh = nullptr);
+// BuildFile's bytes decoded into a scene that holds them; a file that does not decode fails the test.
+vern3d::Scene BuildScene(const NodeShape& root, const std::vector<std::vector<vern3d::TextureEntry>>& textureSets);
+// One triangle, stored corners {0, 2, 1}, in one batch of texture set 0 over `frames` of three
+// vertices each; the later frames store the components `flags`.
+MeshShape TriangleMesh(uint32_t flags, std::vector<FrameShape> frames);
+
 }  // namespace vern3dtest

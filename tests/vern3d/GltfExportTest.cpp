@@ -1,5 +1,6 @@
-// The glTF export on hand-built scenes: matrices and their decomposition, world positions, the
-// converter's key evaluation in the animation channels, morph targets, winding and texture space.
+// The glTF export on hand-built scenes: matrices and their decomposition, the converter's key
+// evaluation in the animation channels, morph targets, winding and texture space. World positions
+// are compared with the file's in Vern3dToolTest, over the corpus.
 #include "GltfExport.h"
 #include "GltfWorld.h"
 #include "TransformSampling.h"
@@ -39,6 +40,14 @@ std::array<float, 16> RowMatrix(std::array<double, 3> scale, std::array<double, 
     return m;
 }
 
+tinygltf::Model Export(const Scene& scene, std::vector<std::string>* notes = nullptr, const ExportOptions& options = {})
+{
+    tinygltf::Model model;
+    std::string error;
+    EXPECT_TRUE(BuildGltf(scene, options, &model, &error, notes)) << error;
+    return model;
+}
+
 TEST(GltfExport, DecompositionRebuildsTheMatrix)
 {
     const double third = 1 / std::sqrt(3.0);
@@ -66,50 +75,6 @@ TEST(GltfExport, DecompositionRebuildsTheMatrix)
     }
 }
 
-TEST(GltfExport, WorldPositionsEqualThoseOfTheFile)
-{
-    MeshShape mesh;
-    mesh.header = {40, 0, 1, 1, 3, 1, {}, 1};
-    mesh.batches = {{28, 0, 0, 1, 0, 3, 0}};
-    mesh.triangles = {{7, {0, 2, 1}, 0}};
-    FrameShape frame;
-    frame.vertices = {{{0, 0, 0}, {0, 0, 1}, ~0u, 0, 0.1f, 0.9f},
-                      {{1, 0, 0}, {0, 0, 1}, ~0u, 0, 0.8f, 0.9f},
-                      {{0, 1, 0}, {0, 0, 1}, ~0u, 0, 0.1f, 0.2f}};
-    mesh.frames = {frame};
-    Animation keys;  // moving keys: the helper is written with translation, rotation and scale
-    keys.positionKeys = {{0, {4, 5, 6}, {4, 5, 6}, {4, 5, 6}}, {1000, {7, 5, 6}, {7, 5, 6}, {7, 5, 6}}};
-
-    NodeShape root{"root", {}, nullptr, nullptr, {}};
-    root.info.flags = 1;
-    NodeShape helper{"helper", InfoFor(Matrix{RowMatrix({2, 2, 2}, {0, 0, 1}, 0.5, {4, 5, 6})}), &keys, nullptr, {}};
-    helper.children.push_back({"box", InfoFor(Matrix{RowMatrix({1, 3, 1}, {1, 0, 0}, -1.2, {0, 0, 10})}), nullptr, &mesh, {}});
-    root.children.push_back(helper);
-    Scene scene;
-    std::string error;
-    ASSERT_TRUE(Decode(BuildFile(root, {{{0, "wood.tga"}}}), &scene, &error)) << error;
-
-    tinygltf::Model model;
-    ASSERT_TRUE(BuildGltf(scene, ExportOptions{}, &model, &error)) << error;
-    ASSERT_EQ(model.nodes.size(), 3u);
-    EXPECT_TRUE(model.nodes[1].matrix.empty());  // animated: TRS
-    EXPECT_TRUE(model.nodes[2].matrix.empty());  // a matrix of rotation and scale: TRS too
-    const auto world = gltfworld::WorldMatrices(model);
-    const auto expected = gltfworld::Vern3DWorldPositions(scene, 2);
-    const auto actual = gltfworld::GltfWorldPositions(model, world, 2);
-    ASSERT_EQ(actual.size(), 3u);
-    for (size_t v = 0; v < 3; ++v)
-        for (int c = 0; c < 3; ++c)
-            EXPECT_NEAR(actual[v][c], expected[v][c], 1e-5 * std::max(1.0, std::abs(expected[v][c])));
-
-    // Corners 0, 2, 1 as stored are drawn 0, 1, 2; u and v as stored.
-    const tinygltf::Primitive& primitive = model.meshes.at(0).primitives.at(0);
-    EXPECT_EQ(gltfworld::ReadIndices(model, primitive.indices), (std::vector<uint32_t>{0, 1, 2}));
-    EXPECT_EQ(gltfworld::ReadFloats(model, primitive.attributes.at("TEXCOORD_0")),
-              (std::vector<float>{0.1f, 0.9f, 0.8f, 0.9f, 0.1f, 0.2f}));
-    EXPECT_EQ(model.images.at(0).uri, "wood.tga");
-}
-
 // Static nodes: translation, rotation and scale where the matrix is those within the tolerance
 // (4 decimals are), a matrix where the validator takes it (a shear beside a large translation, as
 // the validator compares column sums), else straightened with a note. The expected forms are the
@@ -126,16 +91,11 @@ TEST(GltfExport, NodesAreTranslationRotationAndScaleWhereTheyCanBe)
         {{1, 0, 0, 0, 0.5f, 1, 0, 0, 0, 0, 1, 0, 100, 200, 300, 1}, true, false},
         {{1, 0, 0, 0.5f, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, false, true},  // projective: no glTF matrix
     };
-    NodeShape root{"root", {}, nullptr, nullptr, {}};
-    root.info.flags = 1;
+    NodeShape root = Root({});
     for (const auto& c : cases)
         root.children.push_back({"n" + std::to_string(root.children.size() + 1), InfoFor(Matrix{c.matrix}), nullptr, nullptr, {}});
-    Scene scene;
-    std::string error;
-    ASSERT_TRUE(Decode(BuildFile(root, {}), &scene, &error)) << error;
-    tinygltf::Model model;
     std::vector<std::string> notes;
-    ASSERT_TRUE(BuildGltf(scene, ExportOptions{}, &model, &error, &notes)) << error;
+    const tinygltf::Model model = Export(BuildScene(root, {}), &notes);
     std::vector<std::string> expectedNotes;
     for (size_t i = 0; i < std::size(cases); ++i) {
         SCOPED_TRACE(i);
@@ -162,8 +122,8 @@ std::vector<float> ChannelAt(const tinygltf::Model& model, int node, const std::
         if (channel.target_node != node || channel.target_path != path)
             continue;
         const tinygltf::AnimationSampler& sampler = model.animations[0].samplers[channel.sampler];
-        const auto times = gltfworld::ReadFloats(model, sampler.input);
-        const auto values = gltfworld::ReadFloats(model, sampler.output);
+        const auto times = gltfworld::Read<float>(model, sampler.input);
+        const auto values = gltfworld::Read<float>(model, sampler.output);
         const size_t width = values.size() / times.size();
         for (size_t i = 0; i < times.size(); ++i)
             if (std::abs(times[i] - seconds) < 1e-6f)
@@ -181,14 +141,7 @@ TEST(GltfExport, ChannelsFollowTheConvertersKeyEvaluation)
     Animation keys;
     keys.positionKeys = {{0, {0, 0, 0}, {0, 0, 0}, {1, 0, 0}}, {990, {3, 0, 0}, {2, 0, 0}, {3, 0, 0}}};
     keys.rotationKeys = {{0, {0, 0, 1}, 0.7f, kIdentity}, {990, {0, 0, 1}, a, kIdentity}};
-    NodeShape root{"root", {}, nullptr, nullptr, {}};
-    root.info.flags = 1;
-    root.children.push_back({"spinner", InfoFor(kIdentity), &keys, nullptr, {}});
-    Scene scene;
-    std::string error;
-    ASSERT_TRUE(Decode(BuildFile(root, {}), &scene, &error)) << error;
-    tinygltf::Model model;
-    ASSERT_TRUE(BuildGltf(scene, ExportOptions{}, &model, &error)) << error;
+    const tinygltf::Model model = Export(BuildScene(Root({Child("spinner", &keys)}), {}));
 
     const auto middle = ChannelAt(model, 1, "translation", 0.495f);
     ASSERT_EQ(middle.size(), 3u);
@@ -209,38 +162,35 @@ TEST(GltfExport, ChannelsFollowTheConvertersKeyEvaluation)
     EXPECT_EQ(SampleTimes(keys, 33, 5).size(), 5u);
 }
 
+// One triangle over two stored frames: its winding and texture space, its frames as morph targets.
 TEST(GltfExport, StoredFramesBecomeMorphTargetsWithOneHotWeights)
 {
-    MeshShape mesh;
-    mesh.header = {40, kComponentPosition, 1, 1, 3, 5, {}, 1};
-    mesh.batches = {{28, 0, 0, 1, 0, 3, 0}};
-    mesh.triangles = {{7, {0, 2, 1}, 0}};
     FrameShape frame;
     frame.header.time = 100;
-    frame.vertices = {{{0, 0, 0}, {0, 0, 1}, ~0u, 0, 0, 0}, {{1, 0, 0}, {0, 0, 1}, ~0u, 0, 0, 0},
-                      {{0, 1, 0}, {0, 0, 1}, ~0u, 0, 0, 0}};
+    frame.vertices = {{{0, 0, 0}, {0, 0, 1}, ~0u, 0, 0.1f, 0.9f}, {{1, 0, 0}, {0, 0, 1}, ~0u, 0, 0.8f, 0.9f},
+                      {{0, 1, 0}, {0, 0, 1}, ~0u, 0, 0.1f, 0.2f}};
     FrameShape later = frame;
     later.header.time = 400, later.header.delta = 100;
     later.vertices[1].position = {1, 0, 2};
-    mesh.frames = {frame, later};
-    NodeShape root{"root", {}, nullptr, nullptr, {}};
-    root.info.flags = 1;
-    root.children.push_back({"waver", InfoFor(kIdentity), nullptr, &mesh, {}});
-    Scene scene;
-    std::string error;
-    ASSERT_TRUE(Decode(BuildFile(root, {{}}), &scene, &error)) << error;
-    tinygltf::Model model;
-    ASSERT_TRUE(BuildGltf(scene, ExportOptions{}, &model, &error)) << error;
+    MeshShape mesh = TriangleMesh(kComponentPosition, {frame, later});
+    mesh.header.frameCount = 5;
+    const Scene scene = BuildScene(Root({Child("waver", nullptr, &mesh)}), {{{0, "wood.tga"}}});
+    tinygltf::Model model = Export(scene);
 
     const tinygltf::Primitive& primitive = model.meshes.at(0).primitives.at(0);
     ASSERT_EQ(primitive.targets.size(), 1u);
-    EXPECT_EQ(gltfworld::ReadFloats(model, primitive.targets[0].at("POSITION")),
+    EXPECT_EQ(gltfworld::Read<float>(model, primitive.targets[0].at("POSITION")),
               (std::vector<float>{0, 0, 0, 0, 0, 2, 0, 0, 0}));
     EXPECT_EQ(primitive.targets[0].count("NORMAL"), 0u);  // normals are not stored per frame
     EXPECT_EQ(model.meshes[0].weights, (std::vector<double>{0}));
     EXPECT_EQ(ChannelAt(model, 1, "weights", 0.1f), (std::vector<float>{0}));
     EXPECT_EQ(ChannelAt(model, 1, "weights", 0.4f), (std::vector<float>{1}));
     EXPECT_EQ(model.materials.at(0).alphaMode, "OPAQUE");
+    // Corners 0, 2, 1 as stored are drawn 0, 1, 2; u and v as stored.
+    EXPECT_EQ(gltfworld::Read<uint32_t>(model, primitive.indices), (std::vector<uint32_t>{0, 1, 2}));
+    EXPECT_EQ(gltfworld::Read<float>(model, primitive.attributes.at("TEXCOORD_0")),
+              (std::vector<float>{0.1f, 0.9f, 0.8f, 0.9f, 0.1f, 0.2f}));
+    EXPECT_EQ(model.images.at(0).uri, "wood.tga");
 
     // Beyond either bound the mesh keeps its first frame, and a note says why.
     ExportOptions fewTargets, fewValues;
@@ -257,7 +207,7 @@ TEST(GltfExport, StoredFramesBecomeMorphTargetsWithOneHotWeights)
                                       " (0 per byte of its " + std::to_string(scene.fileSize) + " bytes + " +
                                       std::to_string(values - 1) + "), of which 0 are taken"}}) {
         std::vector<std::string> notes;
-        ASSERT_TRUE(BuildGltf(scene, options, &model, &error, &notes)) << error;
+        model = Export(scene, &notes, options);
         EXPECT_EQ(notes, std::vector<std::string>{reason});
         EXPECT_TRUE(model.meshes.at(0).primitives.at(0).targets.empty());
         EXPECT_TRUE(model.meshes[0].weights.empty());
@@ -305,11 +255,9 @@ TEST(GltfExport, AdversarialFilesStayWithinTheBudget)
     keys.positionKeys = {{0, {0, 0, 0}, {0, 0, 0}, {0, 0, 0}}, {0x7FFFFFFF, {1, 0, 0}, {1, 0, 0}, {1, 0, 0}}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        NodeShape root{"root", {}, nullptr, nullptr, {}};
-        root.info.flags = 1;
-        root.children.push_back({"m", InfoFor(kIdentity), nullptr, &c.mesh, {}});
+        NodeShape root = Root({Child("m", nullptr, &c.mesh)});
         for (uint32_t n = 0; n < c.animatedNodes; ++n)
-            root.children.push_back({"n" + std::to_string(n), InfoFor(kIdentity), &keys, nullptr, {}});
+            root.children.push_back(Child("n" + std::to_string(n), &keys));
         const Bytes file = BuildFile(root, {{}});
         EXPECT_LE(file.size(), 65536u);
         directory.Write("in.vern3D", std::string(file.begin(), file.end()));

@@ -65,25 +65,15 @@ inline std::vector<Mat> WorldMatrices(const tinygltf::Model& model)
     return world;
 }
 
-inline std::vector<float> ReadFloats(const tinygltf::Model& model, int accessorIndex)
+// An accessor's values as stored: floats of any vector type, or 32-bit indices.
+template <typename T>
+std::vector<T> Read(const tinygltf::Model& model, int accessorIndex)
 {
     const tinygltf::Accessor& accessor = model.accessors.at(accessorIndex);
     const tinygltf::BufferView& view = model.bufferViews.at(accessor.bufferView);
-    const size_t components = accessor.type == TINYGLTF_TYPE_SCALAR ? 1 : accessor.type == TINYGLTF_TYPE_VEC2 ? 2
-                              : accessor.type == TINYGLTF_TYPE_VEC3 ? 3 : 4;
-    std::vector<float> values(accessor.count * components);
+    std::vector<T> values(accessor.count * static_cast<size_t>(tinygltf::GetNumComponentsInType(accessor.type)));
     std::memcpy(values.data(), model.buffers.at(view.buffer).data.data() + view.byteOffset + accessor.byteOffset,
-                values.size() * sizeof(float));
-    return values;
-}
-
-inline std::vector<uint32_t> ReadIndices(const tinygltf::Model& model, int accessorIndex)
-{
-    const tinygltf::Accessor& accessor = model.accessors.at(accessorIndex);
-    const tinygltf::BufferView& view = model.bufferViews.at(accessor.bufferView);
-    std::vector<uint32_t> values(accessor.count);
-    std::memcpy(values.data(), model.buffers.at(view.buffer).data.data() + view.byteOffset + accessor.byteOffset,
-                values.size() * sizeof(uint32_t));
+                values.size() * sizeof(T));
     return values;
 }
 
@@ -96,7 +86,7 @@ inline std::vector<Point> GltfWorldPositions(const tinygltf::Model& model, const
         return points;
     const Mat& m = world[index];
     for (const tinygltf::Primitive& primitive : model.meshes[node.mesh].primitives) {
-        const std::vector<float> p = ReadFloats(model, primitive.attributes.at("POSITION"));
+        const std::vector<float> p = Read<float>(model, primitive.attributes.at("POSITION"));
         for (size_t i = 0; i + 2 < p.size(); i += 3)
             points.push_back({m[0] * p[i] + m[4] * p[i + 1] + m[8] * p[i + 2] + m[12],
                               m[1] * p[i] + m[5] * p[i + 1] + m[9] * p[i + 2] + m[13],

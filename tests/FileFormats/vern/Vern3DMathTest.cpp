@@ -36,29 +36,20 @@ Matrix Diagonal(float s, float x = 0, float y = 0, float z = 0)
 
 std::uint32_t Bits(float value) { return std::bit_cast<std::uint32_t>(value); }
 
-// Determinant in double by Gaussian elimination with partial pivoting.
+// Determinant in double: the signed sum over all 24 permutations.
 double DeterminantInDouble(const Matrix& m)
 {
-    double a[4][4];
-    for (int i = 0; i < 16; ++i)
-        a[i / 4][i % 4] = m(i / 4, i % 4);
-    double det = 1.0;
-    for (int c = 0; c < 4; ++c) {
-        int pivot = c;
-        for (int r = c + 1; r < 4; ++r)
-            if (std::abs(a[r][c]) > std::abs(a[pivot][c]))
-                pivot = r;
-        if (a[pivot][c] == 0.0)
-            return 0.0;
-        if (pivot != c) {
-            std::swap(a[pivot], a[c]);
-            det = -det;
+    int p[4] = {0, 1, 2, 3};
+    double det = 0;
+    do {
+        double term = 1;
+        for (int i = 0; i < 4; ++i) {
+            term *= m(i, p[i]);
+            for (int j = i + 1; j < 4; ++j)
+                term = p[i] > p[j] ? -term : term;
         }
-        det *= a[c][c];
-        for (int r = c + 1; r < 4; ++r)
-            for (int k = 3; k >= c; --k)
-                a[r][k] -= a[r][c] / a[c][c] * a[c][k];
-    }
+        det += term;
+    } while (std::next_permutation(p, p + 4));
     return det;
 }
 
