@@ -153,15 +153,12 @@ TEST(WriteFailures, AreReportedAndLeaveTheEarlierFile)
 {
     ScratchDirectory directory;
     directory.Write("a.ase", Helper("x"));
-    directory.Write("b.ase", Helper("y"));
     directory.Write("bad.ase", Helper("x") + "*SCENE {\n}\n");
     const std::string previous = directory.Write("bad.vern3D", "keep me");
     ASSERT_EQ(::symlink("/dev/full", directory.File("full.vern3D").c_str()), 0);  // full from the first byte on
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"a.ase", "-o", "nodir/out"}, "a.ase:\na.ase(5) error: Error occured while writing file 'nodir/out.vern3D'.\n"},
         {{"a.ase", "-o", "full"}, "a.ase:\na.ase(5) error: Error occured while writing file 'full.vern3D'.\n"},
-        // -o is one name for the whole run: both inputs go to b.vern3D.
-        {{"a.ase", "-o", "full", "/o", "nodir/other", "b.ase", "-o", "b"}, "a.ase:\n" + kCompiled + "b.ase:\n" + kCompiled},
         {{"bad.ase"}, "bad.ase(6) error: Missing symbol 'SCENE_TICKSPERFRAME'.\n"},
     };
     for (const auto& [arguments, part] : cases) {

@@ -46,22 +46,6 @@ std::string Objects(const std::string& name, int count = 1, bool material = true
     return text;
 }
 
-// A grid of side × side vertices: some tens of kilobytes of output.
-std::string Grid(int side)
-{
-    auto n = [](int value) { return std::to_string(value); };
-    std::string text = Objects("unused", 0) + "*GEOMOBJECT {\n*NODE_NAME \"grid\"\n*MESH {\n*MESH_NUMVERTEX " + n(side * side) +
-                       "\n*MESH_VERTEX_LIST {\n";
-    for (int v = 0; v < side * side; ++v)
-        text += "*MESH_VERTEX " + n(v) + " " + n(v % side) + " " + n(v / side) + " 0\n";
-    text += "}\n*MESH_FACE_LIST {\n";
-    for (int v = 0, face = 0; v + side < side * side; ++v)
-        if (v % side + 1 < side)
-            text += "*MESH_FACE " + n(face++) + ": A: " + n(v) + " B: " + n(v + 1) + " C: " + n(v + side) +
-                    " AB: 1 BC: 1 CA: 1 *MESH_SMOOTHING 1 *MESH_MTLID 0\n";
-    return text + "}\n}\n*MATERIAL_REF 0\n}\n";
-}
-
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 // Every way an object name could lead the reader out of its folder, and what it may read: a
@@ -71,13 +55,10 @@ TEST(VertexFiles, OnlyRegularFilesInsideTheFolderAreRead)
 {
     ScratchDirectory root;
     const std::string base = root.Path();
-    std::filesystem::create_directories(base + "/work/folder");
-    std::filesystem::create_directories(base + "/outside");
-    std::filesystem::create_directories(base + "/vertices");
-    root.Write("outside/secret", VertexFile(1, 1, "SECRET"));
-    root.Write("work/secret", VertexFile(1, 1, "INSIDE"));
-    root.Write("work/vf", VertexFile(1, 1, "PLAIN"));
-    root.Write("vertices/vf", VertexFile(1, 1, "FOLDER"));
+    for (const char* folder : {"/work/folder", "/outside", "/vertices"})
+        std::filesystem::create_directories(base + folder);
+    for (const auto& [file, fill] : {std::pair{"outside/secret", "SECRET"}, {"work/secret", "INSIDE"}, {"work/vf", "PLAIN"}, {"vertices/vf", "FOLDER"}})
+        root.Write(file, VertexFile(1, 1, fill));
     const std::string full = VertexFile(1, 1, "SHORT");
     root.Write("work/short", full.substr(0, full.size() - 1));
     root.Write("work/unequal", VertexFile(4321, 1234, "UNEQUAL"));
@@ -143,7 +124,7 @@ TEST(SafeOutput, AFailedWriteLeavesTheEarlierFile)
     ScratchDirectory directory;
     const std::string& work = directory.Path();
     std::filesystem::create_directories(work + "/small");
-    directory.Write("big.ase", Grid(40));
+    directory.Write("big.ase", Objects("g", 100));  // some tens of kilobytes of output
     directory.Write("nomaterial.ase", Objects("n", 1, false));
     ASSERT_EQ(testfiles::Run(work, MAKEVERN3D_EXE, {"big.ase"}).exitCode, 0);
     const std::string earlier = "the earlier output\n";
