@@ -1,5 +1,6 @@
 // The switches of ours: -compat for what other exporters write, -batch for build pipelines, -uri
-// for absolute paths. Without them the classic rules hold (the rest of the suite shows that).
+// for absolute paths. Without them the classic rules hold (the rest of the suite shows that); the
+// corpus under -compat is in ConverterTest.
 #include "CommandLine.h"
 #include "Scene/BaseNode.h"
 #include "support/AseTestParse.h"
@@ -27,52 +28,6 @@ asetest::Parsed ParseCompat(const std::string& text, bool compat = true)
     ConvertSettings settings;
     settings.compat = compat;
     return asetest::ParseAse(text, settings);
-}
-
-std::vector<std::string> CorpusFiles()
-{
-    std::vector<std::string> files;
-    for (const std::string& folder : {kCorpus, kCorpus + "/odd"})
-        for (const std::string& name : testfiles::Entries(folder))
-            if (name.ends_with(".ase") || name.ends_with(".ASE"))
-                files.push_back(folder + "/" + name);
-    return files;
-}
-
-// Every corpus file converts and decodes, and each departure is said where it happens.
-TEST(Compat, EveryCorpusFileConvertsAndDecodes)
-{
-    const std::multimap<std::string, std::string> warnings = {
-        {"CameraRollAnim.ase", "(147) warning: Object 'Box01' has no material; it gets a default material.\n"},
-        {"trenchbroom-wedge_45.ase", "(43) warning: Face normals come without corner normals; the corners take their face's normal.\n"},
-        {"xreal-dmc_vent1.ase", "(97) warning: Group 'Group01' is read as a transform node.\n"},
-        {"CameraRollAnimWithChildObject.ase", "(422) warning: Camera 'Camera01' is read as a transform node.\n"},
-        {"anim2.ASE", "(851) warning: Light 'FDirect01' is read as a transform node.\n"},
-        {"TargetCameraAnim.ase", "warning: The target 'Camera01.Target' of 'Camera01' is not kept.\n"},
-        {"RotatingCube.ASE", "warning: Sampled track '*CONTROL_ROT_TRACK' of 'Box01' becomes 181 keys.\n"},
-        {"anim2.ASE", "(527) warning: The scale of 'Box02' changes over time; the keys keep the scale of its transform.\n"},
-        {"anim2.ASE", "(929) warning: ... and 1 more camera, light or bone read as a transform node.\n"},
-        {"InvalidUVIndex.ase", "(5) warning: The scene gives no 'SCENE_TICKSPERFRAME'; 160 is taken.\n"},
-        {"xreal-axtool_maya_test.ase", "(1) warning: The version number is missing.\n"},
-        {"xreal-axtool_maya_test.ase", "(39) warning: Faces come without edge flags; they are taken as 0.\n"},
-    };
-    ScratchDirectory directory;
-    const std::vector<std::string> files = CorpusFiles();
-    ASSERT_GE(files.size(), 30u);
-    size_t found = 0;
-    for (const std::string& file : files) {
-        const std::string output = directory.File(std::filesystem::path(file).stem().string() + ".vern3D");
-        const auto run = testfiles::Run(directory.Path(), MAKEVERN3D_EXE, {"-compat", "-batch", "-uri", "file:" + file, "-o", "file:" + output});
-        EXPECT_EQ(run.exitCode, 0) << file << "\n" << run.output;
-        EXPECT_NE(run.output.find(kCompiled), std::string::npos) << run.output;
-        vern3d::Scene scene;
-        std::string error;
-        EXPECT_TRUE(vern3d::DecodeFile(output, &scene, &error)) << file << ": " << error;
-        const auto [first, last] = warnings.equal_range(std::filesystem::path(file).filename().string());
-        for (auto warning = first; warning != last; ++warning, ++found)
-            EXPECT_NE(run.output.find(warning->second), std::string::npos) << file << "\n" << run.output;
-    }
-    EXPECT_EQ(found, warnings.size());
 }
 
 // A parent that comes after its child is linked at the end of the file; one that never comes is
