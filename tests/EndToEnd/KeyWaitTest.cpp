@@ -16,19 +16,18 @@ namespace {
 // Reads what the terminal shows until `wanted` appears or `milliseconds` pass.
 bool ReadUntil(int terminal, std::string& seen, const std::string& wanted, int milliseconds)
 {
-    using namespace std::chrono;
-    const auto deadline = steady_clock::now() + std::chrono::milliseconds(milliseconds);
-    char buffer[4096];
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
     while (seen.find(wanted) == std::string::npos) {
-        const auto left = duration_cast<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
-        pollfd ready{terminal, POLLIN, 0};
-        if (left <= 0)
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0)
             return false;
-        if (::poll(&ready, 1, static_cast<int>(left)) <= 0)
+        pollfd ready{terminal, POLLIN, 0};
+        if (::poll(&ready, 1, static_cast<int>(left.count())) <= 0)
             continue;
+        char buffer[4096];
         const ssize_t count = ::read(terminal, buffer, sizeof buffer);
         if (count <= 0)
-            return false;
+            return seen.find(wanted) != std::string::npos;
         seen.append(buffer, static_cast<size_t>(count));
     }
     return true;
