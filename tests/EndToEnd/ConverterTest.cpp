@@ -53,6 +53,8 @@ TEST(CommandLine, ConsoleTextAndExitCode)
         {{"missing.ase", "good.ase"}, 0, missingThenGood},
         {{"-batch", "missing.ase", "good.ase"}, 2, missingThenGood},
         {{"good.ase", "-batch"}, 0, "good.ase:\n" + kCompiled},
+        // Without -uri a "file:" name is the relative path it always was.
+        {{"file:good.ase"}, 0, "file:good.ase:\nfile:good.ase(1) error: Could not open file 'file:good.ase'.\n"},
         {{"empty.ase"}, 0, "empty.ase:\n" + kCompiled},
     };
     for (const auto& c : cases) {
