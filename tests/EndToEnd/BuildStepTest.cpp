@@ -45,12 +45,17 @@ testfiles::RunResult Convert(const ScratchDirectory& directory, const std::vecto
     return testfiles::Run(directory.Path(), MAKEVERN3D_EXE, arguments);
 }
 
-TEST(DependencyFile, NamesExactlyWhatEachConvertedInputRead)
+// The rules name exactly what each converted input read. The file is written whole or not at
+// all: a name Make or Ninja would misread, or a failed write, leaves the earlier file and no
+// temporary one, and says why; under -batch the exit code is 2.
+TEST(DependencyFile, NamesWhatEachConvertedInputReadOrIsNotWritten)
 {
+    const std::string earlier = "earlier\n", compiled = "File successful compiled.\n";
+    const std::string unreadable = compiled + "error: The dependency file 'deps.d' is not written: Make and Ninja cannot read the name ";
     const struct {
         std::vector<std::string> arguments;  // after "-depfile deps.d"
         int exitCode;
-        std::string rules;
+        std::string rules, message;
     } cases[] = {
         {{"still.ase", "-ma", "ops.txt"}, 0, "still.vern3D: still.ase\n"},  // no frames: never opened
         {{"anim.ase", "-ma", "ops.txt"}, 0, "anim.vern3D: anim.ase \\\n  ops.txt\n"},
@@ -63,16 +68,31 @@ TEST(DependencyFile, NamesExactlyWhatEachConvertedInputRead)
         {{"-batch", "still.ase", "bad.ase", "missing.ase", "anim.ase", "-o", "out"}, 2,
          "out.vern3D: still.ase\nout.vern3D: anim.ase\n"},
         {{"bad.ase"}, 0, ""},
+        {{"-batch", "anim.ase", "-ma", "ops(1).txt"}, 2, earlier, unreadable + "'ops(1).txt' in it."},
+        {{"anim.ase", "-ma", "ops(1).txt"}, 0, earlier, unreadable + "'ops(1).txt' in it."},
+        {{"-batch", "still.ase", "-o", "100%"}, 2, earlier, unreadable + "'100%.vern3D'"},
+        {{"-batch", "dir\\#/still.ase"}, 2, earlier, unreadable + "'dir\\#/still.vern3D'"},
+        {{"-batch", "new\nline.ase"}, 2, earlier, unreadable + "'new\\x0Aline.vern3D'"},
+        {{"-batch", "still.ase", "-depfile", "nowhere/deps.d"}, 2, earlier,
+         compiled + "error: The dependency file 'nowhere/deps.d' could not be written."},
     };
     for (const auto& c : cases) {
         ScratchDirectory directory;
         WriteScenes(directory);
+        directory.Write("ops(1).txt", ReadText(directory.File("ops.txt")));
         fs::copy_file(directory.File("vertices/rock"), directory.File("rock"));
+        fs::create_directories(directory.File("dir\\#"));
+        for (const char* copy : {"dir\\#/still.ase", "new\nline.ase"})
+            fs::copy_file(directory.File("still.ase"), directory.File(copy));
+        directory.Write("deps.d", earlier);
         std::vector<std::string> arguments = {"-depfile", "deps.d"};
         arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
         const auto run = Convert(directory, arguments);
         EXPECT_EQ(run.exitCode, c.exitCode) << run.output;
         EXPECT_EQ(ReadText(directory.File("deps.d")), c.rules) << run.output;
+        EXPECT_NE(run.output.find(c.message), std::string::npos) << run.output;
+        for (const std::string& name : testfiles::Entries(directory.Path()))
+            EXPECT_FALSE(name.ends_with(".tmp")) << name;
     }
 }
 
@@ -110,40 +130,6 @@ TEST(DependencyFile, NamesWithSpacesAndSignsSurviveMakeAndNinja)
         fs::last_write_time(directory.File(file), built + std::chrono::seconds(1));
         EXPECT_EQ(make().exitCode, 1) << file;
         fs::last_write_time(directory.File(file), built - std::chrono::seconds(1));
-    }
-}
-
-// Written whole or not at all: a name Make or Ninja would misread, or a failed write, leaves the
-// earlier file and no temporary one, and says why; under -batch the exit code is 2.
-TEST(DependencyFile, WrittenWholeOrNotAtAll)
-{
-    const std::string unreadable = "error: The dependency file 'deps.d' is not written: Make and Ninja cannot read the name ";
-    const struct {
-        std::vector<std::string> arguments;
-        int exitCode;
-        std::string message;
-    } cases[] = {
-        {{"-batch", "anim.ase", "-ma", "ops(1).txt", "-depfile", "deps.d"}, 2, unreadable + "'ops(1).txt' in it."},
-        {{"anim.ase", "-ma", "ops(1).txt", "-depfile", "deps.d"}, 0, unreadable + "'ops(1).txt' in it."},
-        {{"-batch", "still.ase", "-o", "100%", "-depfile", "deps.d"}, 2, unreadable + "'100%.vern3D'"},
-        {{"-batch", "dir\\#/still.ase", "-depfile", "deps.d"}, 2, unreadable + "'dir\\#/still.vern3D'"},
-        {{"-batch", "new\nline.ase", "-depfile", "deps.d"}, 2, unreadable + "'new\\x0Aline.vern3D'"},
-        {{"-batch", "still.ase", "-depfile", "nowhere/deps.d"}, 2,
-         "error: The dependency file 'nowhere/deps.d' could not be written."},
-    };
-    for (const auto& c : cases) {
-        ScratchDirectory directory;
-        WriteScenes(directory, "vertices", "ops(1).txt");
-        fs::create_directories(directory.File("dir\\#"));
-        for (const char* copy : {"dir\\#/still.ase", "new\nline.ase"})
-            fs::copy_file(directory.File("still.ase"), directory.File(copy));
-        directory.Write("deps.d", "earlier\n");
-        const auto run = Convert(directory, c.arguments);
-        EXPECT_EQ(run.exitCode, c.exitCode) << run.output;
-        EXPECT_NE(run.output.find("File successful compiled.\n" + c.message), std::string::npos) << run.output;
-        EXPECT_EQ(ReadText(directory.File("deps.d")), "earlier\n");
-        for (const std::string& name : testfiles::Entries(directory.Path()))
-            EXPECT_FALSE(name.ends_with(".tmp")) << name;
     }
 }
 

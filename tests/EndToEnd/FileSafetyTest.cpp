@@ -22,22 +22,15 @@ const std::string kCompiled = "File successful compiled.\n";
 // A vertex file: its counts, then `fill` repeated over the records (no triangles).
 std::string VertexFile(uint32_t sources, uint32_t vertices, const std::string& fill)
 {
-    std::string bytes;
-    auto u32 = [&](uint32_t value) {
-        for (int i = 0; i < 4; ++i)
-            bytes.push_back(static_cast<char>(value >> (8 * i)));
-    };
+    auto u32 = [](uint32_t v) { return std::string{char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; };
     auto records = [&](size_t size) {
+        std::string bytes(size, '\0');
         for (size_t i = 0; i < size; ++i)
-            bytes.push_back(fill[i % fill.size()]);
+            bytes[i] = fill[i % fill.size()];
+        return bytes;
     };
-    u32(sources);
-    records(28u * sources);
-    u32(0);  // the material reference
-    u32(vertices);
-    records(40u * vertices);
-    u32(0);
-    return bytes;
+    return u32(sources) + records(28u * sources) + u32(0) /* the material reference */ + u32(vertices) +
+           records(40u * vertices) + u32(0);
 }
 
 // `count` objects named `name`, each a triangle, with one material.
@@ -53,24 +46,6 @@ std::string Objects(const std::string& name, int count = 1, bool material = true
     return text;
 }
 
-// A grid of side × side vertices: some tens of kilobytes of output.
-std::string Grid(int side)
-{
-    std::string text = Objects("unused", 0) + "*GEOMOBJECT {\n*NODE_NAME \"grid\"\n*MESH {\n*MESH_NUMVERTEX " +
-                       std::to_string(side * side) + "\n*MESH_VERTEX_LIST {\n";
-    for (int v = 0; v < side * side; ++v)
-        text += "*MESH_VERTEX " + std::to_string(v) + " " + std::to_string(v % side) + " " +
-                std::to_string(v / side) + " 0\n";
-    text += "}\n*MESH_FACE_LIST {\n";
-    int face = 0;
-    for (int y = 0; y + 1 < side; ++y)
-        for (int x = 0; x + 1 < side; ++x)
-            text += "*MESH_FACE " + std::to_string(face++) + ": A: " + std::to_string(y * side + x) + " B: " +
-                    std::to_string(y * side + x + 1) + " C: " + std::to_string((y + 1) * side + x) +
-                    " AB: 1 BC: 1 CA: 1 *MESH_SMOOTHING 1 *MESH_MTLID 0\n";
-    return text + "}\n}\n*MATERIAL_REF 0\n}\n";
-}
-
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 // Every way an object name could lead the reader out of its folder, and what it may read: a
@@ -80,13 +55,10 @@ TEST(VertexFiles, OnlyRegularFilesInsideTheFolderAreRead)
 {
     ScratchDirectory root;
     const std::string base = root.Path();
-    std::filesystem::create_directories(base + "/work/folder");
-    std::filesystem::create_directories(base + "/outside");
-    std::filesystem::create_directories(base + "/vertices");
-    root.Write("outside/secret", VertexFile(1, 1, "SECRET"));
-    root.Write("work/secret", VertexFile(1, 1, "INSIDE"));
-    root.Write("work/vf", VertexFile(1, 1, "PLAIN"));
-    root.Write("vertices/vf", VertexFile(1, 1, "FOLDER"));
+    for (const char* folder : {"/work/folder", "/outside", "/vertices"})
+        std::filesystem::create_directories(base + folder);
+    for (const auto& [file, fill] : {std::pair{"outside/secret", "SECRET"}, {"work/secret", "INSIDE"}, {"work/vf", "PLAIN"}, {"vertices/vf", "FOLDER"}})
+        root.Write(file, VertexFile(1, 1, fill));
     const std::string full = VertexFile(1, 1, "SHORT");
     root.Write("work/short", full.substr(0, full.size() - 1));
     root.Write("work/unequal", VertexFile(4321, 1234, "UNEQUAL"));
@@ -152,7 +124,7 @@ TEST(SafeOutput, AFailedWriteLeavesTheEarlierFile)
     ScratchDirectory directory;
     const std::string& work = directory.Path();
     std::filesystem::create_directories(work + "/small");
-    directory.Write("big.ase", Grid(40));
+    directory.Write("big.ase", Objects("g", 100));  // some tens of kilobytes of output
     directory.Write("nomaterial.ase", Objects("n", 1, false));
     ASSERT_EQ(testfiles::Run(work, MAKEVERN3D_EXE, {"big.ase"}).exitCode, 0);
     const std::string earlier = "the earlier output\n";
@@ -210,38 +182,34 @@ TEST(SafeOutput, AKillDuringTheWriteLeavesTheEarlierFile)
     const pid_t child = ::fork();
     if (child == 0) {
         const int devNull = ::open("/dev/null", O_RDWR);
-        ::dup2(devNull, STDIN_FILENO);
-        ::dup2(devNull, STDOUT_FILENO);
-        ::dup2(devNull, STDERR_FILENO);
+        for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+            ::dup2(devNull, stream);
         if (::chdir(work.c_str()) == 0)
             ::execl(MAKEVERN3D_EXE, MAKEVERN3D_EXE, "big.ase", "-ivertex", "-o", "scene", static_cast<char*>(nullptr));
         ::_exit(127);
     }
     const std::regex temporary(R"(scene\.vern3D\.[0-9A-Za-z]{6}\.tmp)");
-    uintmax_t size = 0;
-    bool killed = false;
-    while (!killed) {
+    auto temporaries = [&] {
+        std::vector<std::string> names;
         for (const std::string& name : testfiles::Entries(work))
             if (std::regex_match(name, temporary))
-                size = std::filesystem::file_size(work + "/" + name);
-        if (size >= (4u << 20)) {
+                names.push_back(work + "/" + name);
+        return names;
+    };
+    bool killed = false;
+    while (!killed && ::waitpid(child, nullptr, WNOHANG) != child) {  // it may finish before it is caught
+        const auto names = temporaries();
+        if (!names.empty() && std::filesystem::file_size(names[0]) >= (4u << 20))
             killed = ::kill(child, SIGKILL) == 0;
-            break;
-        }
-        if (::waitpid(child, nullptr, WNOHANG) == child)
-            break;  // finished before it could be caught
         ::usleep(200);
     }
     int status = 0;
     ::waitpid(child, &status, 0);
     ASSERT_TRUE(killed && WIFSIGNALED(status)) << "the write ended before it could be killed";
     EXPECT_EQ(ReadText(earlier), "the earlier output\n");
-    std::vector<std::string> temporaries;
-    for (const std::string& name : testfiles::Entries(work))
-        if (std::regex_match(name, temporary))
-            temporaries.push_back(name);
-    ASSERT_EQ(temporaries.size(), 1u);
-    EXPECT_LT(std::filesystem::file_size(work + "/" + temporaries[0]), 19u << 20);  // cut in the middle
+    const auto left = temporaries();
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_LT(std::filesystem::file_size(left[0]), 19u << 20);  // cut in the middle
 }
 
 }  // namespace

@@ -50,43 +50,40 @@ pid_t StartOnTerminal(const testfiles::ScratchDirectory& directory, std::vector<
     return child;
 }
 
-int ExitCode(pid_t child, int terminal)
+// On a terminal a failed file holds the run until a key is pressed, and that one key ends every
+// later wait; under -batch nothing waits and the exit code tells of the failure.
+TEST(KeyWait, HoldsOnATerminalUntilOneKeyIsPendingExceptUnderBatch)
 {
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ::close(terminal);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-TEST(KeyWait, WaitsOnATerminalUntilOneKeyIsPending)
-{
-    testfiles::ScratchDirectory directory;
-    int terminal = -1;
-    const pid_t child = StartOnTerminal(directory, {"first.ase", "second.ase", "good.ase"}, &terminal);
-    if (child < 0)
-        GTEST_SKIP() << "no pseudo-terminal available here";
-    std::string seen;
-    ASSERT_TRUE(ReadUntil(terminal, seen, "Could not open file 'first.ase'", 10000)) << seen;
-    // Held: the second file is not started while no key is pending.
-    EXPECT_FALSE(ReadUntil(terminal, seen, "second.ase:", 700)) << seen;
-    ASSERT_EQ(::write(terminal, "x", 1), 1);
-    // One key ends this wait and the next one; the good file is converted after them.
-    EXPECT_TRUE(ReadUntil(terminal, seen, "File successful compiled.", 10000)) << seen;
-    EXPECT_NE(seen.find("Could not open file 'second.ase'"), std::string::npos);
-    EXPECT_EQ(ExitCode(child, terminal), 0);
-}
-
-// -batch: a failed file on a terminal does not hold the run, and the exit code tells of it.
-TEST(KeyWait, BatchNeverWaits)
-{
-    testfiles::ScratchDirectory directory;
-    int terminal = -1;
-    const pid_t child = StartOnTerminal(directory, {"-batch", "first.ase", "good.ase"}, &terminal);
-    if (child < 0)
-        GTEST_SKIP() << "no pseudo-terminal available here";
-    std::string seen;
-    EXPECT_TRUE(ReadUntil(terminal, seen, "File successful compiled.", 10000)) << seen;
-    EXPECT_EQ(ExitCode(child, terminal), 2);
+    const struct {
+        std::vector<const char*> arguments;
+        bool held;
+        int exitCode;
+    } cases[] = {
+        {{"first.ase", "second.ase", "good.ase"}, true, 0},
+        {{"-batch", "first.ase", "good.ase"}, false, 2},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments[0]);
+        testfiles::ScratchDirectory directory;
+        int terminal = -1;
+        const pid_t child = StartOnTerminal(directory, c.arguments, &terminal);
+        if (child < 0)
+            GTEST_SKIP() << "no pseudo-terminal available here";
+        std::string seen;
+        ASSERT_TRUE(ReadUntil(terminal, seen, "Could not open file 'first.ase'", 10000)) << seen;
+        if (c.held) {
+            // Held: the second file is not started while no key is pending.
+            EXPECT_FALSE(ReadUntil(terminal, seen, "second.ase:", 700)) << seen;
+            ASSERT_EQ(::write(terminal, "x", 1), 1);
+        }
+        // One key ends this wait and the next one; the good file is converted after them.
+        EXPECT_TRUE(ReadUntil(terminal, seen, "File successful compiled.", 10000)) << seen;
+        EXPECT_EQ(seen.find("Could not open file 'second.ase'") != std::string::npos, c.held) << seen;
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        ::close(terminal);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == c.exitCode) << status;
+    }
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,21 +33,16 @@ std::string ScratchDirectory::Write(const std::string& name, const std::string& 
     return file;
 }
 
-std::string ReadText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 std::vector<unsigned char> ReadBytes(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), {});
 }
 
-bool Exists(const std::string& path)
+std::string ReadText(const std::string& path)
 {
-    return std::filesystem::exists(path);
+    const std::vector<unsigned char> bytes = ReadBytes(path);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 std::vector<std::string> Entries(const std::string& folder)
@@ -67,12 +61,11 @@ RunResult Run(const std::string& directory, const std::string& program, const st
         return {};
     const pid_t child = ::fork();
     if (child == 0) {
+        ::dup2(::open("/dev/null", O_RDONLY), STDIN_FILENO);
         ::dup2(pipeEnds[1], STDOUT_FILENO);
         ::dup2(pipeEnds[1], STDERR_FILENO);
         ::close(pipeEnds[0]);
         ::close(pipeEnds[1]);
-        const int devNull = ::open("/dev/null", O_RDONLY);
-        ::dup2(devNull, STDIN_FILENO);
         if (::chdir(directory.c_str()) != 0)
             ::_exit(127);
         std::vector<char*> argv;

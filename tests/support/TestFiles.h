@@ -1,6 +1,7 @@
 // Scratch files and program runs for the tests.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -25,7 +26,7 @@ private:
 
 std::string ReadText(const std::string& path);
 std::vector<unsigned char> ReadBytes(const std::string& path);
-bool Exists(const std::string& path);
+inline bool Exists(const std::string& path) { return std::filesystem::exists(path); }
 // The names in a folder, sorted.
 std::vector<std::string> Entries(const std::string& folder);
 
