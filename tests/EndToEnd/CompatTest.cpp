@@ -203,6 +203,18 @@ TEST(Compat, RepeatedWarningsBecomeACount)
             expected += parsed.At(12) + "... and 3 more objects without a material.\n";
         EXPECT_EQ(parsed.printed, expected);
     }
+    // Faces without edge flags are said once a list, however many of its faces lack them.
+    std::string flagless;
+    for (int i = 0; i < 4; ++i)
+        flagless += "*GEOMOBJECT {\n*NODE_NAME \"f" + std::to_string(i) + "\"\n*MESH {\n*MESH_NUMVERTEX 3\n*MESH_NUMFACES 2\n"
+                    "*MESH_VERTEX_LIST {\n*MESH_VERTEX 0 0 0 0\n*MESH_VERTEX 1 1 0 0\n*MESH_VERTEX 2 0 1 0\n}\n"
+                    "*MESH_FACE_LIST {\n*MESH_FACE 0: A: 0 B: 1 C: 2 *MESH_SMOOTHING 1 *MESH_MTLID 0\n"
+                    "*MESH_FACE 1: A: 0 B: 2 C: 1 *MESH_SMOOTHING 1 *MESH_MTLID 0\n}\n}\n*MATERIAL_REF 0\n}\n";
+    const asetest::Parsed flags = ParseCompat(flagless);
+    std::string said;
+    for (int i = 0; i < 3; ++i)
+        said += flags.At(12 + 17 * i) + "Faces come without edge flags; they are taken as 0.\n";
+    EXPECT_EQ(flags.printed, said + flags.At(63) + "... and 1 more face list without edge flags.\n");
     const asetest::Parsed sampled = ParseCompat(
         "*SCENE {\n*SCENE_FRAMESPEED 30\n*SCENE_TICKSPERFRAME 160\n}\n*HELPEROBJECT {\n*NODE_NAME \"h\"\n*TM_ANIMATION {\n"
         "*CONTROL_POS_TRACK {\n*CONTROL_POS_SAMPLE 0 1 2 3\n}\n}\n}\n");

@@ -70,8 +70,9 @@ TEST(AseDocument, ReportsTheirLinesAndWhatIsKept)
         EXPECT_EQ(parsed.Failed(), c.error);
         EXPECT_EQ(testfiles::Exists(parsed.output), !c.error);
         EXPECT_EQ(ChildNames(parsed.Root()), c.top);
-        if (c.message == "Could not read next char.\n")  // the end of the text reaches the object reader as a symbol
+        if (c.message == "Could not read next char.\n") {  // the end of the text reaches the object reader as a symbol
             EXPECT_NE(parsed.printed.find("Do not know what symbol 'baseparser file end' means.\n"), std::string::npos);
+        }
         if (c.top.size() == 2) {  // the first parent stays
             EXPECT_EQ(ChildNames(parsed.Root()->Children()[0].get()), (Names{"C"}));
             EXPECT_EQ(ChildNames(parsed.Root()->Children()[1].get()), (Names{}));

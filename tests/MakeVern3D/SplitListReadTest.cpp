@@ -103,8 +103,6 @@ TEST(SplitListReading, AgreesWithTheBlockReadersOnEveryThreadCount)
         // The first error in the second half of a split list.
         {{"V", 30, "*MESH_VERTEX 30 1.0 x 2.0\n"}, false, "error: Symbol 'x' could not scanned.", 0},
         {{"V", 15000, "*MESH_VERTEX 15000 1.0 x 2.0\n"}, false, "error: Symbol 'x' could not scanned.", 0, 16000},
-        {{"V", 31, "*MESH_VERTEX 31 x 1.0 2.0\n"}, false, "error: Symbol 'x' could not scanned.", 0},
-        {{"V", 32, "*MESH_VERTEX 32 1.0 2.0 x\n"}, false, "error: Symbol 'x' could not scanned.", 0},
         {{"N", 35, "*MESH_FACENORMAL 35 0 0 1\n*MESH_VERTEXNORMAL 35 0 0 1\n"}, false, "error: Aspected symbol", 2},
         {{"F", 38, "*MESH_FACE 38: A: 1 B: 2 C: 3 AB: 1 BC: 1 CA: 1 *MESH_SMOOTHING 1\n"}, false, "error: Aspected", 1},
         {{"V", 33, "*MESH_VERTEX 99999999 0 0 0\n"}, false, "error: Vertex or face number", 0},

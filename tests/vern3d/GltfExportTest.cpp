@@ -3,6 +3,7 @@
 // are compared with the file's in Vern3dToolTest, over the corpus.
 #include "GltfExport.h"
 #include "GltfWorld.h"
+#include "TextEncoding.h"
 #include "TransformSampling.h"
 #include "support/TestFiles.h"
 #include "support/Vern3DBuilder.h"
@@ -115,6 +116,30 @@ TEST(GltfExport, NodesAreTranslationRotationAndScaleWhereTheyCanBe)
     EXPECT_EQ(notes, expectedNotes);
 }
 
+// A matrix glTF cannot hold fails the export with the node's name, and nothing is written.
+TEST(GltfExport, NonFiniteMatrixFailsTheExport)
+{
+    std::array<float, 16> matrix = RowMatrix({1, 1, 1}, {0, 0, 1}, 0, {0, 0, 0});
+    matrix[13] = std::nanf("");
+    const testfiles::ScratchDirectory directory;
+    std::string error;
+    EXPECT_FALSE(ExportGltf(BuildScene(Root({{"bad", InfoFor(Matrix{matrix}), nullptr, nullptr, {}}}), {}),
+                            directory.File("out.glb"), {}, &error));
+    EXPECT_EQ(error, "node 'bad': its matrix is not finite");
+    EXPECT_FALSE(testfiles::Exists(directory.File("out.glb")));
+}
+
+// Names reach glTF as UTF-8: valid sequences of every length unchanged, other bytes as Latin-1.
+TEST(GltfExport, NamesBecomeUtf8)
+{
+    const std::pair<std::string, std::string> cases[] = {
+        {"box", "box"}, {"\xC3\xA9t\xC3\xA9", "\xC3\xA9t\xC3\xA9"}, {"\xE2\x82\xAC", "\xE2\x82\xAC"},
+        {"\xF0\x9F\x99\x82!", "\xF0\x9F\x99\x82!"}, {"\xE9t\xE9", "\xC3\xA9t\xC3\xA9"}, {"\xF0\x9F", "\xC3\xB0\xC2\x9F"},
+    };
+    for (const auto& [bytes, utf8] : cases)
+        EXPECT_EQ(ToUtf8(bytes), utf8) << bytes;
+}
+
 // Sampled values at a time, from the exported channels of node `node`.
 std::vector<float> ChannelAt(const tinygltf::Model& model, int node, const std::string& path, float seconds)
 {
@@ -157,6 +182,22 @@ TEST(GltfExport, ChannelsFollowTheConvertersKeyEvaluation)
     EXPECT_NEAR(std::abs(start[3]), 1.0, 1e-6);
     const auto end = ChannelAt(model, 1, "scale", 0.99f);
     EXPECT_EQ(end, (std::vector<float>{1, 1, 1}));
+    // A turn of 3 radians passes 120 degrees (the decomposition's z branch): every sample is a
+    // unit turn about z, next to the one before (interpolation takes the short way), ending at -3.
+    Animation far = keys;
+    far.rotationKeys[1].angle = 3.0f;
+    const tinygltf::Model farModel = Export(BuildScene(Root({Child("far", &far)}), {}));
+    const tinygltf::AnimationChannel& channel = farModel.animations.at(0).channels.at(1);
+    ASSERT_EQ(channel.target_path, "rotation");
+    const auto turns = gltfworld::Read<float>(farModel, farModel.animations[0].samplers[channel.sampler].output);
+    ASSERT_EQ(turns.size(), 4 * 31u);
+    for (size_t i = 0; i < turns.size(); i += 4) {
+        EXPECT_NEAR(std::hypot(turns[i + 2], turns[i + 3]), 1.0, 1e-5) << i / 4;
+        EXPECT_EQ(std::abs(turns[i]) + std::abs(turns[i + 1]), 0.0f) << i / 4;
+        if (i > 0)
+            EXPECT_GT(turns[i + 2] * turns[i - 2] + turns[i + 3] * turns[i - 1], 0.0f) << i / 4;
+    }
+    EXPECT_NEAR(std::abs(turns[4 * 30 + 2]), std::sin(1.5), 1e-5);
     // Sample times: both keys and the fixed step between, at most the limit.
     EXPECT_EQ(SampleTimes(keys, 33, 10000).size(), 31u);
     EXPECT_EQ(SampleTimes(keys, 33, 5).size(), 5u);

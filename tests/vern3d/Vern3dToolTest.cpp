@@ -375,6 +375,7 @@ TEST_F(Vern3dTool, CommandLineMistakesExitWithUsage)
         {{"export", file, "-o", "/nonexistent/dir/out.glb"}, 1, "cannot write"},
         {{"check", "missing.vern3D"}, 1, "missing.vern3D: error: cannot read"},
         {{"dump", file, "--limit", "2"}, 0, "... "},
+        {{"dump", file, "--limit", "0"}, 0, "  matrix row 0 "},
         {{"info", file}, 0, "nodes       4, depth 2"},
     };
     for (const auto& c : cases) {
