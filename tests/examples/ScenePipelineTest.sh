@@ -10,6 +10,8 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 src=$work/src bin=$work/build
 fail() { echo "FAILED: $*"; [ -f "$work/log" ] && cat "$work/log"; exit 1; }
+# A build that hangs ends with its conversions, also when this script is killed first.
+bounded() { timeout -k 5 120 "$@"; }
 
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
 cp -r "$source/examples/scene-pipeline" "$src"
@@ -23,7 +25,7 @@ cmake -S "$src" -B "$bin" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 build() {
   local what=$1
   shift
-  cmake --build "$bin" -j2 >"$work/log" 2>&1 || fail "$what: the build failed"
+  bounded cmake --build "$bin" -j2 >"$work/log" 2>&1 || fail "$what: the build failed"
   local converted expected
   converted=$(sed -n 's/^\[[0-9/]*\] Converting scene //p' "$work/log" | sort | xargs)
   expected=$(printf '%s\n' "$@" | sort | xargs)
@@ -47,7 +49,7 @@ build "a touched operations file" animated/Flag.ase
 
 cp "$src/scenes/ThreeCubes.ase" "$work/ThreeCubes.ase"
 printf '*GEOMOBJECT {\n*NODE_NAME "broken"\n*MESH {\n*MESH_NUMVERTEX -5\n}\n}\n' >>"$src/scenes/ThreeCubes.ase"
-! cmake --build "$bin" -j2 >"$work/log" 2>&1 || fail "an invalid scene: the build succeeded"
+! bounded cmake --build "$bin" -j2 >"$work/log" 2>&1 || fail "an invalid scene: the build succeeded"
 line=$(grep -c '' "$src/scenes/ThreeCubes.ase")
 grep -qF "scenes/ThreeCubes.ase($((line - 2))) error: Vertex or face number or count -5 is out of range" "$work/log" ||
   fail "an invalid scene: no message"
