@@ -5,9 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <csignal>
 #include <filesystem>
 #include <map>
 #include <set>
+#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -277,6 +280,23 @@ TEST(Corpus, EveryFileConvertsOrFailsAsExpected)
         }
         EXPECT_TRUE(names.count(name)) << wide;
     }
+}
+
+// A scene read from a pipe (no size known beforehand, read in pieces as they come) converts
+// byte for byte like the file.
+TEST(Corpus, AScenePipedInConvertsLikeItsFile)
+{
+    const ScratchDirectory file, pipe;
+    const std::string text = ReadText(MAKEVERN3D_SHARED_CORPUS "/Rifle2.ase");
+    file.Write("scene.ase", text);
+    ASSERT_EQ(::mkfifo(pipe.File("scene.ase").c_str(), 0600), 0);
+    std::signal(SIGPIPE, SIG_IGN);  // a converter that stops reading fails the test, not this process
+    std::thread writer([&] { pipe.Write("scene.ase", text); });
+    const auto piped = Convert(pipe, {"-batch", "scene.ase"});
+    writer.join();
+    ASSERT_EQ(Convert(file, {"-batch", "scene.ase"}).exitCode, 0);
+    EXPECT_EQ(piped.exitCode, 0) << piped.output;
+    EXPECT_EQ(ReadBytes(pipe.File("scene.vern3D")), ReadBytes(file.File("scene.vern3D")));
 }
 
 }  // namespace
