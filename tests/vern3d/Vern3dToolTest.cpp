@@ -104,8 +104,8 @@ std::string MatrixScene()
     return text;
 }
 
-// Converted files (the corpus with and without -compat, generated scenes), their exports and the
-// validator's verdict, made once for all tests.
+// Converted files (the corpus with and without -compat, generated scenes) and their exports, made
+// once for all tests of a process.
 class Vern3dTool : public testing::Test {
 protected:
     struct Output {
@@ -136,7 +136,7 @@ protected:
         directory->Write("generated-plain.ase", GeneratedScene());
         sources.push_back({"generated-plain.ase", {}});
 
-        std::vector<std::string> exports;
+        exports = std::make_unique<std::vector<std::string>>();
         for (const auto& [source, switches] : sources) {
             std::vector<std::string> arguments = {source};
             arguments.insert(arguments.end(), switches.begin(), switches.end());
@@ -149,23 +149,19 @@ protected:
             EXPECT_TRUE(DecodeFile(output.vern3d, &output.scene, &error)) << source << ": " << error;
             const auto result = testfiles::Run(dir, VERN3D_EXE, {"export", output.vern3d, "-o", output.glb});
             EXPECT_EQ(result.exitCode, 0) << source << ": " << result.output;
-            exports.push_back(output.glb);
+            exports->push_back(output.glb);
             outputs->push_back(std::move(output));
         }
         // One text export too, checked by the validator like the binary ones.
         const std::string text = dir + "/generated.gltf";
         EXPECT_EQ(testfiles::Run(dir, VERN3D_EXE, {"export", dir + "/generated.vern3D", "-o", text}).exitCode, 0);
-        exports.push_back(text);
-        ASSERT_TRUE(std::filesystem::exists(NODE_EXE)) << "node not found; scripts/install-deps.sh installs it";
-        std::vector<std::string> arguments = {GLTF_VALIDATOR_SCRIPT};
-        arguments.insert(arguments.end(), exports.begin(), exports.end());
-        validation = std::make_unique<testfiles::RunResult>(testfiles::Run(dir, NODE_EXE, arguments));
+        exports->push_back(text);
     }
 
     static void TearDownTestSuite()
     {
         outputs.reset();
-        validation.reset();
+        exports.reset();
         directory.reset();
     }
 
@@ -179,12 +175,12 @@ protected:
 
     static std::unique_ptr<testfiles::ScratchDirectory> directory;
     static std::unique_ptr<std::vector<Output>> outputs;
-    static std::unique_ptr<testfiles::RunResult> validation;
+    static std::unique_ptr<std::vector<std::string>> exports;
 };
 
 std::unique_ptr<testfiles::ScratchDirectory> Vern3dTool::directory;
 std::unique_ptr<std::vector<Vern3dTool::Output>> Vern3dTool::outputs;
-std::unique_ptr<testfiles::RunResult> Vern3dTool::validation;
+std::unique_ptr<std::vector<std::string>> Vern3dTool::exports;
 
 TEST_F(Vern3dTool, CheckPassesOnEveryConverterOutput)
 {
@@ -217,11 +213,14 @@ TEST_F(Vern3dTool, InfoJsonCountsEqualTheDecoders)
 
 TEST_F(Vern3dTool, ValidatorFindsNoErrorInAnyExport)
 {
-    ASSERT_TRUE(validation) << "the validator did not run";
-    EXPECT_EQ(validation->exitCode, 0) << validation->output;
+    ASSERT_TRUE(std::filesystem::exists(NODE_EXE)) << "node not found; scripts/install-deps.sh installs it";
+    std::vector<std::string> arguments = {GLTF_VALIDATOR_SCRIPT};
+    arguments.insert(arguments.end(), exports->begin(), exports->end());
+    const auto validation = testfiles::Run(directory->Path(), NODE_EXE, arguments);
+    EXPECT_EQ(validation.exitCode, 0) << validation.output;
     for (const Output& output : *outputs)
-        EXPECT_NE(validation->output.find(output.glb + " errors 0 "), std::string::npos) << validation->output;
-    EXPECT_EQ(validation->output.find(" error "), std::string::npos) << validation->output;
+        EXPECT_NE(validation.output.find(output.glb + " errors 0 "), std::string::npos) << validation.output;
+    EXPECT_EQ(validation.output.find(" error "), std::string::npos) << validation.output;
 }
 
 TEST_F(Vern3dTool, AssimpImportsTheSameCounts)
