@@ -1,10 +1,6 @@
-// The render mesh against the plain procedures whose results it must keep: a scan from the start
-// over the vertices made so far for each new vertex, a scan over all faces for each corner
-// normal, first-match scans for texture faces and texture vertices by number, bubble sorts, and
-// a scan over the batch's new vertices for each corner when numbering per batch. These plain
-// procedures live only here (the corner-normal rule beside the random meshes). Random meshes sit
-// on a coarse lattice, so that the welding tolerances are met exactly and often, on both sides of
-// their bounds.
+// The render mesh against the plain procedures whose results it must keep (scans from the start,
+// bubble sorts), which live only here. Random meshes sit on a coarse lattice, so that the welding
+// tolerances are met exactly and often, on both sides of their bounds.
 #include "ConvertSettings.h"
 #include "Output/VertexWelder.h"
 #include "Parser/Reporter.h"
@@ -24,6 +20,7 @@
 #include <limits>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -40,11 +37,10 @@ bool Within(float a, float b, double tolerance)
 // `tolerance`: for positions (0.1 unless -weld or -compat chose another); normals always 0.1.
 bool Welds(const MeshVertex& old, const MeshVertex& added, double tolerance)
 {
-    const float olds[6] = {old.position.x, old.position.y, old.position.z, old.normal.x, old.normal.y, old.normal.z};
-    const float news[6] = {added.position.x, added.position.y, added.position.z,
-                           added.normal.x,   added.normal.y,   added.normal.z};
-    for (int i = 0; i < 6; ++i)
-        if (!Within(olds[i], news[i], i < 3 ? tolerance : 0.1))
+    using randomscenes::Component;
+    for (int i = 0; i < 3; ++i)
+        if (!Within(Component(old.position, i), Component(added.position, i), tolerance) ||
+            !Within(Component(old.normal, i), Component(added.normal, i), 0.1))
             return false;
     return old.colour == added.colour && old.material == added.material && Within(old.u, added.u, 0.001) &&
            Within(old.v, added.v, 0.001);
@@ -63,13 +59,11 @@ using Coverage = std::map<std::string, int>;
 
 Vector3 PlainVertexNormal(int32_t f, int32_t v, int32_t g, const Mesh& mesh, Coverage& coverage)
 {
-    int found = 0;
-    // The lookup is a binary search in both.
-    const auto record = [&](int32_t k) { return FindFaceNormals(k, mesh); };
-    const Vector3 normal = randomscenes::PlainCornerNormal(mesh, f, v, g, record, &found);
+    int found = 0;  // the record lookup is a binary search in both
+    const Vector3 n = randomscenes::PlainCornerNormal(mesh, f, v, g, [&](int32_t k) { return FindFaceNormals(k, mesh); }, &found);
     coverage["corners without normal"] += found == 0;
-    coverage["not-a-number normals"] += std::isnan(normal.x) || std::isnan(normal.y) || std::isnan(normal.z);
-    return normal;
+    coverage["not-a-number normals"] += std::isnan(n.x) || std::isnan(n.y) || std::isnan(n.z);
+    return n;
 }
 
 struct Built {
@@ -82,6 +76,19 @@ struct Built {
     bool error = false;
 };
 
+template <typename List, typename Rule>
+void BubbleSort(List& list, const Rule& shouldSwap)
+{
+    for (bool exchanged = true; exchanged;) {
+        exchanged = false;
+        for (size_t i = 1; i < list.size(); ++i)
+            if (shouldSwap(list[i - 1], list[i])) {
+                std::swap(list[i - 1], list[i]);
+                exchanged = true;
+            }
+    }
+}
+
 bool ShouldSwap(const Scene& scene, uint32_t a, uint32_t b)
 {
     const auto& first = scene.textureSets[a]->entries;
@@ -89,11 +96,7 @@ bool ShouldSwap(const Scene& scene, uint32_t a, uint32_t b)
     if (first.empty() || second.empty())
         return false;
     const bool opacityA = (first[0].flags & 1) != 0, opacityB = (second[0].flags & 1) != 0;
-    if (opacityA && !opacityB)
-        return true;
-    if (opacityB && !opacityA)
-        return false;
-    return a > b;
+    return opacityA != opacityB ? opacityA : a > b;
 }
 
 Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh mesh, bool countPairs, Coverage& coverage)
@@ -103,17 +106,10 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
     int& inside = coverage["differences just inside the tolerance"];
     int& outside = coverage["differences just outside the tolerance"];
     int& shared = coverage["vertices in several batches"];
-    auto& normals = mesh.normals;
-    for (bool exchanged = true; exchanged;) {
-        exchanged = false;
-        for (size_t i = 1; i < normals.size(); ++i) {
-            if (static_cast<uint32_t>(normals[i - 1].faceIndex) > static_cast<uint32_t>(normals[i].faceIndex)) {
-                std::swap(normals[i - 1], normals[i]);
-                exchanged = true;
-            }
-        }
-    }
-    out.sortedNormals = normals;
+    BubbleSort(mesh.normals, [](const MeshFaceNormals& a, const MeshFaceNormals& b) {
+        return static_cast<uint32_t>(a.faceIndex) > static_cast<uint32_t>(b.faceIndex);
+    });
+    out.sortedNormals = mesh.normals;
 
     const auto add = [&](const MeshVertex& vertex, const VertexSource& source) {
         if (countPairs) {
@@ -130,8 +126,7 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
         const int32_t found = FirstWeld(out.vertices, vertex, tolerance);
         if (found >= 0) {
             const MeshVertex& old = out.vertices[static_cast<size_t>(found)];
-            coverage["welds of differing vertices"] += std::memcmp(&old.position, &vertex.position, sizeof(Vector3)) != 0 ||
-                                  std::memcmp(&old.normal, &vertex.normal, sizeof(Vector3)) != 0;
+            coverage["welds of differing vertices"] += std::memcmp(&old, &vertex, 2 * sizeof(Vector3)) != 0;
             return static_cast<uint32_t>(found);
         }
         out.vertices.push_back(vertex);
@@ -152,14 +147,10 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
         const MaterialTableEntry& entry = scene.materialTable[static_cast<size_t>(materialRef)];
         MaterialSlot slot = entry.slot;
         if (entry.subMaterials) {
-            bool numbered = false;
-            for (size_t s = 0; s < entry.subMaterials->size(); ++s) {
-                if (static_cast<int64_t>(s) == face.materialId) {
-                    slot = (*entry.subMaterials)[s];
-                    numbered = true;
-                }
-            }
-            if (!numbered) {
+            const bool numbered = face.materialId >= 0 && static_cast<size_t>(face.materialId) < entry.subMaterials->size();
+            if (numbered) {
+                slot = (*entry.subMaterials)[static_cast<size_t>(face.materialId)];
+            } else {
                 slot.textureSetIndex = slot.propertiesIndex = 0;
                 slot.twoSided = false;
                 out.warnedIds.insert(out.warnedIds.end(), 2, face.materialId);
@@ -174,14 +165,9 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
                 continue;
             const int32_t numbers[3] = {texFace.a, texFace.b, texFace.c};
             for (int k = 0; k < 3; ++k) {
-                for (size_t t = 0; t < mesh.texVertices.size(); ++t) {
-                    if (mesh.texVertices[t].index == numbers[k]) {
-                        texVertex[k] = static_cast<int32_t>(t);
-                        u[k] = mesh.texVertices[t].u;
-                        v[k] = 1.0f - mesh.texVertices[t].v;
-                        break;
-                    }
-                }
+                for (size_t t = 0; t < mesh.texVertices.size() && texVertex[k] == -1; ++t)
+                    if (mesh.texVertices[t].index == numbers[k])
+                        texVertex[k] = static_cast<int32_t>(t), u[k] = mesh.texVertices[t].u, v[k] = 1.0f - mesh.texVertices[t].v;
                 coverage["missing texture vertices"] += texVertex[k] == -1;
             }
             break;
@@ -192,18 +178,10 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
         VertexSource sources[3];
         uint32_t front[3];
         for (int k = 0; k < 3; ++k) {
-            vertices[k].position = mesh.vertices[static_cast<size_t>(corners[k])];
-            vertices[k].normal = PlainVertexNormal(faceNumber, corners[k], face.smoothingGroup, mesh, coverage);
-            vertices[k].colour = 0xFFFFFFFFu;
-            vertices[k].material = static_cast<uint32_t>(slot.propertiesIndex);
-            vertices[k].u = u[k];
-            vertices[k].v = v[k];
-            sources[k].face = faceNumber;
-            sources[k].position = corners[k];
-            sources[k].texVertex = texVertex[k];
-            sources[k].smoothingGroup = face.smoothingGroup;
-            sources[k].material = vertices[k].material;
-            sources[k].flip = 0;
+            vertices[k] = {mesh.vertices[static_cast<size_t>(corners[k])],
+                           PlainVertexNormal(faceNumber, corners[k], face.smoothingGroup, mesh, coverage), 0xFFFFFFFFu,
+                           static_cast<uint32_t>(slot.propertiesIndex), u[k], v[k]};
+            sources[k] = {faceNumber, corners[k], texVertex[k], face.smoothingGroup, vertices[k].material, 0};
             front[k] = add(vertices[k], sources[k]);
         }
         uint32_t flags = (face.ab != 0 ? 1u : 0u) | (face.bc != 0 ? 2u : 0u) | (face.ca != 0 ? 4u : 0u);
@@ -225,15 +203,7 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
     }
 
     auto& triangles = out.triangles;
-    for (bool exchanged = true; exchanged;) {
-        exchanged = false;
-        for (size_t i = 1; i < triangles.size(); ++i) {
-            if (ShouldSwap(scene, triangles[i - 1].textureSet, triangles[i].textureSet)) {
-                std::swap(triangles[i - 1], triangles[i]);
-                exchanged = true;
-            }
-        }
-    }
+    BubbleSort(triangles, [&](const MeshTriangle& a, const MeshTriangle& b) { return ShouldSwap(scene, a.textureSet, b.textureSet); });
     for (const MeshTriangle& triangle : triangles) {
         const auto& entries = scene.textureSets[triangle.textureSet]->entries;
         coverage["triangles of sets without entries"] += entries.empty();
@@ -252,13 +222,9 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
         batch.firstVertex = static_cast<uint32_t>(vertices.size());
         for (uint32_t t = batch.firstTriangle; t < batch.firstTriangle + batch.triangleCount; ++t) {
             for (uint32_t& corner : triangles[t].corners) {
-                size_t found = sources.size();
-                for (size_t j = batch.firstVertex; j < sources.size(); ++j) {
-                    if (sources[j].originalIndex == static_cast<int32_t>(corner)) {
-                        found = j;
-                        break;
-                    }
-                }
+                size_t found = batch.firstVertex;
+                while (found < sources.size() && sources[found].originalIndex != static_cast<int32_t>(corner))
+                    ++found;
                 if (found == sources.size()) {
                     for (size_t j = 0; j < batch.firstVertex; ++j)
                         shared += sources[j].originalIndex == static_cast<int32_t>(corner);
@@ -386,13 +352,11 @@ TEST(RenderMeshOracle, RandomSmallMeshesMatchThePlainProcedures)
 TEST(RenderMeshOracle, LargeMeshesOverManyCellsMatchThePlainProcedures)
 {
     Coverage coverage;
-    const int faceCounts[] = {1000, 2000, 3000};
-    for (int i = 0; i < 3; ++i) {
-        CheckOne(100000u + static_cast<uint32_t>(i), faceCounts[i], 40, false, coverage);
-        CheckOne(200000u + static_cast<uint32_t>(i), faceCounts[i], 40, true, coverage);
-        // Crowded: every position within a step of the origin, so cells split by normal and texture coordinate.
-        CheckOne(300000u + static_cast<uint32_t>(i), faceCounts[i], 1, false, coverage);
-    }
+    // Spread, walked, and crowded: every position within a step of the origin, so cells split by
+    // normal and texture coordinate.
+    for (uint32_t i = 0; i < 3; ++i)
+        for (const auto& [seed, span, walk] : {std::tuple{100000u, 40, false}, {200000u, 40, true}, {300000u, 1, false}})
+            CheckOne(seed + i, 1000 * (static_cast<int>(i) + 1), span, walk, coverage);
     EXPECT_GT(coverage["welds of differing vertices"], 0);
 }
 

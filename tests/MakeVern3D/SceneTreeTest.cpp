@@ -11,8 +11,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstring>
+#include <string>
 
 namespace {
 
@@ -38,8 +40,7 @@ TransformNode* AddHelper(BaseNode& parent, const std::string& name, const Matrix
 TEST(SceneTree, FindNodeTakesTheFirstInPreOrder)
 {
     BaseNode root("root");
-    TransformNode* a = AddHelper(root, "a");
-    TransformNode* deep = AddHelper(*a, "twin");
+    TransformNode* deep = AddHelper(*AddHelper(root, "a"), "twin");
     AddHelper(root, "twin");
     EXPECT_EQ(root.FindNode("twin"), deep);
     EXPECT_EQ(root.FindNode("root"), &root);
@@ -86,73 +87,59 @@ TEST(SceneTree, DestroyingTheRootDestroysEveryNodeOnce)
     EXPECT_EQ(alive, 0);
 }
 
-// Applies the directives to a root with one child of `name` that has one child "kid".
-Names AfterDirectives(const std::string& name, std::string* renamed)
+// Applies the directives to a root with one child of `name` that has one child "kid", then "last".
+Names AfterDirectives(const std::string& name)
 {
     BaseNode root("root");
-    TransformNode* node = AddHelper(root, name);
-    AddHelper(*node, "kid");
+    AddHelper(*AddHelper(root, name), "kid");
     AddHelper(root, "last");
     Reporter reporter;
     root.ApplyNameDirectives(reporter, 1);
     EXPECT_FALSE(reporter.HasError()) << name;
-    *renamed = root.Children()[0]->name;
     return ChildNames(root);
 }
 
 TEST(NameDirectives, Table)
 {
-    struct Case {
-        const char* name;
-        Names topLevel;
-        const char* firstName;
+    const std::pair<const char*, Names> cases[] = {
+        {"convert()Box", {"Box", "last"}},
+        {"CONVERT(DELETE)Box", {"last", "kid"}},
+        {"convert()", {"", "last"}},
+        {"convert(delete,createanimfrommesh)Box", {"last", "kid"}},
+        {"convert(createanimfrommesh,delete)Box", {"last", "kid"}},  // a helper: no animation to make
+        {"convert( delete)Box", {"Box", "last"}},
+        {"convert(unknown,other)Box", {"Box", "last"}},
+        {"convert(delete", {"convert(delete", "last"}},
+        {"convert(", {"convert(", "last"}},
+        {"Convert", {"Convert", "last"}},
+        {"convert()convert(delete)", {"convert(delete)", "last"}},
     };
-    const Case cases[] = {
-        {"convert()Box", {"Box", "last"}, "Box"},
-        {"CONVERT(DELETE)Box", {"last", "kid"}, "last"},
-        {"convert()", {"", "last"}, ""},
-        {"convert(delete,createanimfrommesh)Box", {"last", "kid"}, "last"},
-        {"convert(createanimfrommesh,delete)Box", {"last", "kid"}, "last"},  // a helper: no animation to make
-        {"convert( delete)Box", {"Box", "last"}, "Box"},
-        {"convert(unknown,other)Box", {"Box", "last"}, "Box"},
-        {"convert(delete", {"convert(delete", "last"}, "convert(delete"},
-        {"convert(", {"convert(", "last"}, "convert("},
-        {"Convert", {"Convert", "last"}, "Convert"},
-        {"convert()convert(delete)", {"convert(delete)", "last"}, "convert(delete)"},
-    };
-    for (const Case& test : cases) {
-        std::string first;
-        EXPECT_EQ(AfterDirectives(test.name, &first), test.topLevel) << test.name;
-        EXPECT_EQ(first, test.firstName) << test.name;
-    }
+    for (const auto& [name, topLevel] : cases)
+        EXPECT_EQ(AfterDirectives(name), topLevel) << name;
 }
 
 TEST(NameDirectives, LiftedChildrenAreWalkedAgainUnlessTheRemovedChildWasLast)
 {
     // Removing a middle child lifts its children behind the walk's position: their (already
     // rewritten) names are read once more, so a second prefix is consumed too.
-    BaseNode root("root");
-    TransformNode* middle = AddHelper(root, "convert(delete)m");
-    AddHelper(*middle, "convert()convert()k");
-    AddHelper(root, "z");
-    Reporter reporter;
-    root.ApplyNameDirectives(reporter, 1);
-    EXPECT_EQ(ChildNames(root), (Names{"z", "k"}));
-
-    BaseNode other("root");
-    TransformNode* last = AddHelper(other, "convert(delete)m");
-    AddHelper(*last, "convert()convert()k");
-    other.ApplyNameDirectives(reporter, 1);
-    EXPECT_EQ(ChildNames(other), (Names{"convert()k"}));
+    const auto after = [](bool middle) {
+        BaseNode root("root");
+        AddHelper(*AddHelper(root, "convert(delete)m"), "convert()convert()k");
+        if (middle)
+            AddHelper(root, "z");
+        Reporter reporter;
+        root.ApplyNameDirectives(reporter, 1);
+        return ChildNames(root);
+    };
+    EXPECT_EQ(after(true), (Names{"z", "k"}));
+    EXPECT_EQ(after(false), (Names{"convert()k"}));
 }
 
 TEST(SelectObjects, KeepsExactlyTheNamedObjects)
 {
     BaseNode root("root");
-    TransformNode* a = AddHelper(root, "a");
-    AddHelper(*a, "a-sub");
-    TransformNode* b = AddHelper(root, "b");
-    AddHelper(*b, "wanted-child");
+    AddHelper(*AddHelper(root, "a"), "a-sub");
+    AddHelper(*AddHelper(root, "b"), "wanted-child");
     AddHelper(root, "convert()Box");
     AddHelper(root, "c");
     root.SelectObjects({"a", "wanted-child", "Box", "c"});
@@ -194,13 +181,11 @@ NodeInfo ReferenceInfo(Reference& node)
     NodeInfo info;
     info.size = 104;
     info.flags |= 1;
-    if (node.hasBounds) {
-        info.flags |= 8;
-        info.bounds = node.bounds;
-    }
+    if (node.hasBounds)
+        info.flags |= 8, info.bounds = node.bounds;
     if (node.isRoot)
         return info;
-    info.flags |= 1 | 2;
+    info.flags |= 2;
     const NodeInfo parentInfo = ReferenceInfo(*node.parent);
     info.matrix = (parentInfo.flags & 2) ? Multiply(node.world, Inverse(node.parent->world)) : node.world;
     if (!node.hasBounds)
@@ -209,12 +194,10 @@ NodeInfo ReferenceInfo(Reference& node)
     info.bounds = node.bounds;
     const Vector3 row2{info.matrix(2, 0), info.matrix(2, 1), info.matrix(2, 2)};
     info.parentBounds = {TransformPoint(node.bounds.centre, info.matrix), node.bounds.radius * Length(row2)};
-    if (!node.parent->hasBounds) {
-        node.parent->hasBounds = true;
-        node.parent->bounds = info.parentBounds;
-    } else {
+    if (node.parent->hasBounds)
         MergeSphere(node.parent->bounds, info.parentBounds);
-    }
+    else
+        node.parent->hasBounds = true, node.parent->bounds = info.parentBounds;
     return info;
 }
 
@@ -227,6 +210,14 @@ void ReferenceWrite(Reference& node)
     for (auto& child : node.children)
         ReferenceWrite(*child);
     node.written = ReferenceInfo(node);
+}
+
+void ExpectSameInfo(const NodeInfo& actual, const NodeInfo& expected, const std::string& where)
+{
+    EXPECT_EQ(actual.flags, expected.flags) << where;
+    EXPECT_EQ(std::memcmp(&actual.matrix, &expected.matrix, 64), 0) << where;
+    EXPECT_EQ(std::memcmp(&actual.bounds, &expected.bounds, 16), 0) << where;
+    EXPECT_EQ(std::memcmp(&actual.parentBounds, &expected.parentBounds, 16), 0) << where;
 }
 
 void PreOrder(Reference& node, std::vector<Reference*>& out)
@@ -256,10 +247,8 @@ TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
             Matrix& world = mirror->world;
             world(0, 0) = world(2, 2) = scale;
             world(1, 1) = 1.0f / scale;
-            world(0, 1) = random.Hundredths(-100, 100);
-            world(3, 0) = random.Hundredths(-1000, 1000);
-            world(3, 1) = random.Hundredths(-1000, 1000);
-            world(3, 2) = random.Hundredths(-1000, 1000);
+            for (const auto [row, column, range] : {std::array{0, 1, 100}, {3, 0, 1000}, {3, 1, 1000}, {3, 2, 1000}})
+                world(row, column) = random.Hundredths(-range, range);
             mirror->parent = referenceParent;
             auto node = std::make_unique<BoundedNode>("n" + std::to_string(nodes.size()));
             node->world = world;
@@ -280,23 +269,13 @@ TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
         std::vector<Reference*> order;
         PreOrder(reference, order);
         ASSERT_EQ(scene.nodes.size(), order.size());
-        for (size_t i = 0; i < order.size(); ++i) {
-            const NodeInfo& expected = order[i]->written;
-            const vern3d::NodeInfo& actual = scene.nodes[i].info;
-            EXPECT_EQ(actual.flags, expected.flags) << "round " << round << " node " << i;
-            EXPECT_EQ(std::memcmp(&actual.matrix, &expected.matrix, 64), 0) << round << "/" << i;
-            EXPECT_EQ(std::memcmp(&actual.bounds, &expected.bounds, 16), 0) << round << "/" << i;
-            EXPECT_EQ(std::memcmp(&actual.parentBounds, &expected.parentBounds, 16), 0) << round << "/" << i;
-        }
+        for (size_t i = 0; i < order.size(); ++i)
+            ExpectSameInfo(scene.nodes[i].info, order[i]->written, "round " + std::to_string(round) + " node " + std::to_string(i));
         // A node's own request outside writing, now that the meshes have bounds, asks the same chain.
         for (auto [node, mirror] : nodes) {
             NodeInfo actual;
             node->GetInfo(actual);
-            const NodeInfo expected = ReferenceInfo(*mirror);
-            EXPECT_EQ(actual.flags, expected.flags) << "round " << round << " request of " << node->name;
-            EXPECT_EQ(std::memcmp(&actual.matrix, &expected.matrix, 64), 0) << round << " " << node->name;
-            EXPECT_EQ(std::memcmp(&actual.bounds, &expected.bounds, 16), 0) << round << " " << node->name;
-            EXPECT_EQ(std::memcmp(&actual.parentBounds, &expected.parentBounds, 16), 0) << round << " " << node->name;
+            ExpectSameInfo(actual, ReferenceInfo(*mirror), "round " + std::to_string(round) + " request of " + node->name);
         }
     }
 }
@@ -335,11 +314,9 @@ TEST(SceneTree, LongChainsConvertInLinearTime)
     // 100,000 helpers, each the parent of the next: reading, directives, preparation and
     // writing must neither recurse nor walk the chain per node.
     std::string text = "*HELPEROBJECT {\n*NODE_NAME \"n0\"\n*HELPER_CLASS \"Dummy\"\n}\n";
-    for (int i = 1; i < 100000; ++i) {
-        text += "*HELPEROBJECT {\n*NODE_NAME \"convert()n" + std::to_string(i) + "\"\n*NODE_PARENT \"";
-        text += (i == 1 ? "n0" : "convert()n" + std::to_string(i - 1));
-        text += "\"\n*NODE_TM {\n*TM_ROW3 " + std::to_string(i) + " 0 0\n}\n}\n";
-    }
+    for (int i = 1; i < 100000; ++i)
+        text += "*HELPEROBJECT {\n*NODE_NAME \"convert()n" + std::to_string(i) + "\"\n*NODE_PARENT \"" +
+                (i == 1 ? "n0" : "convert()n" + std::to_string(i - 1)) + "\"\n*NODE_TM {\n*TM_ROW3 " + std::to_string(i) + " 0 0\n}\n}\n";
     testfiles::ScratchDirectory directory;
     const std::string source = directory.Write("chain.ase", text);
     Reporter reporter;

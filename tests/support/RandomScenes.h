@@ -28,8 +28,7 @@ public:
     int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(engine); }
     bool Chance(double p) { return std::uniform_real_distribution<double>(0.0, 1.0)(engine) < p; }
     float Hundredths(int lo, int hi) { return static_cast<float>(Int(lo, hi)) / 100.0f; }
-    template <typename List>
-    void Shuffle(List& list) { std::shuffle(list.begin(), list.end(), engine); }
+    template <typename List> void Shuffle(List& list) { std::shuffle(list.begin(), list.end(), engine); }
 
     std::mt19937 engine;
 };
@@ -107,17 +106,10 @@ inline Mesh RandomMesh(Random& rng, int faceCount, int span, bool walk)
     const int32_t kGroups[] = {-1, 0, 1, 2, 7};
     const int32_t kEdges[] = {0, 0, 1, 1, 2, -1};
     const int groupMode = rng.Int(0, 2);  // all without group, all in one group, mixed
-    for (int f = 0; f < faceCount; ++f) {
-        MeshFace face;
-        face.a = rng.Int(0, vertexCount - 1);
-        face.b = rng.Chance(0.05) ? face.a : near(face.a);
-        face.c = rng.Chance(0.05) ? face.a : near(face.a);
-        face.ab = kEdges[rng.Int(0, 5)];
-        face.bc = kEdges[rng.Int(0, 5)];
-        face.ca = kEdges[rng.Int(0, 5)];
-        face.smoothingGroup = groupMode == 0 ? -1 : groupMode == 1 ? 1 : kGroups[rng.Int(0, 4)];
-        face.materialId = rng.Int(-2, 5);
-        mesh.faces.push_back(face);
+    for (int f = 0; f < faceCount; ++f) {  // a braced list draws its members in order
+        const int32_t a = rng.Int(0, vertexCount - 1), b = rng.Chance(0.05) ? a : near(a), c = rng.Chance(0.05) ? a : near(a);
+        mesh.faces.push_back({a, b, c, kEdges[rng.Int(0, 5)], kEdges[rng.Int(0, 5)], kEdges[rng.Int(0, 5)],
+                              groupMode == 0 ? -1 : groupMode == 1 ? 1 : kGroups[rng.Int(0, 4)], rng.Int(-2, 5)});
     }
 
     // Normal records: most faces one, some none, some two; a few for faces that do not exist.
@@ -183,12 +175,9 @@ inline float WeldCoordinate(Random& rng, const std::vector<MeshVertex>& list, in
     const float kExtremes[] = {std::numeric_limits<float>::quiet_NaN(), inf, -inf, 1e20f, -1e20f,
                               std::numeric_limits<float>::max(), -3e38f, 1e11f, -1e11f, 1e14f, 8e17f, -8e17f};
     switch (rng.Int(0, 9)) {
-    case 0:
-        return kExtremes[rng.Int(0, 11)];
-    case 1:
-        return 1e6f + static_cast<float>(rng.Int(-8, 8)) * 0.0625f;  // steps of one float unit
-    case 2:
-        return 16384.0f + static_cast<float>(rng.Int(-8, 8)) * 0.05f;
+    case 0: return kExtremes[rng.Int(0, 11)];
+    case 1: return 1e6f + static_cast<float>(rng.Int(-8, 8)) * 0.0625f;  // steps of one float unit
+    case 2: return 16384.0f + static_cast<float>(rng.Int(-8, 8)) * 0.05f;
     case 3:
         if (!list.empty()) {
             const size_t other = static_cast<size_t>(rng.Int(0, static_cast<int>(list.size()) - 1));
@@ -204,18 +193,12 @@ inline float WeldCoordinate(Random& rng, const std::vector<MeshVertex>& list, in
 
 inline MeshVertex RandomWeldVertex(Random& rng, const std::vector<MeshVertex>& list)
 {
-    const Vector3 kNormals[] = {{0.0f, 0.0f, 1.0f},
-                                {0.0f, 0.05f, 0.99875f},
-                                {0.0f, 0.1f, 0.995f},
+    const Vector3 kNormals[] = {{0.0f, 0.0f, 1.0f}, {0.0f, 0.05f, 0.99875f}, {0.0f, 0.1f, 0.995f},
                                 {0.0f, 0.0f, std::numeric_limits<float>::quiet_NaN()}};
-    MeshVertex vertex;
-    vertex.position = {WeldCoordinate(rng, list, 0), WeldCoordinate(rng, list, 1), WeldCoordinate(rng, list, 2)};
-    vertex.normal = kNormals[rng.Chance(0.7) ? 0 : rng.Int(1, 3)];
-    vertex.colour = rng.Chance(0.9) ? 0xFFFFFFFFu : 0xFF00FF00u;
-    vertex.material = rng.Chance(0.9) ? 0u : 1u;
-    vertex.u = static_cast<float>(rng.Int(0, 3)) * 0.0005f;
-    vertex.v = static_cast<float>(rng.Int(0, 3)) * 0.001f;
-    return vertex;
+    // A braced list draws its members in order.
+    return {{WeldCoordinate(rng, list, 0), WeldCoordinate(rng, list, 1), WeldCoordinate(rng, list, 2)},
+            kNormals[rng.Chance(0.7) ? 0 : rng.Int(1, 3)], rng.Chance(0.9) ? 0xFFFFFFFFu : 0xFF00FF00u,
+            rng.Chance(0.9) ? 0u : 1u, static_cast<float>(rng.Int(0, 3)) * 0.0005f, static_cast<float>(rng.Int(0, 3)) * 0.001f};
 }
 
 // Corners crowded at one place, on lattices of half a tolerance so that matches are met exactly
@@ -234,23 +217,14 @@ inline MeshVertex CrowdedWeldVertex(Random& rng, const std::vector<MeshVertex>& 
         if (rng.Chance(0.5))
             (rng.Chance(0.7) ? vertex.normal.y : rng.Chance(0.5) ? vertex.u : vertex.v) = nan;
         break;
-    case 1:  // one position, many normals
-        vertex.normal = {lattice(30, 0.05f), lattice(30, 0.05f), lattice(2, 0.05f)};
-        break;
-    case 2:  // many texture coordinates
-        vertex.u = lattice(300, 0.0005f);
-        vertex.v = lattice(4, 0.0005f);
-        break;
+    case 1: vertex.normal = {lattice(30, 0.05f), lattice(30, 0.05f), lattice(2, 0.05f)}; break;  // one position, many normals
+    case 2: vertex.u = lattice(300, 0.0005f), vertex.v = lattice(4, 0.0005f); break;                 // many texture coordinates
     case 3:  // many materials, a few normals and texture coordinates
-        vertex.material = static_cast<uint32_t>(rng.Int(0, 400));
-        vertex.normal.x = lattice(2, 0.05f);
-        vertex.u = lattice(2, 0.0005f);
+        vertex.material = static_cast<uint32_t>(rng.Int(0, 400)), vertex.normal.x = lattice(2, 0.05f), vertex.u = lattice(2, 0.0005f);
         break;
     default:  // many positions in one wide cell, with few normals and texture coordinates
         vertex.position = {lattice(80, 0.05f), lattice(80, 0.05f), lattice(1, 0.05f)};
-        vertex.normal.x = lattice(1, 0.05f);
-        vertex.u = lattice(1, 0.0005f);
-        break;
+        vertex.normal.x = lattice(1, 0.05f), vertex.u = lattice(1, 0.0005f);
     }
     return vertex;
 }
