@@ -112,17 +112,13 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
     out.sortedNormals = mesh.normals;
 
     const auto add = [&](const MeshVertex& vertex, const VertexSource& source) {
-        if (countPairs) {
-            for (const MeshVertex& old : out.vertices) {
-                const float a[3] = {old.position.x, old.position.y, old.position.z};
-                const float b[3] = {vertex.position.x, vertex.position.y, vertex.position.z};
-                for (int i = 0; i < 3; ++i) {
-                    const double d = std::fabs(static_cast<double>(a[i]) - static_cast<double>(b[i]));
-                    inside += d <= 0.1 && d >= 0.1 - 1e-6;
-                    outside += d > 0.1 && d <= 0.1 + 1e-6;
-                }
+        for (size_t o = 0; countPairs && o < out.vertices.size(); ++o)
+            for (int i = 0; i < 3; ++i) {
+                const double d = std::fabs(static_cast<double>(randomscenes::Component(out.vertices[o].position, i)) -
+                                           static_cast<double>(randomscenes::Component(vertex.position, i)));
+                inside += d <= 0.1 && d >= 0.1 - 1e-6;
+                outside += d > 0.1 && d <= 0.1 + 1e-6;
             }
-        }
         const int32_t found = FirstWeld(out.vertices, vertex, tolerance);
         if (found >= 0) {
             const MeshVertex& old = out.vertices[static_cast<size_t>(found)];
@@ -195,8 +191,7 @@ Built PlainBuild(const Scene& scene, double tolerance, int32_t materialRef, Mesh
                 sources[k].flip = 1;
                 back[k] = add(vertices[k], sources[k]);
             }
-            const bool one = (flags & 1u) != 0, four = (flags & 4u) != 0;
-            if (one != four)
+            if (((flags & 1u) != 0) != ((flags & 4u) != 0))  // the back face's edges ab and ca change places
                 flags ^= 5u;
             out.triangles.push_back({flags, {back[0], back[1], back[2]}, set});
         }

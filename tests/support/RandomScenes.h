@@ -444,10 +444,8 @@ inline Generated Generate(Random& r)
         scene.text += o.helper ? "*HELPER_CLASS \"Dummy\"\n" + NodeTm(r, o.fileName) + (r.Chance(0.5) ? TmAnimation(r, o) : "")
                                : GeomObject(r, o, materials);
         scene.text += "}\n";
-        if (o.animFromMesh) {
-            o.positionKeys = o.frames;
-            o.rotationKeys = o.frames + 1;
-        }
+        if (o.animFromMesh)
+            o.positionKeys = o.frames, o.rotationKeys = o.frames + 1;
         scene.objects.push_back(o);
     }
 
