@@ -45,12 +45,7 @@ TEST_F(FileStreamTest, CallsWithoutAnOpenFileFailAndReport)
     uint8_t buffer[4] = {1, 2, 3, 4};
     uint32_t position = 1234;
     constexpr HRESULT kBadHandle = static_cast<HRESULT>(0x80070006u);
-    const struct {
-        bool openAndCloseFirst;
-        std::function<HRESULT(FileStream&)> call;
-        HRESULT status;
-        int line;
-    } cases[] = {
+    const struct { bool openAndCloseFirst; std::function<HRESULT(FileStream&)> call; HRESULT status; int line; } cases[] = {
         {false, [&](FileStream& s) { return s.Read(buffer, 4); }, kUnexpected, 107},
         {false, [&](FileStream& s) { return s.Write(buffer, 4); }, kUnexpected, 130},
         {true, [&](FileStream& s) { return s.Read(buffer, 4); }, kUnexpected, 107},
@@ -108,13 +103,8 @@ TEST_F(FileStreamTest, WritesReadsAndMovesThePosition)
     EXPECT_EQ(stream.Write("ignored", 0), S_OK);
     EXPECT_EQ(stream.Write(nullptr, 0), S_OK);
     EXPECT_TRUE(trace.lines.empty());
-
-    const struct {
-        uint32_t origin;
-        int32_t offset;
-        HRESULT status;
-        uint32_t position;  // after the call
-    } moves[] = {
+    // position: after the call
+    const struct { uint32_t origin; int32_t offset; HRESULT status; uint32_t position; } moves[] = {
         {1, 0, S_OK, 10}, {0, 3, S_OK, 3}, {1, 4, S_OK, 7}, {2, -2, S_OK, 8}, {1, -8, S_OK, 0},
         {0, -1, static_cast<HRESULT>(0x80070083u), 0},  // negative seek; stays put
         {1, -1, static_cast<HRESULT>(0x80070083u), 0}, {3, 0, kInvalidArg, 0},

@@ -186,10 +186,8 @@ TEST(SceneDecoding, WorldTransformsFollowTheKeysUpTheTree)
     ASSERT_EQ(scene.nodes.size(), 3u);
     ASSERT_EQ(scene.nodes[2].name, "child");
 
-    const struct {
-        uint32_t time;
-        float x, y;  // the child's place
-    } cases[] = {{0, 1, 0}, {500, 5 + 0.70710678f, 0.70710678f}, {1000, 10, 1}, {4000, 10, 1}};
+    const struct { uint32_t time; float x, y; } cases[] = {  // x, y: the child's place
+        {0, 1, 0}, {500, 5 + 0.70710678f, 0.70710678f}, {1000, 10, 1}, {4000, 10, 1}};
     for (const auto& c : cases) {
         const Matrix world = WorldTransformAt(scene, 2, c.time);
         EXPECT_NEAR(world(3, 0), c.x, 1e-5f) << c.time;

@@ -113,7 +113,6 @@ TEST(TransformMathTest, InverseOfKnownTransforms)
     };
     for (const auto& c : cases)
         ExpectMatrixNear(Inverse(c.m), c.expected, c.tolerance, c.name);
-
     // Column 3 = (0, 0, 0, 2) doubles the full determinant; Inverse divides by the upper-left one.
     const Matrix m = FromRows({{1, 2, 0, 0}, {0, 1, 3, 0}, {2, 0, 1, 0}, {4, 5, 6, 2}});
     ExpectProductIsScaledIdentity(Inverse(m), m, 2.0, 1e-6, "column 3 = (0,0,0,2)");
@@ -216,12 +215,8 @@ TEST(TransformMathTest, AxisAngleMatrixIsTheRotationAboutRandomAxes)
     for (int draw = 0; draw < 300; ++draw) {
         Vector3 axis{component(random), component(random), component(random)};
         // Zero out components now and then, to reach the fallback and the axis-aligned cases.
-        if (draw % 5 == 1)
-            axis.y = 0.0f;
-        if (draw % 5 == 2)
-            axis.z = 0.0f;
-        if (draw % 10 == 3)
-            axis.y = axis.z = 0.0f;
+        axis.y = draw % 5 == 1 || draw % 10 == 3 ? 0.0f : axis.y;
+        axis.z = draw % 5 == 2 || draw % 10 == 3 ? 0.0f : axis.z;
         if (Length(axis) < 0.1f)
             continue;
         const float theta = angle(random);
@@ -247,11 +242,7 @@ TEST(TransformMathTest, AxisAngleMatrixIsTheRotationAboutRandomAxes)
 TEST(TransformMathTest, MergeSphereWorkedCases)
 {
     const float nextAfterTwo = std::nextafter(2.0f, 3.0f);
-    const struct {
-        const char* name;
-        Sphere target, added, expected;
-        float tolerance;  // 0: bitwise
-    } cases[] = {
+    const struct { const char* name; Sphere target, added, expected; float tolerance; } cases[] = {  // tolerance 0: bitwise
         {"a sphere with itself", {{1, 2, 3}, 4}, {{1, 2, 3}, 4}, {{1, 2, 3}, 4}, 0.0f},
         {"two unit spheres 3 apart", {{0, 0, 0}, 1}, {{3, 0, 0}, 1}, {{1.5f, 0, 0}, 2.5f}, 0.0f},
         {"added strictly inside", {{0, 0, 0}, 8.5f}, {{2, 3, 6}, 1}, {{0, 0, 0}, 8.5f}, 0.0f},
@@ -270,7 +261,6 @@ TEST(TransformMathTest, MergeSphereWorkedCases)
             EXPECT_TRUE(c.tolerance ? std::abs(got[k] - want[k]) <= c.tolerance : Bits(got[k]) == Bits(want[k]))
                 << c.name << " component " << k << ": " << got[k];
     }
-
     // At dist + r == R (and dist + R == r) neither encloses the other and the general step runs;
     // with dist = 7 the rounding of 1/7 moves its centre a few ulps off the origin.
     const Sphere origin8{{0, 0, 0}, 8}, unitAt7{{2, 3, 6}, 1};

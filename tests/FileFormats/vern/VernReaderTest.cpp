@@ -52,11 +52,7 @@ TEST(VernCursor, ReadsLittleEndianValuesWithinBounds)
 
 TEST(VernCursor, CountedStringsAcceptOnlyTheWrittenForms)
 {
-    const struct {
-        Bytes prefix;
-        size_t textLength;  // characters following the prefix
-        bool ok;
-    } cases[] = {
+    const struct { Bytes prefix; size_t textLength; bool ok; } cases[] = {  // textLength: characters following the prefix
         {{0x00}, 0, true}, {{0x05}, 5, true}, {{0xFE}, 254, true}, {{0xFF, 0xFF, 0x00}, 255, true},
         {{0xFF, 0xFD, 0xFF}, 65533, true}, {{0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0x00, 0x00}, 65534, true},
         {{0xFF, 0x05, 0x00}, 5, false},  // short length in the middle form
@@ -177,7 +173,6 @@ TEST_F(VernReaderTest, DecodesWhatTheWriterWrote)
         EXPECT_EQ((std::vector<uint32_t>{h.headerSize, h.reserved0, h.directoryOffset, h.directorySize, h.reserved1,
                                          h.dataOffset, h.entrySize}),
                   (std::vector<uint32_t>{44, 0, 44 + model.dataBytes, 16 * entries, 0, 44, 16}));
-
         // Directory order is the pre-order of the plan; -1 stands for the root.
         std::vector<int> order, pending = {-1};
         while (!pending.empty()) {
@@ -290,7 +285,6 @@ TEST_F(VernReaderTest, SurvivesRandomDamage)
         model = WriteRandomContainer(dir.File("victim.vern3D"), rng, 12);
     while (model.chunks.size() < 6);
     const Bytes valid = testfiles::ReadBytes(dir.File("victim.vern3D"));
-
     // Half of the flips go to the header and the directory, where most of the checks look.
     const size_t directory = 44 + model.dataBytes;
     int refused = 0;
@@ -311,7 +305,6 @@ TEST_F(VernReaderTest, SurvivesRandomDamage)
             ExpectConsistent(damaged, container);
     }
     EXPECT_GT(refused, 0);
-
     // Noise; every other buffer carries a plausible header and directory, so that the tree and
     // run checks see small random trees rather than stopping at the header.
     int acceptedNoise = 0;

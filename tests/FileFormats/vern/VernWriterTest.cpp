@@ -124,7 +124,6 @@ TEST_F(VernWriterTest, OneChunkFileMatchesTheWorkedExample)
     };
     EXPECT_EQ(Written([&](VernWriter& w) { ASSERT_EQ(w.WriteData(&expected[44], 12, Chunk(w, 0x10003)), S_OK); }),
               expected);
-
     // Without SetFileType the placeholder's type is written.
     const Bytes file = Written([](VernWriter&) {}, false);
     ExpectLayout(file, 44, {{0, 0, kNowhere, 0}});
@@ -154,11 +153,8 @@ TEST_F(VernWriterTest, AChunkClosesWhenAnotherIsWritten)
 
 TEST(VernCountedString, PrefixFormsFollowTheLength)
 {
-    const struct {
-        uint32_t length;
-        Bytes prefix;
-        std::vector<uint32_t> pieces;  // the Write calls with bytes in them
-    } cases[] = {
+    // pieces: the Write calls with bytes in them
+    const struct { uint32_t length; Bytes prefix; std::vector<uint32_t> pieces; } cases[] = {
         {0, {0x00}, {1}}, {1, {0x01}, {1, 1}}, {254, {0xFE}, {1, 254}}, {255, {0xFF, 0xFF, 0x00}, {1, 2, 255}},
         {256, {0xFF, 0x00, 0x01}, {1, 2, 256}}, {65533, {0xFF, 0xFD, 0xFF}, {1, 2, 65533}},
         {65534, {0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0x00, 0x00}, {1, 2, 4, 65534}},
@@ -311,11 +307,8 @@ TEST_F(VernWriterTest, AFullDiskFailsNoLaterThanClose)
 TEST_F(VernWriterTest, AWriteFailureAfterTheHeaderSurfacesByClose)
 {
     const std::string earlier(3000, 'e');
-    const struct {
-        rlim_t limit;
-        uint32_t blocks;  // of 1000 bytes each
-        bool everyWriteSucceeds;
-    } cases[] = {{44 + 5000, 5, true}, {100000, 300, false}};
+    // blocks of 1000 bytes each
+    const struct { rlim_t limit; uint32_t blocks; bool everyWriteSucceeds; } cases[] = {{44 + 5000, 5, true}, {100000, 300, false}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.blocks);
         const std::string name = "limited" + std::to_string(c.blocks) + ".vern3D";
