@@ -1,11 +1,9 @@
 // VernReader: little-endian cursor, decoding what VernWriter wrote, and refusing damaged files.
-#include "AbstractData/Trace.h"
 #include "vern/VernReader.h"
 #include "vern/VernWriter.h"
 
 #include "support/TestFiles.h"
 #include "support/Vern3DBuilder.h"
-#include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
