@@ -78,12 +78,7 @@ TEST(MeshDecoding, FramesAreCompleteWithTheComponentsFrameZeroHolds)
 TEST(MeshDecoding, DamagedPayloadsFailAtTheRightByte)
 {
     const Bytes valid = EncodeMesh(SampleMesh());
-    const struct {
-        const char* name;
-        void (*damage)(Bytes&);
-        size_t position;
-        const char* reason;
-    } cases[] = {
+    const struct { const char* name; void (*damage)(Bytes&); size_t position; const char* reason; } cases[] = {
         {"cut short", [](Bytes& b) { b.pop_back(); }, 610, "frame 2 (7 vertices of 20 bytes and a marker) does not fit"},
         {"frame 0 without its marker", [](Bytes& b) { b.resize(452); }, 40, "batches, triangles and vertices of 28 bytes do not fit"},
         {"end marker replaced", [](Bytes& b) { b.back() = 1; }, 767, "frame 3 (7 vertices of 20 bytes and a marker) does not fit into the 0 bytes"},
@@ -153,9 +148,7 @@ TEST(SceneDecoding, MeshesLieInTheBytesAtAnyAlignment)
         EXPECT_FALSE(scene.storage);  // the caller's bytes, referred to
         ASSERT_EQ(scene.nodes.size(), 2u);
         const Node& box = scene.nodes[1];
-        EXPECT_EQ(box.name, "Box");
-        EXPECT_EQ(box.depth, 1u);
-        EXPECT_TRUE(box.hasMesh);
+        EXPECT_TRUE(box.name == "Box" && box.depth == 1u && box.hasMesh);
         EXPECT_EQ(box.mesh.payload.data(), bytes.data() + meshStart);
         EXPECT_EQ(Bytes(box.mesh.payload.begin(), box.mesh.payload.end()), EncodeMesh(sample));
         EXPECT_EQ(box.mesh.FrameVertex(2, 6).position.z, 2.0f);  // the frames, decoded from the shifted bytes
@@ -193,10 +186,8 @@ TEST(SceneDecoding, WorldTransformsFollowTheKeysUpTheTree)
     ASSERT_EQ(scene.nodes.size(), 3u);
     ASSERT_EQ(scene.nodes[2].name, "child");
 
-    const struct {
-        uint32_t time;
-        float x, y;  // the child's place
-    } cases[] = {{0, 1, 0}, {500, 5 + 0.70710678f, 0.70710678f}, {1000, 10, 1}, {4000, 10, 1}};
+    const struct { uint32_t time; float x, y; } cases[] = {  // x, y: the child's place
+        {0, 1, 0}, {500, 5 + 0.70710678f, 0.70710678f}, {1000, 10, 1}, {4000, 10, 1}};
     for (const auto& c : cases) {
         const Matrix world = WorldTransformAt(scene, 2, c.time);
         EXPECT_NEAR(world(3, 0), c.x, 1e-5f) << c.time;
@@ -214,53 +205,31 @@ TEST(SceneDecoding, FailuresNameChunkAndFileOffset)
     const uint64_t mesh = ChunkStart(valid, kChunkMesh);
     const uint32_t directory = GetU32(valid, 24);
 
-    struct Case {
-        const char* name;
-        Bytes file;
-        std::string reason;
-    };
-    std::vector<Case> cases;
-    cases.push_back({"texture set outside the table", SampleFile(sample, 1),
-                     "ChunkMesh of node 'Box' (directory entry 3), file offset " + std::to_string(mesh + 68 + 24) +
-                         ": batch 1 names texture set 1 of 1"});
-    Bytes corner = valid;
-    PutU32(corner, mesh + 96 + 40 + 8, 9);
-    cases.push_back({"corner outside its batch", corner,
-                     "ChunkMesh of node 'Box' (directory entry 3), file offset " + std::to_string(mesh + 144) +
-                         ": triangle 2 corner 1 is 9"});
-    Bytes pastEnd = valid;
-    PutU32(pastEnd, directory + 16 * 3 + 12, 100000);  // the mesh entry's size
-    cases.push_back({"directory entry past the end", pastEnd,
-                     "directory entry 3, file offset " + std::to_string(directory + 48) +
-                         ": chunk bytes reach past the data area"});
-    cases.push_back({"cut short", Bytes(valid.begin(), valid.end() - 1), "directory reaches past the end of the file"});
     const uint64_t table = ChunkStart(valid, kChunkTextureTable);
-    Bytes entries = valid;
-    PutU32(entries, table + 12 + 8, 100);  // set 0's entry count
-    cases.push_back({"more texture entries than the table holds", entries,
-                     "ChunkTextureTable (directory entry 4), file offset " + std::to_string(table + 20) +
-                         ": 100 texture entries do not fit into the table"});
-    Bytes guid = valid;
-    guid[8] ^= 1;
-    cases.push_back({"other file type", guid, "header, file offset 8: the file type GUID is not that of vern3D"});
-
-    for (const Case& c : cases) {
+    const auto damaged = [&](uint64_t at, uint32_t value) {
+        Bytes file = valid;
+        PutU32(file, at, value);
+        return file;
+    };
+    const auto at = [](const char* where, uint64_t offset) { return where + (", file offset " + std::to_string(offset)); };
+    const char* box = "ChunkMesh of node 'Box' (directory entry 3)";
+    const struct { const char* name; Bytes file; std::string reason; } cases[] = {
+        {"texture set outside the table", SampleFile(sample, 1),
+         at(box, mesh + 68 + 24) + ": batch 1 names texture set 1 of 1"},
+        {"corner outside its batch", damaged(mesh + 96 + 40 + 8, 9), at(box, mesh + 144) + ": triangle 2 corner 1 is 9"},
+        {"directory entry past the end", damaged(directory + 16 * 3 + 12, 100000),  // the mesh entry's size
+         at("directory entry 3", directory + 48) + ": chunk bytes reach past the data area"},
+        {"cut short", Bytes(valid.begin(), valid.end() - 1), "directory reaches past the end of the file"},
+        {"more texture entries than the table holds", damaged(table + 12 + 8, 100),  // set 0's entry count
+         at("ChunkTextureTable (directory entry 4)", table + 20) + ": 100 texture entries do not fit into the table"},
+        {"other file type", damaged(8, GetU32(valid, 8) ^ 1), "header, file offset 8: the file type GUID is not that of vern3D"},
+    };
+    for (const auto& c : cases) {
         Scene scene;
         std::string error;
         EXPECT_FALSE(Decode(c.file, &scene, &error)) << c.name;
         EXPECT_NE(error.find(c.reason), std::string::npos) << c.name << ": " << error;
         EXPECT_TRUE(scene.nodes.empty()) << c.name;
-    }
-}
-
-// Whatever decodes can be walked whole: every frame vertex and every transform.
-void Walk(const Scene& scene)
-{
-    for (uint32_t n = 0; n < scene.nodes.size(); ++n) {
-        const Node& node = scene.nodes[n];
-        (void)WorldTransformAt(scene, n, 250);
-        for (size_t f = 0; node.hasMesh && f < node.mesh.frames.size(); ++f)
-            (void)node.mesh.FrameVertices(f);
     }
 }
 
@@ -280,11 +249,16 @@ TEST(SceneDecoding, AnyByteFlipEndsInAResult)
         Bytes damaged = valid;
         for (int flips = 1 + round % 4; flips > 0; --flips)
             damaged[random() % damaged.size()] = static_cast<uint8_t>(random());
-        if (Decode(damaged, &scene, &error)) {
-            Walk(scene);
-            ++decoded;
-        } else {
+        if (!Decode(damaged, &scene, &error)) {
             EXPECT_FALSE(error.empty());
+            continue;
+        }
+        ++decoded;
+        for (uint32_t n = 0; n < scene.nodes.size(); ++n) {  // what decodes can be walked whole
+            const Node& node = scene.nodes[n];
+            (void)WorldTransformAt(scene, n, 250);
+            for (size_t f = 0; node.hasMesh && f < node.mesh.frames.size(); ++f)
+                (void)node.mesh.FrameVertices(f);
         }
     }
     EXPECT_GT(decoded, 0);  // values that need no check do get changed

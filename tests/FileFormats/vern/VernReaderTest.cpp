@@ -1,14 +1,13 @@
 // VernReader: little-endian cursor, decoding what VernWriter wrote, and refusing damaged files.
-#include "AbstractData/Trace.h"
 #include "vern/VernReader.h"
 #include "vern/VernWriter.h"
 
 #include "support/TestFiles.h"
 #include "support/Vern3DBuilder.h"
-#include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
@@ -36,51 +35,34 @@ TEST(VernCursor, ReadsLittleEndianValuesWithinBounds)
     uint32_t u32 = 0;
     float f32 = 0;
     EXPECT_TRUE(cursor.ReadU8(&u8) && cursor.ReadU16(&u16) && cursor.ReadU32(&u32) && cursor.ReadF32(&f32));
-    EXPECT_EQ(u8, 0x01);
-    EXPECT_EQ(u16, 0x1234);
-    EXPECT_EQ(u32, 0x12345678u);
-    EXPECT_EQ(f32, 1.0f);
-    EXPECT_EQ(cursor.Remaining(), 1u);
+    EXPECT_TRUE(u8 == 0x01 && u16 == 0x1234 && u32 == 0x12345678u && f32 == 1.0f && cursor.Remaining() == 1u);
     EXPECT_FALSE(cursor.ReadU16(&u16));  // one byte short
     EXPECT_EQ(u16, 0);
-    EXPECT_FALSE(cursor.ReadU8(&u8));  // would fit, but the cursor has failed
-    EXPECT_FALSE(cursor.Ok());
+    EXPECT_FALSE(cursor.ReadU8(&u8) || cursor.Ok());  // would fit, but the cursor has failed
     EXPECT_EQ(cursor.Position(), 11u);
 
     VernCursor skipping(bytes);
     std::span<const uint8_t> view;
     EXPECT_TRUE(skipping.Skip(11) && skipping.ReadBytes(1, &view));
-    ASSERT_EQ(view.size(), 1u);
-    EXPECT_EQ(view[0], 0xAA);
-    EXPECT_TRUE(skipping.AtEnd());
-    EXPECT_FALSE(skipping.Skip(1));
+    EXPECT_EQ(Bytes(view.begin(), view.end()), Bytes{0xAA});
+    EXPECT_TRUE(skipping.AtEnd() && !skipping.Skip(1));
 }
 
 TEST(VernCursor, CountedStringsAcceptOnlyTheWrittenForms)
 {
-    const struct {
-        Bytes prefix;
-        size_t textLength;  // characters following the prefix
-        bool ok;
-    } cases[] = {
-        {{0x00}, 0, true},
-        {{0x05}, 5, true},
-        {{0xFE}, 254, true},
-        {{0xFF, 0xFF, 0x00}, 255, true},
-        {{0xFF, 0xFD, 0xFF}, 65533, true},
-        {{0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0x00, 0x00}, 65534, true},
+    const struct { Bytes prefix; size_t textLength; bool ok; } cases[] = {  // textLength: characters following the prefix
+        {{0x00}, 0, true}, {{0x05}, 5, true}, {{0xFE}, 254, true}, {{0xFF, 0xFF, 0x00}, 255, true},
+        {{0xFF, 0xFD, 0xFF}, 65533, true}, {{0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0x00, 0x00}, 65534, true},
         {{0xFF, 0x05, 0x00}, 5, false},  // short length in the middle form
-        {{0xFF, 0xFE, 0xFF}, 65534, false},
-        {{0xFF, 0xFF, 0xFF, 0x05, 0x00, 0x00, 0x00}, 5, false},
+        {{0xFF, 0xFE, 0xFF}, 65534, false}, {{0xFF, 0xFF, 0xFF, 0x05, 0x00, 0x00, 0x00}, 5, false},
         {{0x05}, 3, false},  // characters missing
-        {{0xFF, 0xFF}, 0, false},
-        {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 10, false},
+        {{0xFF, 0xFF}, 0, false}, {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 10, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.prefix.size() << "-byte prefix, " << c.textLength);
-        std::string text;
+        std::string text(c.textLength, '\0');
         for (size_t i = 0; i < c.textLength; ++i)
-            text.push_back(static_cast<char>('A' + i % 23));
+            text[i] = static_cast<char>('A' + i % 23);
         Bytes bytes = c.prefix;
         bytes.insert(bytes.end(), text.begin(), text.end());
         VernCursor cursor(bytes);
@@ -118,7 +100,8 @@ Model WriteRandomContainer(const std::string& path, std::mt19937& rng, int maxCh
     EXPECT_EQ(writer.BeginFile(), S_OK);
     const int count = static_cast<int>(Between(rng, 0, maxChunks));
     model.chunks.resize(count);
-    std::vector<int> order;
+    std::vector<int> order(count);
+    std::iota(order.begin(), order.end(), 0);
     for (int i = 0; i < count; ++i) {
         ModelChunk& chunk = model.chunks[i];
         chunk.id = static_cast<uint32_t>(rng());
@@ -126,7 +109,6 @@ Model WriteRandomContainer(const std::string& path, std::mt19937& rng, int maxCh
         VernChunk* parent = chunk.parent < 0 ? writer.Root() : model.chunks[chunk.parent].handle;
         EXPECT_EQ(writer.CreateChunk(&chunk.handle, chunk.id, parent), S_OK);
         (chunk.parent < 0 ? model.topLevel : model.chunks[chunk.parent].children).push_back(i);
-        order.push_back(i);
     }
     std::shuffle(order.begin(), order.end(), rng);
     for (int index : order) {
@@ -136,9 +118,9 @@ Model WriteRandomContainer(const std::string& path, std::mt19937& rng, int maxCh
             continue;  // never written
         chunk.written = true;
         chunk.offset = model.dataBytes;
-        if (kind == 1) {
+        if (kind == 1)
             EXPECT_EQ(writer.WriteData(nullptr, 0, chunk.handle), S_OK);
-        } else if (kind == 2) {
+        else if (kind == 2) {
             std::string text(Between(rng, 0, 300), '\0');
             for (char& c : text)
                 c = static_cast<char>(rng());
@@ -147,9 +129,8 @@ Model WriteRandomContainer(const std::string& path, std::mt19937& rng, int maxCh
             EXPECT_EQ(VernWriter::WriteCountedString(text, view), S_OK);
             EXPECT_EQ(writer.EndDirectWrite(view, chunk.handle), S_OK);
             // The length prefix: 1 byte below 255, else 3 bytes below 65534.
-            chunk.payload = text.size() < 255 ? Bytes{static_cast<uint8_t>(text.size())}
-                                              : Bytes{0xFF, static_cast<uint8_t>(text.size()),
-                                                      static_cast<uint8_t>(text.size() >> 8)};
+            const auto low = static_cast<uint8_t>(text.size()), high = static_cast<uint8_t>(text.size() >> 8);
+            chunk.payload = text.size() < 255 ? Bytes{low} : Bytes{0xFF, low, high};
             chunk.payload.insert(chunk.payload.end(), text.begin(), text.end());
         } else {
             for (uint32_t p = 0, pieces = Between(rng, 1, 3); p < pieces; ++p) {
@@ -166,15 +147,8 @@ Model WriteRandomContainer(const std::string& path, std::mt19937& rng, int maxCh
     return model;
 }
 
-Bytes ReadAll(const std::string& path)
-{
-    const auto bytes = testfiles::ReadBytes(path);
-    return Bytes(bytes.begin(), bytes.end());
-}
-
 class VernReaderTest : public ::testing::Test {
 protected:
-    std::string File(const std::string& name) const { return dir.File(name); }
     testfiles::ScratchDirectory dir;
 };
 
@@ -183,9 +157,9 @@ TEST_F(VernReaderTest, DecodesWhatTheWriterWrote)
     std::mt19937 rng(20240611u);
     for (int round = 0; round < 60; ++round) {
         SCOPED_TRACE(round);
-        const std::string path = File("random.vern3D");
+        const std::string path = dir.File("random.vern3D");
         const Model model = WriteRandomContainer(path, rng, 60);
-        const Bytes file = ReadAll(path);
+        const Bytes file = testfiles::ReadBytes(path);
         const uint32_t entries = static_cast<uint32_t>(model.chunks.size()) + 1;
         ASSERT_EQ(file.size(), 44 + model.dataBytes + 16 * entries);
 
@@ -197,7 +171,6 @@ TEST_F(VernReaderTest, DecodesWhatTheWriterWrote)
         EXPECT_EQ((std::vector<uint32_t>{h.headerSize, h.reserved0, h.directoryOffset, h.directorySize, h.reserved1,
                                          h.dataOffset, h.entrySize}),
                   (std::vector<uint32_t>{44, 0, 44 + model.dataBytes, 16 * entries, 0, 44, 16}));
-
         // Directory order is the pre-order of the plan; -1 stands for the root.
         std::vector<int> order, pending = {-1};
         while (!pending.empty()) {
@@ -237,45 +210,29 @@ Bytes SmallContainer(const std::string& path)
     EXPECT_EQ(writer.Open(path.c_str(), true), S_OK);
     EXPECT_EQ(writer.BeginFile(), S_OK);
     VernChunk *a = nullptr, *b = nullptr, *c = nullptr;
-    EXPECT_EQ(writer.CreateChunk(&a, 1, writer.Root()), S_OK);
-    EXPECT_EQ(writer.CreateChunk(&b, 2, a), S_OK);
-    EXPECT_EQ(writer.CreateChunk(&c, 3, writer.Root()), S_OK);
+    EXPECT_TRUE(writer.CreateChunk(&a, 1, writer.Root()) == S_OK && writer.CreateChunk(&b, 2, a) == S_OK &&
+                writer.CreateChunk(&c, 3, writer.Root()) == S_OK);
     EXPECT_EQ(writer.WriteData("AAAAA", 5, a), S_OK);
     EXPECT_EQ(writer.WriteData("BBB", 3, b), S_OK);
     EXPECT_EQ(writer.Close(), S_OK);
-    return ReadAll(path);
+    return testfiles::ReadBytes(path);
 }
 
 TEST_F(VernReaderTest, RefusesInconsistentLayoutsAndEveryTruncation)
 {
-    const Bytes valid = SmallContainer(File("small.vern"));
+    const Bytes valid = SmallContainer(dir.File("small.vern"));
     ASSERT_EQ(valid.size(), 116u);
-    const struct {
-        const char* name;
-        size_t at;
-        uint32_t value;
-        bool accepted;
-    } cases[] = {
-        {"header size 45", 0, 45, false},
-        {"entry size 8", 40, 8, false},
-        {"directory past the end", 24, 53, false},
-        {"directory size not a multiple of 16", 28, 63, false},
-        {"no directory entries", 28, 0, false},
-        {"data offset inside the header", 36, 43, false},
-        {"data offset behind the directory", 36, 53, false},
-        {"root with an id", 52, 9, false},
-        {"root with bytes", 52 + 8, 0, false},
-        {"root asks for a child too many", 52 + 4, 3, false},
-        {"root asks for a child too few", 52 + 4, 1, false},
-        {"a leaf asks for a child", 84 + 4, 1, false},
-        {"child count beyond all entries", 68 + 4, 0xFFFFFFFF, false},
+    const struct { const char* name; size_t at; uint32_t value; bool accepted; } cases[] = {
+        {"header size 45", 0, 45, false}, {"entry size 8", 40, 8, false}, {"directory past the end", 24, 53, false},
+        {"directory size not a multiple of 16", 28, 63, false}, {"no directory entries", 28, 0, false},
+        {"data offset inside the header", 36, 43, false}, {"data offset behind the directory", 36, 53, false},
+        {"root with an id", 52, 9, false}, {"root with bytes", 52 + 8, 0, false},
+        {"root asks for a child too many", 52 + 4, 3, false}, {"root asks for a child too few", 52 + 4, 1, false},
+        {"a leaf asks for a child", 84 + 4, 1, false}, {"child count beyond all entries", 68 + 4, 0xFFFFFFFF, false},
         {"chunk reaches into the directory", 68 + 12, 9, false},
-        {"chunk offset far outside", 84 + 8, 0xFFFFFFF0, false},
-        {"runs overlap", 84 + 8, 4, false},
-        {"never written, yet sized", 100 + 12, 1, false},
-        {"empty run inside another run", 100 + 8, 2, false},
-        {"empty run at the end of the data", 100 + 8, 8, true},
-        {"chunk id is free", 84, 0xDEADBEEF, true},
+        {"chunk offset far outside", 84 + 8, 0xFFFFFFF0, false}, {"runs overlap", 84 + 8, 4, false},
+        {"never written, yet sized", 100 + 12, 1, false}, {"empty run inside another run", 100 + 8, 2, false},
+        {"empty run at the end of the data", 100 + 8, 8, true}, {"chunk id is free", 84, 0xDEADBEEF, true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -323,10 +280,9 @@ TEST_F(VernReaderTest, SurvivesRandomDamage)
     std::mt19937 rng(7u);
     Model model;
     do
-        model = WriteRandomContainer(File("victim.vern3D"), rng, 12);
+        model = WriteRandomContainer(dir.File("victim.vern3D"), rng, 12);
     while (model.chunks.size() < 6);
-    const Bytes valid = ReadAll(File("victim.vern3D"));
-
+    const Bytes valid = testfiles::ReadBytes(dir.File("victim.vern3D"));
     // Half of the flips go to the header and the directory, where most of the checks look.
     const size_t directory = 44 + model.dataBytes;
     int refused = 0;
@@ -347,7 +303,6 @@ TEST_F(VernReaderTest, SurvivesRandomDamage)
             ExpectConsistent(damaged, container);
     }
     EXPECT_GT(refused, 0);
-
     // Noise; every other buffer carries a plausible header and directory, so that the tree and
     // run checks see small random trees rather than stopping at the header.
     int acceptedNoise = 0;

@@ -40,6 +40,14 @@ Directory DirectoryOf(const Bytes& file)
     return entries;
 }
 
+// The data ends where the directory starts, and the directory ends the file.
+void ExpectLayout(const Bytes& file, uint32_t dataEnd, const Directory& directory)
+{
+    EXPECT_EQ(DirectoryOf(file), directory);
+    EXPECT_EQ(GetU32(file, 24), dataEnd);
+    EXPECT_EQ(file.size(), dataEnd + 16 * directory.size());
+}
+
 std::string Report(int line, HRESULT status, const char* source = "commonCode/FileFormats/vern/vern")
 {
     char text[160];
@@ -52,13 +60,8 @@ constexpr HRESULT kClosed = static_cast<HRESULT>(0x80044010u);
 constexpr HRESULT kInvalidArg = static_cast<HRESULT>(0x80070057u);
 constexpr HRESULT kUnexpected = static_cast<HRESULT>(0x8000FFFFu);
 constexpr uint32_t kNowhere = 0xFFFFFFFF;
-// The header of an unfinished file: size 44, the placeholder type, the rest zero.
-const Bytes kPlaceholder = [] {
-    Bytes b = {0x2C, 0, 0, 0, 0, 0, 0, 0, 0x33, 0xF9, 0xB3, 0x0A, 0x62, 0x93, 0xD1, 0x11,
-               0x9A, 0x2B, 0x08, 0x00, 0x00, 0x30, 0x05, 0x12};
-    b.resize(44);
-    return b;
-}();
+// The file type an unfinished header carries.
+const Bytes kPlaceholderType = {0x33, 0xF9, 0xB3, 0x0A, 0x62, 0x93, 0xD1, 0x11, 0x9A, 0x2B, 0x08, 0x00, 0x00, 0x30, 0x05, 0x12};
 
 // Records every Write call, for the pieces of a counted string.
 class RecordingStream : public OutputStream {
@@ -84,7 +87,6 @@ VernChunk* Chunk(VernWriter& writer, uint32_t id, VernChunk* parent = nullptr)
 
 class VernWriterTest : public ::testing::Test {
 protected:
-    std::string File(const std::string& name) const { return dir.File(name); }
 
     // Opens a new container file and writes its placeholder header.
     void Begin(VernWriter& writer, const std::string& path, bool setType = true)
@@ -96,7 +98,7 @@ protected:
     // The bytes of a container whose chunks `body` makes between BeginFile and Close.
     Bytes Written(const std::function<void(VernWriter&)>& body, bool setType = true)
     {
-        const std::string path = File("written.vern3D");
+        const std::string path = dir.File("written.vern3D");
         {
             VernWriter writer;
             Begin(writer, path, setType);
@@ -122,12 +124,10 @@ TEST_F(VernWriterTest, OneChunkFileMatchesTheWorkedExample)
     };
     EXPECT_EQ(Written([&](VernWriter& w) { ASSERT_EQ(w.WriteData(&expected[44], 12, Chunk(w, 0x10003)), S_OK); }),
               expected);
-
     // Without SetFileType the placeholder's type is written.
     const Bytes file = Written([](VernWriter&) {}, false);
-    ASSERT_EQ(file.size(), 60u);
-    EXPECT_EQ(Bytes(file.begin() + 8, file.begin() + 24), Bytes(kPlaceholder.begin() + 8, kPlaceholder.begin() + 24));
-    EXPECT_EQ(DirectoryOf(file), (Directory{{0, 0, kNowhere, 0}}));
+    ExpectLayout(file, 44, {{0, 0, kNowhere, 0}});
+    EXPECT_EQ(Bytes(file.begin() + 8, file.begin() + 24), kPlaceholderType);
 }
 
 // A chunk's bytes are one run: once another chunk is written, it is closed. Where chunks land
@@ -148,24 +148,15 @@ TEST_F(VernWriterTest, AChunkClosesWhenAnotherIsWritten)
         EXPECT_EQ(writer.WriteData(nullptr, 0, b), kClosed);
         EXPECT_EQ(trace.lines, (Lines{Report(215, kClosed), Report(250, kClosed), Report(215, kClosed)}));
     });
-    EXPECT_EQ(DirectoryOf(file), (Directory{{0, 3, kNowhere, 0}, {1, 0, 0, 5}, {2, 0, 5, 3}, {3, 0, 8, 0}}));
-    EXPECT_EQ(GetU32(file, 24), 52u);
-    EXPECT_EQ(file.size(), 52u + 64u);
+    ExpectLayout(file, 52, {{0, 3, kNowhere, 0}, {1, 0, 0, 5}, {2, 0, 5, 3}, {3, 0, 8, 0}});
 }
 
 TEST(VernCountedString, PrefixFormsFollowTheLength)
 {
-    const struct {
-        uint32_t length;
-        Bytes prefix;
-        std::vector<uint32_t> pieces;  // the Write calls with bytes in them
-    } cases[] = {
-        {0, {0x00}, {1}},
-        {1, {0x01}, {1, 1}},
-        {254, {0xFE}, {1, 254}},
-        {255, {0xFF, 0xFF, 0x00}, {1, 2, 255}},
-        {256, {0xFF, 0x00, 0x01}, {1, 2, 256}},
-        {65533, {0xFF, 0xFD, 0xFF}, {1, 2, 65533}},
+    // pieces: the Write calls with bytes in them
+    const struct { uint32_t length; Bytes prefix; std::vector<uint32_t> pieces; } cases[] = {
+        {0, {0x00}, {1}}, {1, {0x01}, {1, 1}}, {254, {0xFE}, {1, 254}}, {255, {0xFF, 0xFF, 0x00}, {1, 2, 255}},
+        {256, {0xFF, 0x00, 0x01}, {1, 2, 256}}, {65533, {0xFF, 0xFD, 0xFF}, {1, 2, 65533}},
         {65534, {0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0x00, 0x00}, {1, 2, 4, 65534}},
         {65535, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00}, {1, 2, 4, 65535}},
         {70000, {0xFF, 0xFF, 0xFF, 0x70, 0x11, 0x01, 0x00}, {1, 2, 4, 70000}},
@@ -215,44 +206,31 @@ TEST_F(VernWriterTest, DirectWritesAreCreditedToTheCurrentChunkOnly)
         EXPECT_EQ(writer.EndDirectWrite(nullptr, a), kInvalidArg);
         EXPECT_EQ(trace.lines, Lines(2, Report(271, kInvalidArg)));
     });
-    EXPECT_EQ(DirectoryOf(file), (Directory{{0, 2, kNowhere, 0}, {1, 0, 0, 8}, {2, 0, kNowhere, 0}}));
-    EXPECT_EQ(GetU32(file, 24), 52u);
-    EXPECT_EQ(file.size(), 52u + 48u);
+    ExpectLayout(file, 52, {{0, 2, kNowhere, 0}, {1, 0, 0, 8}, {2, 0, kNowhere, 0}});
     EXPECT_EQ(Bytes(file.begin() + 44, file.begin() + 52), (Bytes{4, 'n', 'a', 'm', 'e', 'x', 'y', 0}));
 }
 
-TEST_F(VernWriterTest, OpenOnAnOpenWriterFailsAndReleases)
-{
-    const std::string first = File("first.vern3D"), second = File("second.vern3D");
-    VernWriter writer;
-    Begin(writer, first);
-    ASSERT_EQ(writer.WriteData("abcd", 4, Chunk(writer, 7)), S_OK);
-    {
-        TraceCapture trace;
-        EXPECT_EQ(writer.Open(second.c_str(), true), kUnexpected);
-        EXPECT_EQ(trace.lines, Lines{Report(97, kUnexpected)});
-    }
-    EXPECT_TRUE(writer.Root()->children.empty());
-    // Both are gone: the first file was abandoned, the second never opened.
-    EXPECT_EQ(testfiles::Entries(dir.Path()), Lines{});
-    // Released means ready for a new file.
-    Begin(writer, second);
-    EXPECT_EQ(writer.Close(), S_OK);
-    EXPECT_EQ(std::filesystem::file_size(second), 60u);
-}
-
-// A file is written under a temporary name and takes its place only at Close: abandoned, it
-// leaves the earlier file as it was, with nothing beside it.
+// A file is written under a temporary name and takes its place only at Close: abandoned (dropped,
+// released, or by an Open on the open writer, which fails), it leaves the earlier file as it was.
 TEST_F(VernWriterTest, AnUnclosedWriterLeavesTheEarlierFile)
 {
-    const std::string path = dir.Write("earlier.vern3D", "earlier");
-    for (bool release : {false, true}) {
+    const std::string path = dir.Write("earlier.vern3D", "earlier"), second = dir.File("second.vern3D");
+    for (int ending = 0; ending < 3; ++ending) {  // dropped, released, opened again
         VernWriter writer;
         Begin(writer, path);
         ASSERT_EQ(writer.WriteData("0123456789", 10, Chunk(writer, 5)), S_OK);
         EXPECT_EQ(testfiles::Entries(dir.Path()).size(), 2u);  // the file and its temporary
-        if (release) {
-            EXPECT_EQ(writer.Release(), S_OK);
+        EXPECT_EQ(ending == 1 ? writer.Release() : S_OK, S_OK);
+        if (ending == 2) {
+            TraceCapture trace;
+            EXPECT_EQ(writer.Open(second.c_str(), true), kUnexpected);
+            EXPECT_EQ(trace.lines, Lines{Report(97, kUnexpected)});
+            EXPECT_TRUE(writer.Root()->children.empty());
+            EXPECT_EQ(testfiles::Entries(dir.Path()), Lines{"earlier.vern3D"});  // the second never opened
+            Begin(writer, second);  // released means ready for a new file
+            EXPECT_EQ(writer.Close(), S_OK);
+            EXPECT_EQ(std::filesystem::file_size(second), 60u);
+            std::filesystem::remove(second);
         }
     }
     EXPECT_EQ(testfiles::Entries(dir.Path()), Lines{"earlier.vern3D"});
@@ -263,11 +241,7 @@ TEST_F(VernWriterTest, CallsOutOfOrderFailWithoutHarm)
 {
     VernChunk* chunk = nullptr;
     OutputStream* view = nullptr;
-    const struct {
-        std::function<HRESULT(VernWriter&)> call;
-        HRESULT status;
-        int line;
-    } cases[] = {
+    const struct { std::function<HRESULT(VernWriter&)> call; HRESULT status; int line; } cases[] = {
         {[&](VernWriter& w) { return w.WriteData("a", 1, w.Root()); }, kUnexpected, 215},
         {[&](VernWriter& w) { return w.BeginDirectWrite(&view, w.Root()); }, kUnexpected, 250},
         {[&](VernWriter& w) { return w.BeginFile(); }, kUnexpected, 132},
@@ -294,15 +268,14 @@ TEST_F(VernWriterTest, CallsOutOfOrderFailWithoutHarm)
         EXPECT_EQ(trace.lines, Lines{Report(215, static_cast<HRESULT>(0x800700DFu))});
         ASSERT_EQ(writer.WriteData("abc", 3, big), S_OK);
     });
-    EXPECT_EQ(file.size(), 44u + 3u + 32u);
-    EXPECT_EQ(DirectoryOf(file), (Directory{{0, 1, kNowhere, 0}, {1, 0, 0, 3}}));
+    ExpectLayout(file, 47, {{0, 1, kNowhere, 0}, {1, 0, 0, 3}});
 }
 
 TEST_F(VernWriterTest, AFullDiskFailsNoLaterThanClose)
 {
     if (::access("/dev/full", W_OK) != 0)
         GTEST_SKIP() << "no /dev/full";
-    const std::string path = File("full.vern3D");
+    const std::string path = dir.File("full.vern3D");
     ASSERT_EQ(::symlink("/dev/full", path.c_str()), 0);
     VernWriter writer;
     TraceCapture trace;
@@ -327,11 +300,8 @@ TEST_F(VernWriterTest, AFullDiskFailsNoLaterThanClose)
 TEST_F(VernWriterTest, AWriteFailureAfterTheHeaderSurfacesByClose)
 {
     const std::string earlier(3000, 'e');
-    const struct {
-        rlim_t limit;
-        uint32_t blocks;  // of 1000 bytes each
-        bool everyWriteSucceeds;
-    } cases[] = {{44 + 5000, 5, true}, {100000, 300, false}};
+    // blocks of 1000 bytes each
+    const struct { rlim_t limit; uint32_t blocks; bool everyWriteSucceeds; } cases[] = {{44 + 5000, 5, true}, {100000, 300, false}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.blocks);
         const std::string name = "limited" + std::to_string(c.blocks) + ".vern3D";
@@ -391,12 +361,13 @@ TEST_F(VernWriterTest, DeepChunkTreesNeedNoDeepStack)
     // Abandoning and releasing deep trees takes them apart without recursion, too.
     for (bool release : {false, true}) {
         VernWriter writer;
-        Begin(writer, File("deep_abandoned.vern3D"));
+        Begin(writer, dir.File("deep_abandoned.vern3D"));
         VernChunk* parent = writer.Root();
         for (uint32_t level = 0; level < kDepth; ++level)
             parent = Chunk(writer, level, parent);
         EXPECT_EQ(release ? writer.Release() : S_OK, S_OK);
     }
+    EXPECT_EQ(testfiles::Entries(dir.Path()), Lines{"written.vern3D"});  // a new file abandoned leaves nothing
 }
 
 }  // namespace
