@@ -150,8 +150,7 @@ TEST(Compat, NonFiniteValuesThatWouldBeWrittenAreErrors)
 // Materials and sub-materials without a number take the one after the material before them.
 TEST(Compat, MaterialsWithoutNumbersTakeTheNextInOrder)
 {
-    const asetest::Parsed parsed =
-        ParseCompat("*MATERIAL_LIST {\n*MATERIAL 2 {\n*SUBMATERIAL 1 {\n}\n*SUBMATERIAL {\n}\n}\n*MATERIAL 0 {\n}\n*MATERIAL {\n}\n}\n");
+    const asetest::Parsed parsed = ParseCompat("*MATERIAL_LIST {\n*MATERIAL 2 {\n*SUBMATERIAL 1 {\n}\n*SUBMATERIAL {\n}\n}\n*MATERIAL 0 {\n}\n*MATERIAL {\n}\n}\n");
     ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
     // Registered in this order: sub-materials 1 and 2 of material 2, materials 2, 0 and 1.
     const auto& table = parsed.scene.materialTable;

@@ -278,9 +278,9 @@ TEST(VertexNormals, FaceRecordLookup)
     Mesh mesh;
     for (int face : {0, 2, 3, 7, 8})
         mesh.normals.push_back({face, {}, {}});
-    for (auto [face, record] : {std::pair{0, 0}, {2, 1}, {3, 2}, {7, 3}, {8, 4}, {1, -1}, {5, -1}, {9, -1}})
+    // -1 is compared unsigned: above every number.
+    for (auto [face, record] : {std::pair{0, 0}, {2, 1}, {3, 2}, {7, 3}, {8, 4}, {1, -1}, {5, -1}, {9, -1}, {-1, -1}})
         EXPECT_EQ(FindFaceNormals(face, mesh), record) << face;
-    EXPECT_EQ(FindFaceNormals(-1, mesh), -1);  // compared unsigned: above every number
     EXPECT_EQ(FindFaceNormals(0, Mesh{}), -1);
 }
 
@@ -336,18 +336,15 @@ TEST(FrameStream, StoredFramesAndTheirWarnings)
 TEST(FrameStream, MovedFrameAsExactBytes)
 {
     const auto scene = Written(ParseAse(AnimatedScene({0, 1}), Flags(1)));
-    const auto& node = MeshOf(scene);
-    const size_t vertices = node.mesh.header.vertexCount;
-    ASSERT_EQ(vertices, 3u);
-    const size_t frameStart = 40 + 28 + 20;
-    const std::vector<uint8_t> bytes = Payload(node);
-    ASSERT_EQ(bytes.size(), frameStart + 16 + 40 * vertices + 1 + 16 + 12 * vertices + 1);
+    const std::vector<uint8_t> bytes = Payload(MeshOf(scene));
+    ASSERT_EQ(MeshOf(scene).mesh.header.vertexCount, 3u);
+    const size_t start = 40 + 28 + 20 + 16 + 40 * 3;  // mesh header, batch, triangle, then frame 0
+    ASSERT_GE(bytes.size(), start);
     LittleEndianBuffer tail;
     tail.U8(1);
     Put(tail, {16u, 100u, 1u, 100u});
     Put(tail, {1.0f, 0.0f, 0.0f, 1.0f, 1.0f, 0.0f, 2.0f, 0.0f, 0.0f});  // frame 1's corners a, c, b
     tail.U8(0);
-    const size_t start = frameStart + 16 + 40 * vertices;
     EXPECT_EQ(std::vector<uint8_t>(bytes.begin() + static_cast<std::ptrdiff_t>(start), bytes.end()), Bytes(tail));
 }
 
