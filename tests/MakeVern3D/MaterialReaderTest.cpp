@@ -49,7 +49,8 @@ TEST(Materials, TextureTableOfTheWrittenFile)
     struct Case { const char* what; std::string materials; std::vector<Entries> table; };
     const Case cases[] = {
         {"equal diffuse maps share one set, whatever their sides",
-         Material(0, Map("MAP_DIFFUSE", "C:\\maps\\wood.tga")) + Material(1, "*MATERIAL_TWOSIDED\n" + Map("MAP_DIFFUSE", "D:\\other\\wood.tga")),
+         Material(0, Map("MAP_DIFFUSE", "C:\\maps\\wood.tga")) +
+             Material(1, "*MATERIAL_TWOSIDED\n" + Map("MAP_DIFFUSE", "D:\\other\\wood.tga")),
          {{{0, "wood.tga"}}}},
         {"diffuse and opacity of one file give one entry with flags 1",
          Material(0, Map("MAP_DIFFUSE", "leaf.tga") + Map("MAP_OPACITY", "dir\\leaf.tga")), {{{1, "leaf.tga"}}}},
@@ -150,8 +151,7 @@ TEST(Materials, WarningsAndErrors)
     };
     for (const Case& c : cases) {
         const auto parsed = ParseAse(MaterialList(Material(0, c.body)));
-        const std::string report = parsed.At(c.line, c.kind) + c.text;
-        EXPECT_EQ(std::string(c.kind) == "error" ? parsed.ErrorText() : parsed.printed, report);
+        EXPECT_EQ(std::string(c.kind) == "error" ? parsed.ErrorText() : parsed.printed, parsed.At(c.line, c.kind) + c.text);
     }
     // The material number itself: not an integer, or beyond our bound. Nothing is registered.
     for (const char* number : {"x", "2000000000"}) {

@@ -396,11 +396,9 @@ TEST(FrameStream, FramesChangedAtTheTolerance)
 TEST(FrameStream, AnalyseChoosesAFrameAsTheSource)
 {
     // Frame 1 has a second face: with -analyse 1 the render mesh has two triangles.
-    const std::string frames = MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {{0, 1, 2}}) +
-                               MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {{0, 1, 2}, {1, 3, 2}});
-    const std::string text = kScene + Materials({}) +
-                             Object(MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {{0, 1, 2}}) +
-                                    "*MESH_ANIMATION {\n" + frames + "}\n");
+    const std::vector<V> quad = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
+    const std::string frames = MeshBlock(quad, {{0, 1, 2}}) + MeshBlock(quad, {{0, 1, 2}, {1, 3, 2}});
+    const std::string text = kScene + Materials({}) + Object(MeshBlock(quad, {{0, 1, 2}}) + "*MESH_ANIMATION {\n" + frames + "}\n");
     for (auto [analyse, triangles] : {std::pair{0, 1u}, std::pair{1, 2u}, std::pair{2, 1u}}) {
         const auto scene = Written(ParseAse(text, {.analyse = analyse}));
         EXPECT_EQ(MeshOf(scene).mesh.header.triangleCount, triangles) << analyse;

@@ -80,8 +80,7 @@ std::string AtOnePlace(int faces, int frames = 0, bool emptyFrames = false, cons
     if (frames > 0) {
         text += "*MESH_ANIMATION {\n";
         for (int f = 0; f < frames; ++f)
-            text += emptyFrames ? "*MESH {}\n"
-                                : "*MESH {\n*MESH_VERTEX_LIST {\n*MESH_VERTEX 0 " + std::to_string(f) + " 0 0\n}\n}\n";
+            text += emptyFrames ? "*MESH {}\n" : "*MESH {\n*MESH_VERTEX_LIST {\n*MESH_VERTEX 0 " + std::to_string(f) + " 0 0\n}\n}\n";
         text += "}\n";
     }
     return text + "}\n";
