@@ -16,34 +16,28 @@
 #include <sstream>
 #include <utility>
 
+// Settings are given by designated initializers: the fields left out keep their defaults.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+
 namespace {
 
-using testfiles::ScratchDirectory;
-
+using namespace std::string_literals;
 const std::string kCorpus = MAKEVERN3D_SHARED_CORPUS;
-const std::string kCompiled = "File successful compiled.\n";
 
-asetest::Parsed ParseCompat(const std::string& text, bool compat = true)
-{
-    ConvertSettings settings;
-    settings.compat = compat;
-    return asetest::ParseAse(text, settings);
-}
+asetest::Parsed ParseCompat(const std::string& text, bool compat = true) { return asetest::ParseAse(text, {.compat = compat}); }
 
 // A parent that comes after its child is linked at the end of the file; one that never comes is
 // the classic error, at the line of the record. Without -compat both are the classic error.
+std::string Helper(const std::string& name, const std::string& parent = "")
+{
+    return "*HELPEROBJECT {\n*NODE_NAME \"" + name + "\"\n" + (parent.empty() ? "" : "*NODE_PARENT \"" + parent + "\"\n") + "}\n";
+}
+
 TEST(Compat, LaterParentsAreLinkedWhenTheFileEnds)
 {
-    auto helper = [](const std::string& name, const std::string& parent) {
-        return "*HELPEROBJECT {\n*NODE_NAME \"" + name + "\"\n" + (parent.empty() ? "" : "*NODE_PARENT \"" + parent + "\"\n") + "}\n";
-    };
-    const std::string later = helper("child", "late") + helper("late", "later") + helper("later", "");
-    const std::string never = helper("child", "nobody") + helper("x", "");
-    struct Case {
-        const std::string* text;
-        bool compat;
-        std::string error;  // empty: converted
-    };
+    const std::string later = Helper("child", "late") + Helper("late", "later") + Helper("later");
+    const std::string never = Helper("child", "nobody") + Helper("x");
+    struct Case { const std::string* text; bool compat; std::string error; };  // error empty: converted
     const Case cases[] = {
         {&later, true, ""},
         {&later, false, "(3) error: Can not found parent object 'late' of object 'child'.\n"},
@@ -55,10 +49,8 @@ TEST(Compat, LaterParentsAreLinkedWhenTheFileEnds)
         if (!c.error.empty())
             continue;
         BaseNode* child = parsed.Root()->FindNode("child");
-        ASSERT_NE(child, nullptr);
-        ASSERT_NE(child->Parent(), nullptr);
-        EXPECT_EQ(child->Parent()->name, "late");
-        EXPECT_EQ(child->Parent()->Parent()->name, "later");
+        ASSERT_TRUE(child && child->Parent());
+        EXPECT_EQ(std::pair(child->Parent()->name, child->Parent()->Parent()->name), std::pair("late"s, "later"s));
     }
 }
 
@@ -82,11 +74,7 @@ TEST(Compat, RealWorldCausesConvertWithTheirWarning)
     const std::string bone = "*HELPEROBJECT {\n*NODE_NAME \"Bone01\"\n*HELPER_CLASS \"Bone\"\n*NODE_TM {\n*TM_ROW3 1 2 3\n}\n"
                              "*BOUNDINGBOX_MIN -1 -1 -1\n}\n";
     const std::string triangle = Triangle();
-    struct Case {
-        std::string text;
-        std::string warning;  // with -compat
-        std::string error;    // without
-    };
+    struct Case { std::string text, warning, error; };  // the warning with -compat, the error without
     const Case cases[] = {
         {bone + kMaterial + Triangle("1 0 0", "", "*NODE_PARENT \"Bone01\"\n"),
          "(8) warning: Bone 'Bone01' is read as a transform node.\n", "(3) error: Unknown helper class 'Bone'.\n"},
@@ -102,22 +90,20 @@ TEST(Compat, RealWorldCausesConvertWithTheirWarning)
          "(2) warning: '*MATERIAL' without a number takes 0, the next in order; so do the later ones of this list.\n",
          "(2) error: Symbol '{' could not scanned.\n"},
     };
-    ScratchDirectory directory;
+    testfiles::ScratchDirectory directory;
     for (const Case& c : cases) {
         directory.Write("scene.ase", c.text);
         const auto compat = testfiles::Run(directory.Path(), MAKEVERN3D_EXE, {"-compat", "-batch", "scene.ase"});
         EXPECT_EQ(compat.exitCode, 0) << compat.output;
-        EXPECT_NE(compat.output.find("scene.ase" + c.warning + kCompiled), std::string::npos) << compat.output;
+        EXPECT_NE(compat.output.find("scene.ase" + c.warning + "File successful compiled.\n"), std::string::npos) << compat.output;
         vern3d::Scene scene;
         std::string error;
         EXPECT_TRUE(vern3d::DecodeFile(directory.File("scene.vern3D"), &scene, &error)) << error;
         if (&c == &cases[0]) {  // the bone: a transform node with its transform, the parent of the triangle
             ASSERT_EQ(scene.nodes.size(), 3u);
-            EXPECT_EQ(scene.nodes[1].name, "Bone01");
-            EXPECT_EQ(scene.nodes[2].name, "Tri");
-            EXPECT_EQ(scene.nodes[2].parent, 1u);
-            EXPECT_FALSE(scene.nodes[1].hasMesh);
-            const auto& m = scene.nodes[1].info.matrix;
+            const auto& [bone, tri] = std::tie(scene.nodes[1], scene.nodes[2]);
+            EXPECT_EQ(std::tuple(bone.name, bone.hasMesh, tri.name, tri.parent), std::tuple("Bone01", false, "Tri", 1u));
+            const auto& m = bone.info.matrix;
             EXPECT_EQ((std::array<float, 3>{m(3, 0), m(3, 1), m(3, 2)}), (std::array<float, 3>{1, 2, 3}));
         }
         std::filesystem::remove(directory.File("scene.vern3D"));
@@ -142,10 +128,7 @@ TEST(Compat, NonFiniteValuesThatWouldBeWrittenAreErrors)
 {
     const std::string key = "*TM_ANIMATION {\n*CONTROL_POS_BEZIER {\n*CONTROL_BEZIER_POS_KEY 0 0 1.#INF 0 0 0 0 0 0 0 0\n}\n}\n";
     const std::string sample = "*TM_ANIMATION {\n*CONTROL_POS_TRACK {\n*CONTROL_POS_SAMPLE 0 0 0 -nan(ind)\n}\n}\n";
-    struct Case {
-        std::string text;
-        std::string report;  // the error, or the warning of a file that converts
-    };
+    struct Case { std::string text, report; };  // the error, or the warning of a file that converts
     const Case cases[] = {
         {Triangle("1.#QNAN 0 0"), "(11) error: Value '1.#QNAN' of a vertex position is not a finite number; it cannot be converted.\n"},
         {Triangle("1 0 -nan(ind)"), "(11) error: Value '-nan(ind)' of a vertex position is not a finite number; it cannot be converted.\n"},
@@ -167,17 +150,14 @@ TEST(Compat, NonFiniteValuesThatWouldBeWrittenAreErrors)
 // Materials and sub-materials without a number take the one after the material before them.
 TEST(Compat, MaterialsWithoutNumbersTakeTheNextInOrder)
 {
-    const asetest::Parsed parsed =
-        ParseCompat("*MATERIAL_LIST {\n*MATERIAL 2 {\n*SUBMATERIAL 1 {\n}\n*SUBMATERIAL {\n}\n}\n*MATERIAL 0 {\n}\n*MATERIAL {\n}\n}\n");
+    const asetest::Parsed parsed = ParseCompat("*MATERIAL_LIST {\n*MATERIAL 2 {\n*SUBMATERIAL 1 {\n}\n*SUBMATERIAL {\n}\n}\n*MATERIAL 0 {\n}\n*MATERIAL {\n}\n}\n");
     ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
     // Registered in this order: sub-materials 1 and 2 of material 2, materials 2, 0 and 1.
     const auto& table = parsed.scene.materialTable;
     ASSERT_EQ(table.size(), 3u);
-    EXPECT_EQ(table[1].slot.propertiesIndex, 4);
-    EXPECT_EQ(table[2].slot.propertiesIndex, 2);
-    ASSERT_TRUE(table[2].subMaterials);
-    ASSERT_EQ(table[2].subMaterials->size(), 3u);
-    EXPECT_EQ((*table[2].subMaterials)[2].propertiesIndex, 1);
+    ASSERT_TRUE(table[2].subMaterials && table[2].subMaterials->size() == 3u);
+    EXPECT_EQ(std::tuple(table[1].slot.propertiesIndex, table[2].slot.propertiesIndex, (*table[2].subMaterials)[2].propertiesIndex),
+              std::tuple(4, 2, 1));
     EXPECT_EQ(parsed.printed, parsed.At(5) + "'*SUBMATERIAL' without a number takes 2, the next in order; so do the later ones of this list.\n");
 }
 
@@ -185,22 +165,16 @@ TEST(Compat, MaterialsWithoutNumbersTakeTheNextInOrder)
 // first one not printed; counts and numbers of keys take the singular where they are 1.
 TEST(Compat, RepeatedWarningsBecomeACount)
 {
-    auto objects = [](int count) {
-        std::string text;
-        for (int i = 0; i < count; ++i)
-            text += "*GEOMOBJECT {\n*NODE_NAME \"o" + std::to_string(i) + "\"\n}\n";
-        return text;
-    };
-    auto noMaterial = [](const asetest::Parsed& parsed, int index, int line) {
-        return parsed.At(line) + "Object 'o" + std::to_string(index) + "' has no material; it gets a default material.\n";
-    };
     for (const int count : {3, 4, 6}) {
-        const asetest::Parsed parsed = ParseCompat(objects(count));
-        std::string expected = noMaterial(parsed, 0, 3) + noMaterial(parsed, 1, 6) + noMaterial(parsed, 2, 9);
-        if (count == 4)
-            expected += parsed.At(12) + "... and 1 more object without a material.\n";
-        if (count == 6)
-            expected += parsed.At(12) + "... and 3 more objects without a material.\n";
+        std::string objects;
+        for (int i = 0; i < count; ++i)
+            objects += "*GEOMOBJECT {\n*NODE_NAME \"o" + std::to_string(i) + "\"\n}\n";
+        const asetest::Parsed parsed = ParseCompat(objects);
+        std::string expected;
+        for (int i = 0; i < 3; ++i)
+            expected += parsed.At(3 + 3 * i) + "Object 'o" + std::to_string(i) + "' has no material; it gets a default material.\n";
+        if (count > 3)
+            expected += parsed.At(12) + (count == 4 ? "... and 1 more object" : "... and 3 more objects") + " without a material.\n";
         EXPECT_EQ(parsed.printed, expected);
     }
     // Faces without edge flags are said once a list, however many of its faces lack them.
@@ -215,15 +189,14 @@ TEST(Compat, RepeatedWarningsBecomeACount)
     for (int i = 0; i < 3; ++i)
         said += flags.At(12 + 17 * i) + "Faces come without edge flags; they are taken as 0.\n";
     EXPECT_EQ(flags.printed, said + flags.At(63) + "... and 1 more face list without edge flags.\n");
-    const asetest::Parsed sampled = ParseCompat(
-        "*SCENE {\n*SCENE_FRAMESPEED 30\n*SCENE_TICKSPERFRAME 160\n}\n*HELPEROBJECT {\n*NODE_NAME \"h\"\n*TM_ANIMATION {\n"
-        "*CONTROL_POS_TRACK {\n*CONTROL_POS_SAMPLE 0 1 2 3\n}\n}\n}\n");
+    const asetest::Parsed sampled = ParseCompat(asetest::kScene + "*HELPEROBJECT {\n*NODE_NAME \"h\"\n*TM_ANIMATION {\n"
+                                                                  "*CONTROL_POS_TRACK {\n*CONTROL_POS_SAMPLE 0 1 2 3\n}\n}\n}\n");
     EXPECT_EQ(sampled.printed, sampled.At(10) + "Sampled track '*CONTROL_POS_TRACK' of 'h' becomes 1 key.\n");
     // Links to later parents are said when the file has ended, each at the line of its record.
     std::string later;
     for (int i = 0; i < 4; ++i)
-        later += "*HELPEROBJECT {\n*NODE_NAME \"c" + std::to_string(i) + "\"\n*NODE_PARENT \"p\"\n}\n";
-    const asetest::Parsed linked = ParseCompat(later + "*HELPEROBJECT {\n*NODE_NAME \"p\"\n}\n");
+        later += Helper("c" + std::to_string(i), "p");
+    const asetest::Parsed linked = ParseCompat(later + Helper("p"));
     std::string expected;
     for (int i = 0; i < 3; ++i)
         expected += linked.At(3 + 4 * i) + "Parent 'p' of object 'c" + std::to_string(i) +
@@ -234,8 +207,7 @@ TEST(Compat, RepeatedWarningsBecomeACount)
 // ---- Sampled tracks: the keys made from them give the samples back at the sample times
 
 struct Samples {
-    std::vector<std::pair<uint32_t, std::array<double, 3>>> positions;
-    std::vector<std::pair<uint32_t, std::array<double, 4>>> rotations;  // axis, angle
+    std::vector<std::pair<uint32_t, std::array<double, 4>>> positions, rotations;  // rotations: axis, angle
     int blocks = 0;
 };
 
@@ -257,14 +229,10 @@ std::map<std::string, Samples> ReadSamples(const std::string& text)
         } else if (keyword == "*NODE_NAME" && std::exchange(nameFollows, false)) {
             name = line.substr(line.find('"') + 1, line.rfind('"') - line.find('"') - 1);
             ++samples[name].blocks;
-        } else if (keyword == "*CONTROL_POS_SAMPLE") {
-            std::array<double, 3> p{};
-            words >> p[0] >> p[1] >> p[2];
-            samples[name].positions.push_back({time, p});
-        } else if (keyword == "*CONTROL_ROT_SAMPLE") {
-            std::array<double, 4> r{};
-            words >> r[0] >> r[1] >> r[2] >> r[3];
-            samples[name].rotations.push_back({time, r});
+        } else if (keyword == "*CONTROL_POS_SAMPLE" || keyword == "*CONTROL_ROT_SAMPLE") {
+            std::array<double, 4> v{};
+            words >> v[0] >> v[1] >> v[2] >> v[3];  // a position's fourth stays 0
+            (keyword.starts_with("*CONTROL_POS") ? samples[name].positions : samples[name].rotations).push_back({time, v});
         }
     }
     return samples;
@@ -289,9 +257,8 @@ Basis Turn(const std::array<double, 4>& r)
 
 TEST(Compat, SampledTracksGiveTheirSamplesBack)
 {
-    const char* const files[] = {"RotatingCube.ASE", "anim.ASE", "anim2.ASE", "MotionCaptureROM.ase", "CameraRollAnim.ase",
-                                 "CameraRollAnimWithChildObject.ase", "TargetCameraAnim.ase"};
-    for (const char* file : files) {
+    for (const char* file : {"RotatingCube.ASE", "anim.ASE", "anim2.ASE", "MotionCaptureROM.ase", "CameraRollAnim.ase",
+                             "CameraRollAnimWithChildObject.ase", "TargetCameraAnim.ase"}) {
         const std::string text = testfiles::ReadText(kCorpus + "/" + file);
         const asetest::Parsed parsed = ParseCompat(text);
         ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <csignal>
 #include <filesystem>
@@ -45,11 +46,7 @@ vern3d::Scene DecodeOrFail(const std::string& file)
 TEST(CommandLine, ConsoleTextAndExitCode)
 {
     const std::string missingThenGood = "missing.ase:\nmissing.ase(1) error: Could not open file 'missing.ase'.\ngood.ase:\n" + kCompiled;
-    const struct {
-        std::vector<std::string> arguments;
-        int exitCode;
-        std::string output;  // after the banner
-    } cases[] = {
+    const struct { std::vector<std::string> arguments; int exitCode; std::string output; } cases[] = {  // output after the banner
         {{}, 0, ""},
         {{"-h"}, 0, ReadText(MAKEVERN3D_TEST_DATA "/help_text.txt")},
         {{"good.ase", "-o"}, 1, "An error is occured during a output file operation.\n"},
@@ -77,10 +74,7 @@ TEST(CommandLine, ConsoleTextAndExitCode)
 TEST(Driver, InputsSelectionAndDirectivesShapeTheWrittenTree)
 {
     const std::string longName(300, 'n');
-    const struct {
-        std::vector<std::string> arguments;
-        std::vector<std::pair<std::string, uint32_t>> nodes;  // after the root
-    } cases[] = {
+    const struct { std::vector<std::string> arguments; std::vector<std::pair<std::string, uint32_t>> nodes; } cases[] = {
         {{"a.ase", "b.ase", "bad.ase", "-o", "out.bin"}, {{"from b", 0}}},  // the failed third file wrote nothing
         {{"tree.ase", "-obj", "keep"}, {{"keep", 0}, {"kid", 1}}},
         {{"long.ase", "-o", "out"}, {{longName, 0}}},
@@ -112,16 +106,11 @@ struct Bytes {
                 data.push_back(static_cast<uint8_t>(value >> shift));
         return *this;
     }
+    Bytes& Zeros(size_t count) { return data.insert(data.end(), count, 0), *this; }
     Bytes& Counted(const std::string& text)
     {
         data.push_back(static_cast<uint8_t>(text.size()));
-        data.insert(data.end(), text.begin(), text.end());
-        return *this;
-    }
-    Bytes& Zeros(size_t count)
-    {
-        data.insert(data.end(), count, 0);
-        return *this;
+        return data.insert(data.end(), text.begin(), text.end()), *this;
     }
 };
 
@@ -179,11 +168,8 @@ TEST(WriteFailures, AreReportedAndLeaveTheEarlierFile)
 
 // ---- The real-world corpus
 
-struct Expectation {
-    const char* file;
-    const char* failure;  // empty: converts
-    bool written = false;  // the error arose while the file was written, which goes on to its end
-};
+// `written`: the error arose while the file was written, which goes on to its end.
+struct Expectation { const char* file; const char* failure; bool written = false; };
 
 // Files the reader refuses, with the message and line it must give.
 const Expectation kCorpus[] = {
@@ -242,10 +228,8 @@ TEST(Corpus, EveryFileConvertsOrFailsAsExpected)
             // Without -compat: converted, or the failure with its message and line.
             const auto run = Convert(directory, {file});
             ASSERT_EQ(run.exitCode, 0) << file;
-            Expectation expected{"", ""};
-            for (const Expectation& failing : kCorpus)
-                if (file == failing.file)
-                    expected = failing;
+            const auto failing = std::ranges::find(kCorpus, file, &Expectation::file);
+            const Expectation expected = failing == std::end(kCorpus) ? Expectation{"", ""} : *failing;
             const std::string output = directory.File(std::filesystem::path(file).stem().string() + ".vern3D");
             if (*expected.failure) {
                 EXPECT_NE(run.output.find(file + expected.failure), std::string::npos) << run.output;

@@ -13,20 +13,21 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <limits>
 #include <new>
 #include <string>
-#include <time.h>
 #include <vector>
+
+// Settings are given by designated initializers: the fields left out keep their defaults.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 // Every allocation of this test program carries its size, so that the peak of live heap bytes
 // can be read.
 namespace {
-std::atomic<size_t> liveBytes{0};
-std::atomic<size_t> peakBytes{0};
+std::atomic<size_t> liveBytes{0}, peakBytes{0};
 constexpr size_t kHeader = 16;
 
 void* Allocate(size_t size) noexcept
@@ -36,18 +37,16 @@ void* Allocate(size_t size) noexcept
         return nullptr;
     *reinterpret_cast<size_t*>(block) = size;
     const size_t live = liveBytes += size;
-    for (size_t peak = peakBytes; live > peak && !peakBytes.compare_exchange_weak(peak, live);) {
-    }
+    for (size_t peak = peakBytes; live > peak && !peakBytes.compare_exchange_weak(peak, live);) {}
     return block + kHeader;
 }
 }  // namespace
 
 void* operator new(size_t size)
 {
-    void* pointer = Allocate(size);
-    if (!pointer)
-        throw std::bad_alloc();
-    return pointer;
+    if (void* pointer = Allocate(size))
+        return pointer;
+    throw std::bad_alloc();
 }
 void* operator new[](size_t size) { return operator new(size); }
 void* operator new(size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
@@ -81,24 +80,14 @@ std::string AtOnePlace(int faces, int frames = 0, bool emptyFrames = false, cons
     if (frames > 0) {
         text += "*MESH_ANIMATION {\n";
         for (int f = 0; f < frames; ++f)
-            text += emptyFrames ? "*MESH {}\n"
-                                : "*MESH {\n*MESH_VERTEX_LIST {\n*MESH_VERTEX 0 " + std::to_string(f) + " 0 0\n}\n}\n";
+            text += emptyFrames ? "*MESH {}\n" : "*MESH {\n*MESH_VERTEX_LIST {\n*MESH_VERTEX 0 " + std::to_string(f) + " 0 0\n}\n}\n";
         text += "}\n";
     }
     return text + "}\n";
 }
 
-struct Cost {
-    double seconds = std::numeric_limits<double>::max();  // processor time, the least of the runs
-    size_t peak = 0;                                       // of live heap bytes, in the last run
-};
-
-double ProcessorSeconds()
-{
-    timespec now{};
-    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
+// Processor time, the least of the runs; the peak of live heap bytes, in the last run.
+struct Cost { double seconds = std::numeric_limits<double>::max(); size_t peak = 0; };
 
 // Converts each text with -map five times, the texts taking turns, so that the load of the machine
 // falls on both alike.
@@ -111,14 +100,12 @@ std::vector<Cost> Convert(const std::vector<std::string>& texts)
             const std::string source = directory.Write("scene" + std::to_string(i) + ".ase", texts[i]);
             Reporter reporter;
             Scene scene;
-            ConvertSettings settings;
-            settings.meshAnimFlags = 1;
             peakBytes = liveBytes.load();
             const size_t before = liveBytes;
             testing::internal::CaptureStdout();
-            const double start = ProcessorSeconds();
-            ConvertFile(source, directory.File("scene.vern3D"), settings, reporter, scene);
-            const double took = ProcessorSeconds() - start;
+            const std::clock_t start = std::clock();  // processor time of the process
+            ConvertFile(source, directory.File("scene.vern3D"), {.meshAnimFlags = 1}, reporter, scene);
+            const double took = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
             testing::internal::GetCapturedStdout();
             EXPECT_FALSE(reporter.HasError()) << reporter.ErrorText();
             costs[i].seconds = std::min(costs[i].seconds, took);
@@ -132,29 +119,21 @@ TEST(Resources, ConversionTimeAndMemoryGrowNoFasterThanTheInput)
 {
     // Each family at n and 4n: a cost of n log n grows about 4.6 times, a quadratic one 16 times.
     // `frameBytes`: what keeping every rebuilt frame would add at 4n beyond n.
-    struct Family {
-        const char* what;
-        std::function<std::string(int)> text;
-        int n;
-        size_t frameBytes;
-    };
+    struct Family { const char* what; std::function<std::string(int)> text; int n; size_t frameBytes; };
     const Family families[] = {
         {"faces declared at one place, not-a-number normals", [](int n) { return kMaterial + AtOnePlace(n); }, 16000, 0},
         {"empty frames of a mesh of 3,000 render vertices",
          [](int n) { return kMaterial + AtOnePlace(1000, n, true); }, 40, 3 * 40 * 3000 * 40},
-        {"frames over 12 meshes of 150 render vertices",
-         [](int n) {
+        {"frames over 12 meshes of 150 render vertices", [](int n) {
              std::string text = kMaterial;
              for (int m = 0; m < 12; ++m)
                  text += AtOnePlace(50, n, false, "m" + std::to_string(m));
              return text;
-         },
-         40, 3 * 40 * 12 * 150 * 40},
+         }, 40, 3 * 40 * 12 * 150 * 40},
     };
     for (const Family& family : families) {
         const std::vector<Cost> costs = Convert({family.text(family.n), family.text(4 * family.n)});
-        const Cost& small = costs[0];
-        const Cost& large = costs[1];
+        const auto& [small, large] = std::tie(costs[0], costs[1]);
         EXPECT_LT(large.seconds, 10 * small.seconds) << family.what << ": " << small.seconds << " s, then " << large.seconds;
         if (family.frameBytes) {
             EXPECT_LT(large.peak, small.peak + family.frameBytes / 10)
@@ -171,10 +150,7 @@ TEST(Resources, WeldingWorkGrowsNoFasterThanTheCorners)
     const auto step = [](int k, int across, float size) {
         return std::pair{static_cast<float>(k % across) * size, static_cast<float>(k / across) * size};
     };
-    struct Family {
-        const char* what;
-        std::function<MeshVertex(int)> corner;
-    };
+    struct Family { const char* what; std::function<MeshVertex(int)> corner; };
     const Family families[] = {
         {"not-a-number normals", [&](int) { return MeshVertex{{0, 0, 0}, {0, 0, nan}}; }},
         {"many normals", [&](int k) { const auto [x, y] = step(k, 200, 0.15f); return MeshVertex{{0, 0, 0}, {x, y, 1}}; }},
@@ -205,11 +181,7 @@ TEST(Resources, WeldingWorkGrowsNoFasterThanTheCorners)
 TEST(Resources, OutputBeyondTheFileBoundIsRefusedAndNothingIsLeft)
 {
     // 350,000 faces give 1,050,000 render vertices; 16,000 faces and 30 frames rebuild 48,000 each.
-    struct Case {
-        std::string text;
-        int line;
-        const char* message;
-    };
+    struct Case { std::string text; int line; const char* message; };
     const Case cases[] = {
         {kMaterial + AtOnePlace(350000), 8, "The render mesh of object 'x' would take the vertex and face lists"},
         {kMaterial + AtOnePlace(16000, 30, true), 16,
