@@ -55,7 +55,7 @@ TEST(DependencyFile, NamesWhatEachConvertedInputReadOrIsNotWritten)
     const struct {
         std::vector<std::string> arguments;  // after "-depfile deps.d"
         int exitCode;
-        std::string rules, message;
+        std::string rules, message = {};
     } cases[] = {
         {{"still.ase", "-ma", "ops.txt"}, 0, "still.vern3D: still.ase\n"},  // no frames: never opened
         {{"anim.ase", "-ma", "ops.txt"}, 0, "anim.vern3D: anim.ase \\\n  ops.txt\n"},

@@ -194,8 +194,9 @@ TEST(GltfExport, ChannelsFollowTheConvertersKeyEvaluation)
     for (size_t i = 0; i < turns.size(); i += 4) {
         EXPECT_NEAR(std::hypot(turns[i + 2], turns[i + 3]), 1.0, 1e-5) << i / 4;
         EXPECT_EQ(std::abs(turns[i]) + std::abs(turns[i + 1]), 0.0f) << i / 4;
-        if (i > 0)
+        if (i > 0) {
             EXPECT_GT(turns[i + 2] * turns[i - 2] + turns[i + 3] * turns[i - 1], 0.0f) << i / 4;
+        }
     }
     EXPECT_NEAR(std::abs(turns[4 * 30 + 2]), std::sin(1.5), 1e-5);
     // Sample times: both keys and the fixed step between, at most the limit.
