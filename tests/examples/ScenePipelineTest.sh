@@ -36,10 +36,19 @@ build "first build" scenes/ThreeCubes.ase scenes/gridA.ase scenes/gridB.ase anim
 for output in ThreeCubes gridA gridB Flag; do
   "$work/prefix/bin/vern3d" check "$bin/assets/$output.vern3D" >/dev/null || fail "assets/$output.vern3D"
 done
-# .ninja_log: start and end (ms) of each step; the grids' conversions ran at the same time.
-read -r a0 a1 b0 b1 < <(awk '$4 ~ /^assets\/grid[AB]\.vern3D$/ { printf "%s %s ", $1, $2 } END { print "" }' "$bin/.ninja_log")
-[ -n "${b1:-}" ] && [ "$((a0 > b0 ? a0 : b0))" -lt "$((a1 < b1 ? a1 : b1))" ] ||
-  fail "-j2: the grids were converted one after the other ($a0-$a1, ${b0:-}-${b1:-} ms)"
+# .ninja_log: start and end (ms) of each step; the grids' last conversions ran at the same time.
+# On a loaded machine one may end before the other starts: up to three tries.
+overlap() {
+  read -r a0 a1 b0 b1 < <(awk '$4 == "assets/gridA.vern3D" { a0 = $1; a1 = $2 } $4 == "assets/gridB.vern3D" { b0 = $1; b1 = $2 }
+                               END { print a0, a1, b0, b1 }' "$bin/.ninja_log")
+  [ -n "${b1:-}" ] && [ "$((a0 > b0 ? a0 : b0))" -lt "$((a1 < b1 ? a1 : b1))" ]
+}
+for try in 1 2 3; do
+  overlap && break
+  [ "$try" -lt 3 ] || fail "-j2: the grids were converted one after the other ($a0-$a1, ${b0:-}-${b1:-} ms)"
+  touch "$src/scenes/gridA.ase" "$src/scenes/gridB.ase"
+  build "the grids again" scenes/gridA.ase scenes/gridB.ase
+done
 
 build "a second build"
 touch "$src/scenes/ThreeCubes.ase"
