@@ -1,6 +1,5 @@
 // FileStream: open modes, sharing, positions, and the status values and reports of its failures.
 #include "AbstractData/Platform.h"
-#include "AbstractData/Trace.h"
 #include "AbstractData/streams/FileStream.h"
 
 #include "support/TestFiles.h"
@@ -85,9 +84,8 @@ TEST_F(FileStreamTest, FailedOpensReportTheNameAndLeaveNoFile)
         TraceCapture trace;
         EXPECT_EQ(stream.Open(c.path.c_str(), c.flags), c.status);
         EXPECT_FALSE(stream.IsOpen());
-        EXPECT_EQ(trace.lines, (Lines{"commonCode/AbstractData/streams/FileStream(68) : Error: Open file '" + c.path +
-                                          "' failed.\n",
-                                      Report(71, c.status)}));
+        const std::string named = "commonCode/AbstractData/streams/FileStream(68) : Error: Open file '" + c.path + "' failed.\n";
+        EXPECT_EQ(trace.lines, (Lines{named, Report(71, c.status)}));
         uint8_t byte = 0;
         EXPECT_EQ(stream.Read(&byte, 1), kUnexpected);  // the handle stayed null
     }

@@ -11,24 +11,13 @@ namespace {
 
 using namespace vern3d;
 
-RotationKey Turn(int32_t time, Vector3 axis, float angle)
-{
-    RotationKey key;
-    key.time = time;
-    key.axis = axis;
-    key.angle = angle;
-    key.matrix = Matrix::Identity();
-    return key;
-}
+RotationKey Turn(int32_t time, Vector3 axis, float angle) { return {time, axis, angle, Matrix::Identity()}; }
 
 TEST(EvaluateKeys, RotationEasesBetweenKeysAndLeavesTheTranslation)
 {
     const float angle = 1.2f;
     const RotationKey keys[] = {Turn(0, {0, 0, 1}, 0.7f), Turn(1000, {0, 0, 1}, angle)};
-    const struct {
-        uint32_t time;
-        float turn;  // about z, relative to key 0's orientation
-    } cases[] = {
+    const struct { uint32_t time; float turn; } cases[] = {  // turn: about z, relative to key 0's orientation
         {500, -0.5f * angle},      // eased 3s^2(1 - s) + s^3 = 0.5
         {250, -0.15625f * angle},  // 3 (1/16)(3/4) + 1/64
         {0, 0.0f},                 // at the first key: key 0's orientation, its own turn never applied
@@ -51,10 +40,7 @@ TEST(EvaluateKeys, PositionFollowsTheBezierCurve)
 {
     // Control points at one and two thirds of the straight line: the curve is the line.
     const PositionKey keys[] = {{100, {0, 0, 0}, {0, 0, 0}, {1, 2, 0}}, {200, {3, 6, 0}, {2, 4, 0}, {9, 9, 9}}};
-    const struct {
-        uint32_t time;
-        float x, y;
-    } cases[] = {{150, 1.5f, 3.0f}, {125, 0.75f, 1.5f}, {50, 0, 0}, {100, 0, 0}, {900, 3, 6}};
+    const struct { uint32_t time; float x, y; } cases[] = {{150, 1.5f, 3.0f}, {125, 0.75f, 1.5f}, {50, 0, 0}, {100, 0, 0}, {900, 3, 6}};
     for (const auto& c : cases) {
         const Matrix local = LocalTransformAt(Matrix::Identity(), keys, {}, c.time);
         EXPECT_NEAR(local(3, 0), c.x, 1e-6f) << c.time;

@@ -202,10 +202,8 @@ TEST(SceneDecoding, FailuresNameChunkAndFileOffset)
 {
     const MeshShape sample = SampleMesh();
     const Bytes valid = SampleFile(sample);
-    const uint64_t mesh = ChunkStart(valid, kChunkMesh);
+    const uint64_t mesh = ChunkStart(valid, kChunkMesh), table = ChunkStart(valid, kChunkTextureTable);
     const uint32_t directory = GetU32(valid, 24);
-
-    const uint64_t table = ChunkStart(valid, kChunkTextureTable);
     const auto damaged = [&](uint64_t at, uint32_t value) {
         Bytes file = valid;
         PutU32(file, at, value);

@@ -66,14 +66,11 @@ void ExpectProductIsScaledIdentity(const Matrix& a, const Matrix& b, double fact
 
 void ExpectMatrixNear(const Matrix& actual, const Matrix& expected, float tolerance, const std::string& label)
 {
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j)
-            EXPECT_NEAR(actual(i, j), expected(i, j), tolerance) << label << " [" << i << "][" << j << "]";
+    for (int k = 0; k < 16; ++k)
+        EXPECT_NEAR(actual.m[k], expected.m[k], tolerance) << label << " element " << k;
 }
 
-struct Vec3d {
-    double x, y, z;
-};
+struct Vec3d { double x, y, z; };
 Vec3d D(const Vector3& v) { return {v.x, v.y, v.z}; }
 Vec3d Minus(const Vec3d& a, const Vec3d& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
 double DotD(const Vec3d& a, const Vec3d& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
@@ -83,12 +80,9 @@ Vec3d UnitD(const Vec3d& a) { return {a.x / LengthD(a), a.y / LengthD(a), a.z / 
 Vec3d RowD(const Matrix& m, int i) { return {m(i, 0), m(i, 1), m(i, 2)}; }
 Vec3d ColumnD(const Matrix& m, int j) { return {m(0, j), m(1, j), m(2, j)}; }
 // v as a row vector times the upper-left 3x3 of m.
-Vec3d RotateD(const Vec3d& v, const Matrix& m)
-{
-    return {DotD(v, ColumnD(m, 0)), DotD(v, ColumnD(m, 1)), DotD(v, ColumnD(m, 2))};
-}
+Vec3d RotateD(const Vec3d& v, const Matrix& m) { return {DotD(v, ColumnD(m, 0)), DotD(v, ColumnD(m, 1)), DotD(v, ColumnD(m, 2))}; }
 
-TEST(TransformMathTest, VectorOperationsMatchHandWorkedValues)
+TEST(TransformMathTest, VectorOperationsAndNormalizeRowsMatchHandWorkedValues)
 {
     const Vector3 r = Cross({1, 2, 3}, {4, 5, 6}), z = Cross({0, 1, 0}, {1, 0, 0});
     EXPECT_TRUE(r.x == -3 && r.y == 6 && r.z == -3 && z.x == 0 && z.y == 0 && z.z == -1);
@@ -99,6 +93,11 @@ TEST(TransformMathTest, VectorOperationsMatchHandWorkedValues)
     // (1, 2, 3) turned a quarter about z (x -> y) and moved by (10, 20, 30).
     const Vector3 p = TransformPoint({1, 2, 3}, FromRows({{0, 1, 0, 0}, {-1, 0, 0, 0}, {0, 0, 1, 0}, {10, 20, 30, 1}}));
     EXPECT_TRUE(p.x == 8 && p.y == 21 && p.z == 33);
+    // NormalizeRows keeps row and column 3; MultiplyRotation follows from ProductsAreLeftToRightFloatSums.
+    Matrix m = FromRows({{3, 4, 0, 7}, {0, 0, -2, 8}, {1, 2, 2, 9}, {5, 6, 7, 1}});
+    NormalizeRows(m);
+    ExpectMatrixNear(m, FromRows({{0.6f, 0.8f, 0, 7}, {0, 0, -1, 8}, {1.0f / 3, 2.0f / 3, 2.0f / 3, 9}, {5, 6, 7, 1}}),
+                     1e-7f, "NormalizeRows");
 }
 
 TEST(TransformMathTest, InverseOfKnownTransforms)
@@ -147,15 +146,6 @@ TEST(TransformMathTest, InverseAndAdjugateOfRandomMatrices)
         ExpectProductIsScaledIdentity(m, inverse, 1.0, 1e-5, label + " M Inv(M)");
         ExpectProductIsScaledIdentity(inverse, m, 1.0, 1e-5, label + " Inv(M) M");
     }
-}
-
-// MultiplyRotation's worked values follow from ProductsAreLeftToRightFloatSums below.
-TEST(TransformMathTest, NormalizeRowsKeepsRowAndColumnThree)
-{
-    Matrix m = FromRows({{3, 4, 0, 7}, {0, 0, -2, 8}, {1, 2, 2, 9}, {5, 6, 7, 1}});
-    NormalizeRows(m);
-    ExpectMatrixNear(m, FromRows({{0.6f, 0.8f, 0, 7}, {0, 0, -1, 8}, {1.0f / 3, 2.0f / 3, 2.0f / 3, 9}, {5, 6, 7, 1}}),
-                     1e-7f, "NormalizeRows");
 }
 
 // The products are float sums taken left to right in index order. Inputs mix magnitudes from 2^-8

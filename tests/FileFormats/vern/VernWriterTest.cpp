@@ -1,7 +1,5 @@
 // VernWriter: the bytes of finished and unfinished containers, the chunk rules, counted strings,
 // and how failures of the file surface.
-#include "AbstractData/Trace.h"
-#include "AbstractData/streams/FileStream.h"
 #include "vern/VernWriter.h"
 
 #include "support/TestFiles.h"
