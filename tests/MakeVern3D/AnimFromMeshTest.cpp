@@ -1,5 +1,5 @@
-#include "Parser/Reporter.h"
 #include "Scene/BaseNode.h"
+#include "support/AseTestParse.h"
 
 #include <gtest/gtest.h>
 
@@ -37,14 +37,12 @@ Triangle Moved(const Triangle& triangle, const Turn& turn, const Vector3& offset
 
 MeshNode& AddMesh(BaseNode& root, const std::string& name, const Frames& frames)
 {
-    auto owned = std::make_unique<MeshNode>(name);
-    MeshNode& node = *owned;
+    MeshNode& node = asetest::AddNode<MeshNode>(root, name);
     for (const auto& [time, vertices] : frames) {
         node.frames.push_back(std::make_unique<Mesh>());
         node.frames.back()->time = time;
         node.frames.back()->vertices = vertices;
     }
-    root.AddChild(std::move(owned));
     return node;
 }
 
@@ -69,11 +67,8 @@ TEST(AnimFromMesh, SingleFrameGivesItsBasisAndReplacesKeysFacesAndFrames)
     for (const Vector3& point : {key.position, key.inTangent, key.outTangent})
         EXPECT_EQ(Xyz(point), (std::array<float, 3>{1, 2, 3}));
     ASSERT_EQ(node.rotationKeys.size(), 2u);
-    for (const RotationKey& turn : node.rotationKeys) {
-        EXPECT_EQ(turn.time, 40);
-        EXPECT_EQ(Xyz(turn.axis), (std::array<float, 3>{0, 0, 1}));
-        EXPECT_EQ(turn.angle, 0.0f);
-    }
+    for (const RotationKey& turn : node.rotationKeys)
+        EXPECT_EQ(std::tuple(turn.time, Xyz(turn.axis), turn.angle), std::tuple(40, (std::array<float, 3>{0, 0, 1}), 0.0f));
     EXPECT_TRUE(node.frames.empty());
     EXPECT_TRUE(node.mesh.faces.empty());
     EXPECT_EQ(node.mesh.vertices.size(), 2u);
@@ -100,19 +95,16 @@ TEST(AnimFromMesh, TranslationKeepsTheOrientationAndPutsTangentsAtThirds)
     };
     ASSERT_EQ(node.positionKeys.size(), 3u);
     for (size_t i = 0; i < 3; ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(node.positionKeys[i].time, keys[i].time);
-        EXPECT_EQ(Xyz(node.positionKeys[i].position), keys[i].position);
-        EXPECT_EQ(Xyz(node.positionKeys[i].inTangent), keys[i].in);
-        EXPECT_EQ(Xyz(node.positionKeys[i].outTangent), keys[i].out);
+        const PositionKey& key = node.positionKeys[i];
+        EXPECT_EQ(std::tuple(key.time, Xyz(key.position), Xyz(key.inTangent), Xyz(key.outTangent)),
+                  std::tuple(keys[i].time, keys[i].position, keys[i].in, keys[i].out)) << i;
     }
     const int32_t rotationTimes[] = {0, 100, 300, 300};
     ASSERT_EQ(node.rotationKeys.size(), 4u);
     for (size_t i = 0; i < 4; ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(node.rotationKeys[i].time, rotationTimes[i]);
-        EXPECT_EQ(Xyz(node.rotationKeys[i].axis), (std::array<float, 3>{0, 0, 1}));
-        EXPECT_EQ(node.rotationKeys[i].angle, 0.0f);
+        const RotationKey& key = node.rotationKeys[i];
+        EXPECT_EQ(std::tuple(key.time, Xyz(key.axis), key.angle), std::tuple(rotationTimes[i], std::array<float, 3>{0, 0, 1}, 0.0f))
+            << i;
     }
 }
 
@@ -199,10 +191,8 @@ TEST(AnimFromMesh, FailuresReportAndChangeNothing)
         node.CreateAnimFromMesh(reporter, 1);
         EXPECT_TRUE(reporter.HasError());
         EXPECT_NE(reporter.ErrorText().find(test.message), std::string::npos) << reporter.ErrorText();
-        EXPECT_EQ(node.world(3, 0), 7.0f);
-        EXPECT_EQ(node.positionKeys.size(), 2u);
-        EXPECT_EQ(node.rotationKeys.size(), 1u);
-        EXPECT_EQ(node.mesh.faces.size(), 3u);
+        EXPECT_EQ(std::tuple(node.world(3, 0), node.positionKeys.size(), node.rotationKeys.size(), node.mesh.faces.size()),
+                  std::tuple(7.0f, 2u, 1u, 3u));
         EXPECT_EQ(node.frames.size(), test.frames.size());
     }
 }

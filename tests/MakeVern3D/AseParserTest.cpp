@@ -115,11 +115,9 @@ TEST(GeometryObjects, NamesTransformsAndDefaults)
                            Geom("plain"));
     ASSERT_EQ(ChildNames(parsed.Root()), (Names{"second name", "plain"}));
     const auto& node = asetest::Child<MeshNode>(parsed);
-    EXPECT_EQ(node.world.m, (std::array<float, 16>{2, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 10, 20, 30, 1}));
-    EXPECT_EQ(node.materialRef, 3);
     const auto& plain = asetest::Child<MeshNode>(parsed, 1);
-    EXPECT_EQ(plain.materialRef, -1);
-    EXPECT_EQ(plain.world.m, (std::array<float, 16>{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}));
+    EXPECT_EQ(std::tuple(node.world.m, node.materialRef, plain.world.m, plain.materialRef),
+              std::tuple(std::array<float, 16>{2, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 10, 20, 30, 1}, 3, Matrix::Identity().m, -1));
 
     // Unknown keywords warn, and reading goes on.
     auto unknown = ParseAse(Geom("a", "*SOMETHING 12\n*MESH_CVERTLIST {\n*MESH_VERTCOL 0 1 1 1\n}\n"));
@@ -143,8 +141,7 @@ TEST(GeometryObjects, ParentLinks)
 
     // A parent record may name the root, by the name it gets from the file's path.
     testfiles::ScratchDirectory directory;
-    const std::string source = directory.Write("s.ase", "*HELPEROBJECT {\n*NODE_NAME \"h\"\n*NODE_PARENT \"root node - " +
-                                                             directory.Path() + "/s.ase\"\n}\n");
+    const std::string source = directory.Write("s.ase", Helper("h", "*NODE_PARENT \"root node - " + directory.Path() + "/s.ase\"\n"));
     Reporter reporter;
     Scene scene;
     testing::internal::CaptureStdout();

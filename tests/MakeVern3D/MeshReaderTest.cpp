@@ -68,15 +68,10 @@ TEST(MeshReading, FacesTextureListsAndNormals)
     // The smoothing list keeps its first group; labels are not checked.
     EXPECT_EQ(faces,
               (std::vector<std::vector<int>>{{1, 2, 3, 0, 1, 0, -1, 5}, {4, 5, 6, 1, 0, 1, 3, 2}, {7, 8, 9, 1, 1, 1, 12, 0}}));
-    ASSERT_EQ(mesh.texVertices.size(), 3u);
-    EXPECT_EQ(mesh.texVertices[1].index, 2);
-    EXPECT_EQ(mesh.texVertices[1].v, 0.6f);
-    EXPECT_EQ(mesh.texVertices[2].index, 1);
-    ASSERT_EQ(mesh.texFaces.size(), 1u);
-    EXPECT_EQ(std::vector<int>({mesh.texFaces[0].index, mesh.texFaces[0].b}), std::vector<int>({1, 2}));
-    ASSERT_EQ(mesh.normals.size(), 1u);
-    EXPECT_EQ(mesh.normals[0].faceNormal.z, 1.0f);
-    EXPECT_EQ(mesh.normals[0].vertexNormals[2].y, 0.7f);
+    ASSERT_EQ(std::tuple(mesh.texVertices.size(), mesh.texFaces.size(), mesh.normals.size()), std::tuple(3u, 1u, 1u));
+    EXPECT_EQ(std::tuple(mesh.texVertices[1].index, mesh.texVertices[1].v, mesh.texVertices[2].index), std::tuple(2, 0.6f, 1));
+    EXPECT_EQ(std::pair(mesh.texFaces[0].index, mesh.texFaces[0].b), std::pair(1, 2));
+    EXPECT_EQ(std::pair(mesh.normals[0].faceNormal.z, mesh.normals[0].vertexNormals[2].y), std::pair(1.0f, 0.7f));
 }
 
 TEST(MeshReading, TimeValues)
@@ -151,11 +146,10 @@ TEST(MeshAnimation, FramesInFileOrderWithTheVertexCountCheck)
                                                  frame(160, 9) + frame(0, 8) + "}\n"));
     ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
     EXPECT_EQ(parsed.printed, parsed.At(18) + "The vertex count differs to older frames. Object: box Frame: 1\n");
-    const MeshNode& node = FirstMesh(parsed);
-    ASSERT_EQ(node.frames.size(), 3u);
-    EXPECT_EQ(node.frames[0]->time, 66);
-    EXPECT_EQ(node.frames[1]->time, 33);
-    EXPECT_EQ(node.frames[2]->time, 0);
+    std::vector<int32_t> times;
+    for (const auto& frame : FirstMesh(parsed).frames)
+        times.push_back(frame->time);
+    EXPECT_EQ(times, (std::vector<int32_t>{66, 33, 0}));
 
     // Frames before the object's own mesh are compared with an empty mesh.
     const auto early = ParseAse(Object("*MESH_ANIMATION {\n" + frame(0, 0) + frame(0, 3) + "}\n*MESH {\n}\n"));

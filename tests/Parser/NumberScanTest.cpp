@@ -182,9 +182,8 @@ TEST(NumberScanTest, WindowsSpellingsOfNanAndInfinity) {
 
 // Random strings assembled from the pieces that steer the collection rules: well-formed floats,
 // exact ties between adjacent floats, and fragments.
-class Generator {
- public:
-  explicit Generator(uint64_t seed) : random_(seed) {}
+struct Generator {
+  std::mt19937_64 random_;
 
   std::string Next() {
     switch (Below(6)) {
@@ -194,7 +193,6 @@ class Generator {
     }
   }
 
- private:
   uint32_t Below(uint32_t n) { return static_cast<uint32_t>(random_() % n); }
 
   std::string Digits(size_t count) {
@@ -249,8 +247,6 @@ class Generator {
     }
     return text;
   }
-
-  std::mt19937_64 random_;
 };
 
 TEST(NumberScanTest, ShortDecimalsByOneMultiplicationRoundAsTheQuotient) {
@@ -269,7 +265,7 @@ TEST(NumberScanTest, ShortDecimalsByOneMultiplicationRoundAsTheQuotient) {
 }
 
 TEST(NumberScanTest, RandomInputsMatchTheCLibrary) {
-  Generator generator(20240611);
+  Generator generator{std::mt19937_64(20240611)};
   int disagreements = 0;
   for (int i = 0; i < 120000 && disagreements < 20; ++i) {
     const std::string problem = Disagreement(generator.Next());
