@@ -121,19 +121,6 @@ TEST(SelectObjects, KeepsExactlyTheNamedObjects)
     EXPECT_EQ(ChildNames(*root.Children()[0]), (Names{"a-sub"}));
 }
 
-// A node that, as a mesh, gets its bounds when its writing begins; else a plain transform node.
-struct BoundedNode : TransformNode {
-    using TransformNode::TransformNode;
-    HRESULT BeginWrite(NodeWriteContext& context, bool* write) override
-    {
-        if (mesh)
-            hasBounds = true, bounds = meshSphere;
-        return TransformNode::BeginWrite(context, write);
-    }
-    bool mesh = false;
-    Sphere meshSphere;
-};
-
 // The record of a node as a literal chain of requests computes it: each node asks its parent,
 // which asks its own parent, and every asked node that has bounds grows its parent's.
 struct Reference {
@@ -145,7 +132,18 @@ struct Reference {
     Sphere bounds;
     Reference* parent = nullptr;
     std::vector<std::unique_ptr<Reference>> children;
-    NodeInfo written;
+};
+
+// A node that gets its bounds when its writing begins if its mirror is a mesh; else a plain transform node.
+struct BoundedNode : TransformNode {
+    using TransformNode::TransformNode;
+    HRESULT BeginWrite(NodeWriteContext& context, bool* write) override
+    {
+        if (mirror->mesh)
+            hasBounds = true, bounds = mirror->meshSphere;
+        return TransformNode::BeginWrite(context, write);
+    }
+    const Reference* mirror = nullptr;
 };
 
 NodeInfo ReferenceInfo(Reference& node)
@@ -173,13 +171,16 @@ NodeInfo ReferenceInfo(Reference& node)
     return info;
 }
 
-void ReferenceWrite(Reference& node)
+// Writes the subtree of `node`: children first, each record in its place in pre-order.
+void ReferenceWrite(Reference& node, std::vector<NodeInfo>& written)
 {
     if (node.mesh)
         node.hasBounds = true, node.bounds = node.meshSphere;
+    const size_t slot = written.size();
+    written.emplace_back();
     for (auto& child : node.children)
-        ReferenceWrite(*child);
-    node.written = ReferenceInfo(node);
+        ReferenceWrite(*child, written);
+    written[slot] = ReferenceInfo(node);
 }
 
 void ExpectSameInfo(const NodeInfo& actual, const NodeInfo& expected, const std::string& where)
@@ -187,13 +188,6 @@ void ExpectSameInfo(const NodeInfo& actual, const NodeInfo& expected, const std:
     EXPECT_EQ(std::tuple(actual.flags, std::memcmp(&actual.matrix, &expected.matrix, 64),
                          std::memcmp(&actual.bounds, &expected.bounds, 16), std::memcmp(&actual.parentBounds, &expected.parentBounds, 16)),
               std::tuple(expected.flags, 0, 0, 0)) << where;
-}
-
-void PreOrder(Reference& node, std::vector<Reference*>& out)
-{
-    out.push_back(&node);
-    for (auto& child : node.children)
-        PreOrder(*child, out);
 }
 
 TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
@@ -221,13 +215,13 @@ TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
             mirror->parent = referenceParent;
             auto node = std::make_unique<BoundedNode>("n" + std::to_string(nodes.size()));
             node->world = world;
-            node->mesh = mirror->mesh;
-            node->meshSphere = mirror->meshSphere;
+            node->mirror = mirror.get();
             nodes.emplace_back(node.get(), mirror.get());
             parent->AddChild(std::move(node));
             referenceParent->children.push_back(std::move(mirror));
         }
-        ReferenceWrite(reference);
+        std::vector<NodeInfo> expected;
+        ReferenceWrite(reference, expected);
 
         const std::string path = directory.Path() + "/tree.vern3D";
         Reporter reporter;
@@ -235,11 +229,9 @@ TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
         vern3d::Scene scene;
         std::string error;
         ASSERT_TRUE(vern3d::DecodeFile(path, &scene, &error)) << error;
-        std::vector<Reference*> order;
-        PreOrder(reference, order);
-        ASSERT_EQ(scene.nodes.size(), order.size());
-        for (size_t i = 0; i < order.size(); ++i)
-            ExpectSameInfo(scene.nodes[i].info, order[i]->written, "round " + std::to_string(round) + " node " + std::to_string(i));
+        ASSERT_EQ(scene.nodes.size(), expected.size());
+        for (size_t i = 0; i < expected.size(); ++i)
+            ExpectSameInfo(scene.nodes[i].info, expected[i], "round " + std::to_string(round) + " node " + std::to_string(i));
         // A node's own request outside writing, now that the meshes have bounds, asks the same chain.
         for (auto [node, mirror] : nodes) {
             NodeInfo actual;
