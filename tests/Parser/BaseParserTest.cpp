@@ -67,6 +67,7 @@ TEST(SymbolScanner, CutsWordsStringsAndBraces)
         std::string text;
         std::vector<std::string> symbols;
         std::string error = "";  // the end of the error text, if reading fails
+        std::vector<int> lines = {};  // if given: the line after each symbol
     };
     const std::string fits(BaseParser::kMaxSymbolLength, 'w');
     const Case cases[] = {
@@ -77,6 +78,8 @@ TEST(SymbolScanner, CutsWordsStringsAndBraces)
         {"\"two\nlines\" x\n", {"two\nlines", "x", kEnd}},
         {"a(b)c\"d\" ", {"a", "(", "b", ")", "c", "d", kEnd}},
         {"\t\r\n *KEY\r\n", {"*KEY", kEnd}},
+        // A word at the end of a line still counts on its line; the quoted string ends on line 3.
+        {"a\nb \"c\nd\"\n\n\n\n\ne\n", {"a", "b", "c\nd", "e", kEnd}, "", {1, 2, 3, 8, 9}},
         // A zero byte where a symbol starts ends the data.
         {std::string("a \0 b\n", 6), {"a", kEnd}},
         // Inside a word it is kept, and the symbol ends at it.
@@ -98,6 +101,9 @@ TEST(SymbolScanner, CutsWordsStringsAndBraces)
         EXPECT_EQ(scan.symbols, test.symbols) << test.text;
         EXPECT_EQ(scan.failed, !test.error.empty()) << test.text;
         EXPECT_TRUE(scan.errorText.ends_with(test.error)) << scan.errorText;
+        if (!test.lines.empty()) {
+            EXPECT_EQ(scan.lines, test.lines) << test.text;
+        }
     }
 }
 
@@ -146,14 +152,6 @@ TEST(SymbolScanner, ReadCharUngetCharAndReadingPastTheEnd)
     EXPECT_FALSE(next.NextSymbol(symbol));
 }
 
-TEST(SymbolScanner, LinesFollowTheLastCharacterConsumed)
-{
-    const Scan scan = ScanText("a\nb \"c\nd\"\n\n\n\n\ne\n");
-    EXPECT_EQ(scan.symbols, (std::vector<std::string>{"a", "b", "c\nd", "e", kEnd}));
-    // A word at the end of a line still counts on its line; the quoted string ends on line 3.
-    EXPECT_EQ(scan.lines, (std::vector<int>{1, 2, 3, 8, 9}));
-}
-
 TEST(ParseLoop, SkipsBlocksAndHandsOnOtherSymbols)
 {
     ScratchDirectory directory;
@@ -193,18 +191,15 @@ TEST(ParseFile, MissingAndUnreadableFiles)
     ScratchDirectory directory;
     Reporter reporter;
     BaseParser parser(reporter);
-    const HRESULT missing = parser.ParseFile("no-such-file.ase");
-    EXPECT_EQ(static_cast<uint32_t>(missing), 0x80070002u);
+    EXPECT_EQ(static_cast<uint32_t>(parser.ParseFile("no-such-file.ase")), 0x80070002u);
     EXPECT_TRUE(reporter.HasError());
     EXPECT_EQ(reporter.ErrorText(), "no-such-file.ase(1) error: Could not open file 'no-such-file.ase'.\n");
 
-    const HRESULT folder = parser.ParseFile(directory.Path());
-    EXPECT_TRUE(Failed(folder));
+    EXPECT_TRUE(Failed(parser.ParseFile(directory.Path())));
     EXPECT_EQ(reporter.ErrorText(), directory.Path() + "(1) error: Could not read from file '" + directory.Path() + "'.\n");
 
     // The same parser reads the next file with a clear state.
-    const std::string good = directory.Write("good.ase", "{ }\n");
-    EXPECT_EQ(parser.ParseFile(good), S_OK);
+    EXPECT_EQ(parser.ParseFile(directory.Write("good.ase", "{ }\n")), S_OK);
     EXPECT_FALSE(reporter.HasError());
     EXPECT_EQ(parser.Line(), 2);
 }
