@@ -162,8 +162,7 @@ TEST(AseReader, EachFileStartsAfresh)
     reader.Read(first, scene);
     EXPECT_EQ(reader.frameSpeed, 30);
     reader.Read(second, scene);
-    EXPECT_EQ(reader.frameSpeed, -1);
-    EXPECT_EQ(reader.ticksPerFrame, -1);
+    EXPECT_EQ(std::pair(reader.frameSpeed, reader.ticksPerFrame), std::pair(-1, -1));
     EXPECT_EQ(scene.root->name, "root node - " + second);
     EXPECT_EQ(ChildNames(scene.root.get()), (Names{"B"}));
 }
