@@ -185,8 +185,8 @@ void ReferenceWrite(Reference& node, std::vector<NodeInfo>& written)
 
 void ExpectSameInfo(const NodeInfo& actual, const NodeInfo& expected, const std::string& where)
 {
-    EXPECT_EQ(std::tuple(actual.flags, std::memcmp(&actual.matrix, &expected.matrix, 64),
-                         std::memcmp(&actual.bounds, &expected.bounds, 16), std::memcmp(&actual.parentBounds, &expected.parentBounds, 16)),
+    EXPECT_EQ(std::tuple(actual.flags, std::memcmp(&actual.matrix, &expected.matrix, 64), std::memcmp(&actual.bounds, &expected.bounds, 16),
+                         std::memcmp(&actual.parentBounds, &expected.parentBounds, 16)),
               std::tuple(expected.flags, 0, 0, 0)) << where;
 }
 
