@@ -76,16 +76,11 @@ Names AfterDirectives(const std::string& name)
 TEST(NameDirectives, Table)
 {
     const std::pair<const char*, Names> cases[] = {
-        {"convert()Box", {"Box", "last"}},
-        {"CONVERT(DELETE)Box", {"last", "kid"}},
-        {"convert()", {"", "last"}},
+        {"convert()Box", {"Box", "last"}}, {"CONVERT(DELETE)Box", {"last", "kid"}}, {"convert()", {"", "last"}},
         {"convert(delete,createanimfrommesh)Box", {"last", "kid"}},
         {"convert(createanimfrommesh,delete)Box", {"last", "kid"}},  // a helper: no animation to make
-        {"convert( delete)Box", {"Box", "last"}},
-        {"convert(unknown,other)Box", {"Box", "last"}},
-        {"convert(delete", {"convert(delete", "last"}},
-        {"convert(", {"convert(", "last"}},
-        {"Convert", {"Convert", "last"}},
+        {"convert( delete)Box", {"Box", "last"}}, {"convert(unknown,other)Box", {"Box", "last"}},
+        {"convert(delete", {"convert(delete", "last"}}, {"convert(", {"convert(", "last"}}, {"Convert", {"Convert", "last"}},
         {"convert()convert(delete)", {"convert(delete)", "last"}},
     };
     for (const auto& [name, topLevel] : cases)

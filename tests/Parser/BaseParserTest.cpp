@@ -71,13 +71,9 @@ TEST(SymbolScanner, CutsWordsStringsAndBraces)
     };
     const std::string fits(BaseParser::kMaxSymbolLength, 'w');
     const Case cases[] = {
-        {"", {kEnd}},
-        {"}", {"}", kEnd}},
-        {"abc{d}\n", {"abc", "{", "d", "}", kEnd}},
-        {"\"a b\" \"{\" \"\"\n", {"a b", "{", "", kEnd}},
-        {"\"two\nlines\" x\n", {"two\nlines", "x", kEnd}},
+        {"", {kEnd}}, {"}", {"}", kEnd}}, {"abc{d}\n", {"abc", "{", "d", "}", kEnd}}, {"\t\r\n *KEY\r\n", {"*KEY", kEnd}},
+        {"\"a b\" \"{\" \"\"\n", {"a b", "{", "", kEnd}}, {"\"two\nlines\" x\n", {"two\nlines", "x", kEnd}},
         {"a(b)c\"d\" ", {"a", "(", "b", ")", "c", "d", kEnd}},
-        {"\t\r\n *KEY\r\n", {"*KEY", kEnd}},
         // A word at the end of a line still counts on its line; the quoted string ends on line 3.
         {"a\nb \"c\nd\"\n\n\n\n\ne\n", {"a", "b", "c\nd", "e", kEnd}, "", {1, 2, 3, 8, 9}},
         // A zero byte where a symbol starts ends the data.
