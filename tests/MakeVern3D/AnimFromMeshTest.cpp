@@ -84,10 +84,7 @@ TEST(AnimFromMesh, TranslationKeepsTheOrientationAndPutsTangentsAtThirds)
 
     // Steps (10, 0, 0) and (0, -6, 0) times the float32 1/3 (0.333333343): 10 * 1/3 rounds to
     // 3.33333349 (10.0f / 3.0f would be 3.33333325), -6 * 1/3 to -2.
-    struct Expected {
-        int32_t time;
-        std::array<float, 3> position, in, out;
-    };
+    struct Expected { int32_t time; std::array<float, 3> position, in, out; };
     const Expected keys[] = {
         {0, {0, 0, 0}, {0, 0, 0}, {3.33333349f, 0, 0}},
         {100, {10, 0, 0}, {6.66666651f, 0, 0}, {10, -2, 0}},
@@ -114,13 +111,7 @@ TEST(AnimFromMesh, EvaluationAtEachFrameTimeReproducesThatFrame)
     // node's space by its world and out by the transform evaluated at frame i's time, must land
     // on frame i's vertices. Each turn is written out as its effect on coordinates; the keys
     // store it as a turn by a negative angle.
-    struct Case {
-        const char* name;
-        Triangle first;
-        Turn turn;
-        Vector3 axis;
-        float angle;
-    };
+    struct Case { const char* name; Triangle first; Turn turn; Vector3 axis; float angle; };
     const float k = 0.577350269f;  // 1 / sqrt(3)
     const float kPi = std::numbers::pi_v<float>;
     const Case cases[] = {
@@ -167,11 +158,7 @@ TEST(AnimFromMesh, EvaluationAtEachFrameTimeReproducesThatFrame)
 TEST(AnimFromMesh, FailuresReportAndChangeNothing)
 {
     // Message 15 without frames; message 20 for a frame of fewer than three vertices, wherever it is.
-    struct Case {
-        const char* name;
-        Frames frames;
-        std::string message;
-    };
+    struct Case { const char* name; Frames frames; std::string message; };
     const Case cases[] = {
         {"no frames", {}, "mesh animation is a mesh animation necessary. This error appears in object 'Box'."},
         {"short first frame", {{0, {{0, 0, 0}, {1, 0, 0}}}, {10, kBase}},

@@ -19,13 +19,8 @@ const TransformNode& FirstNode(const asetest::Parsed& parsed) { return asetest::
 // a third of the time between the keys away (in ticks); the outer ones stay as read.
 TEST(AnimationKeys, TicksBecomeMillisecondsAndTangentsControlPoints)
 {
-    struct Case {
-        const char* what;
-        std::string before, after;
-        int32_t ticks[2], times[2];
-        float third, tolerance;  // the control points' distance
-        int warningLine;
-    };
+    // `third`: the control points' distance, within `tolerance`.
+    struct Case { const char* what; std::string before, after; int32_t ticks[2], times[2]; float third, tolerance; int warningLine; };
     const std::string zero = "*SCENE {\n*SCENE_FRAMESPEED 0\n*SCENE_TICKSPERFRAME 160\n}\n";
     const Case cases[] = {
         // One third of 100 ms in ticks is 160, up to the single-precision constants.

@@ -24,13 +24,7 @@ std::string Geom(const std::string& name, const std::string& extra = "")
 // root's children afterwards. Line 0: nothing is printed.
 TEST(AseDocument, ReportsTheirLinesAndWhatIsKept)
 {
-    struct Case {
-        std::string text;
-        int line;
-        std::string message;
-        Names top;
-        bool error = true;
-    };
+    struct Case { std::string text; int line; std::string message; Names top; bool error = true; };
     std::string deep;  // objects inside objects, a thousand deep
     for (int i = 0; i < 1000; ++i)
         deep += "*GEOMOBJECT {\n";

@@ -25,10 +25,7 @@ std::vector<float> Xs(const Mesh& mesh)
 
 TEST(MeshReading, VerticesByNumber)
 {
-    struct Case {
-        std::string lines;
-        std::vector<float> xs;
-    };
+    struct Case { std::string lines; std::vector<float> xs; };
     const Case cases[] = {
         {"*MESH_NUMVERTEX 3\n*MESH_VERTEX_LIST {\n*MESH_VERTEX 2 2 0 0\n*MESH_VERTEX 0 0 0 0\n*MESH_VERTEX 1 1 0 0\n}\n",
          {0, 1, 2}},
@@ -76,11 +73,7 @@ TEST(MeshReading, FacesTextureListsAndNormals)
 
 TEST(MeshReading, TimeValues)
 {
-    struct Case {
-        std::string before, mesh;
-        int32_t time;
-        int warningLine = 0;
-    };
+    struct Case { std::string before, mesh; int32_t time; int warningLine = 0; };
     const Case cases[] = {
         {kScene, "*TIMEVALUE 480\n", 100},
         {kScene, "*TIMEVALUE 0\n", 0},
@@ -102,11 +95,7 @@ TEST(MeshReading, TimeValues)
 
 TEST(MeshReading, ReportsWithTheirLines)
 {
-    struct Case {
-        std::string mesh;
-        int line;
-        std::string text;
-    };
+    struct Case { std::string mesh; int line; std::string text; };
     const std::string face = "*MESH_FACE_LIST {\n*MESH_FACE 0: A: 0 B: 1 C: 2 AB: 1 BC: 1 CA: 1 ";
     const Case cases[] = {
         {face + "*MESH_MTLID 0\n}\n", 5, "Aspected symbol '*MESH_SMOOTHING' but found symbol '*MESH_MTLID'.\n"},
