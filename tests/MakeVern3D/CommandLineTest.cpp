@@ -39,12 +39,7 @@ TEST(CommandLineTokens, JoinsArgumentsAndSplitsOnlyOptions)
     EXPECT_EQ(CommandLineTokens(1, argv).Line(), "");
 }
 
-struct Parsed {
-    CommandLineResult result;
-    ConvertSettings settings;
-    CommandLine line;
-    std::string printed;
-};
+struct Parsed { CommandLineResult result; ConvertSettings settings; CommandLine line; std::string printed; };
 
 Parsed Parse(std::vector<const char*> arguments)
 {

@@ -28,12 +28,7 @@ public:
 };
 
 // All symbols of a text, up to and including the end-of-data symbol or the first failure.
-struct Scan {
-    std::vector<std::string> symbols;
-    std::vector<int> lines;
-    bool failed = false;
-    std::string errorText;
-};
+struct Scan { std::vector<std::string> symbols; std::vector<int> lines; bool failed = false; std::string errorText; };
 
 Scan ScanText(const std::string& contents, bool lenient = false)
 {

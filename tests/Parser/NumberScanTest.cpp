@@ -19,11 +19,7 @@ namespace {
 
 constexpr uint32_t kSentinel = 0x12345678u;
 
-struct Outcome {
-  bool ok;
-  uint32_t bits;
-  bool operator==(const Outcome&) const = default;
-};
+struct Outcome { bool ok; uint32_t bits; bool operator==(const Outcome&) const = default; };
 
 std::string Show(std::string_view text) {
   std::string shown = "\"";
