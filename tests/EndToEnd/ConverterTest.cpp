@@ -17,17 +17,13 @@
 namespace {
 
 using namespace std::string_literals;
+using testfiles::Convert;
+using testfiles::kCompiled;
 using testfiles::ReadBytes;
 using testfiles::ReadText;
 using testfiles::ScratchDirectory;
 
 const std::string kBanner = "MakeVern3D Version 2.0\nCopyright (C) The MakeVern3D developers. All rights reserved.\n\n";
-const std::string kCompiled = "File successful compiled.\n";
-
-testfiles::RunResult Convert(const ScratchDirectory& directory, const std::vector<std::string>& arguments)
-{
-    return testfiles::Run(directory.Path(), MAKEVERN3D_EXE, arguments);
-}
 
 std::string Helper(const std::string& name, const std::string& extra = "*HELPER_CLASS \"Dummy\"\n")
 {

@@ -54,14 +54,8 @@ pid_t StartOnTerminal(const testfiles::ScratchDirectory& directory, std::vector<
 // later wait; under -batch nothing waits and the exit code tells of the failure.
 TEST(KeyWait, HoldsOnATerminalUntilOneKeyIsPendingExceptUnderBatch)
 {
-    const struct {
-        std::vector<const char*> arguments;
-        bool held;
-        int exitCode;
-    } cases[] = {
-        {{"first.ase", "second.ase", "good.ase"}, true, 0},
-        {{"-batch", "first.ase", "good.ase"}, false, 2},
-    };
+    const struct { std::vector<const char*> arguments; bool held; int exitCode; } cases[] = {
+        {{"first.ase", "second.ase", "good.ase"}, true, 0}, {{"-batch", "first.ase", "good.ase"}, false, 2}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.arguments[0]);
         testfiles::ScratchDirectory directory;

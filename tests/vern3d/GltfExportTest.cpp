@@ -52,10 +52,7 @@ tinygltf::Model Export(const Scene& scene, std::vector<std::string>* notes = nul
 TEST(GltfExport, DecompositionRebuildsTheMatrix)
 {
     const double third = 1 / std::sqrt(3.0);
-    const struct {
-        std::array<double, 3> scale, axis;
-        double angle;
-    } cases[] = {
+    const struct { std::array<double, 3> scale, axis; double angle; } cases[] = {
         {{1, 1, 1}, {0, 0, 1}, 0},
         {{2, 3, 4}, {0, 0, 1}, 1.0},
         {{1, 1, 1}, {1, 0, 0}, std::numbers::pi},  // trace -1: the branch without w
@@ -82,10 +79,7 @@ TEST(GltfExport, DecompositionRebuildsTheMatrix)
 // validator's verdicts on these matrices exported as they stand.
 TEST(GltfExport, NodesAreTranslationRotationAndScaleWhereTheyCanBe)
 {
-    const struct {
-        std::array<float, 16> matrix;
-        bool keptAsMatrix, straightened;
-    } cases[] = {
+    const struct { std::array<float, 16> matrix; bool keptAsMatrix, straightened; } cases[] = {
         {{-0.0514f, -0.8752f, -0.4810f, 0, -0.2477f, 0.4777f, -0.8429f, 0, 0.9675f, 0.0758f, -0.2413f, 0, 0, 0, 0, 1},
          false, false},
         {{1, 0, 0, 0, 0.5f, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, false, true},
@@ -281,12 +275,7 @@ TEST(GltfExport, AdversarialFilesStayWithinTheBudget)
         }
         return mesh;
     };
-    const struct {
-        const char* name;
-        MeshShape mesh;
-        uint32_t animatedNodes;
-        bool leftOut;
-    } cases[] = {
+    const struct { const char* name; MeshShape mesh; uint32_t animatedNodes; bool leftOut; } cases[] = {
         {"one mesh of many frames", flicker(1, 2000, kComponentPosition), 0, false},
         {"the same, beyond the budget", flicker(1, 2200, kComponentPosition), 0, true},
         {"many batches over many frames", flicker(16, 150, kComponentPosition | kComponentNormal), 0, false},

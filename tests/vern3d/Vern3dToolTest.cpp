@@ -7,13 +7,11 @@
 #include "support/TestFiles.h"
 #include "support/Vern3DBuilder.h"
 #include "vern/Vern3DDecoder.h"
-#include "vern/VernReader.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <regex>
 
@@ -129,12 +127,10 @@ protected:
                 sources.push_back({"compat-" + name, {"-compat"}});
             }
         }
-        directory->Write("matrices.ase", MatrixScene());
-        sources.push_back({"matrices.ase", {}});
-        directory->Write("generated.ase", GeneratedScene());
-        sources.push_back({"generated.ase", {"-map", "-man"}});
-        directory->Write("generated-plain.ase", GeneratedScene());
-        sources.push_back({"generated-plain.ase", {}});
+        for (const auto& [name, text, switches] : {std::tuple{"matrices.ase", MatrixScene(), std::vector<std::string>{}},
+                                                   {"generated.ase", GeneratedScene(), {"-map", "-man"}},
+                                                   {"generated-plain.ase", GeneratedScene(), {}}})
+            directory->Write(name, text), sources.push_back({name, switches});
 
         exports = std::make_unique<std::vector<std::string>>();
         for (const auto& [source, switches] : sources) {
@@ -158,12 +154,7 @@ protected:
         exports->push_back(text);
     }
 
-    static void TearDownTestSuite()
-    {
-        outputs.reset();
-        exports.reset();
-        directory.reset();
-    }
+    static void TearDownTestSuite() { outputs.reset(), exports.reset(), directory.reset(); }
 
     static const Output& Generated()
     {
@@ -233,8 +224,7 @@ TEST_F(Vern3dTool, AssimpImportsTheSameCounts)
         ASSERT_EQ(result.exitCode, 0) << output.glb << result.output;
         auto count = [&](const std::string& label) {
             std::smatch match;
-            const std::regex pattern(label + ":\\s+(\\d+)");
-            return std::regex_search(result.output, match, pattern) ? std::stoull(match[1]) : ~0ull;
+            return std::regex_search(result.output, match, std::regex(label + ":\\s+(\\d+)")) ? std::stoull(match[1]) : ~0ull;
         };
         uint64_t primitives = 0, vertices = 0;
         for (const Node& node : output.scene.nodes) {
@@ -356,11 +346,7 @@ TEST_F(Vern3dTool, DamagedCopiesFailWithChunkOffsetAndReason)
 TEST_F(Vern3dTool, CommandLineMistakesExitWithUsage)
 {
     const std::string file = Generated().vern3d;
-    const struct {
-        std::vector<std::string> arguments;
-        int exitCode;
-        const char* message;
-    } cases[] = {
+    const struct { std::vector<std::string> arguments; int exitCode; const char* message; } cases[] = {
         {{}, 2, "no command given"},
         {{"--help"}, 0, "usage: vern3d"},
         {{"frobnicate"}, 2, "unknown command 'frobnicate'"},
