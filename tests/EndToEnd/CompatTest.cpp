@@ -39,8 +39,7 @@ TEST(Compat, LaterParentsAreLinkedWhenTheFileEnds)
     const std::string never = Helper("child", "nobody") + Helper("x");
     struct Case { const std::string* text; bool compat; std::string error; };  // error empty: converted
     const Case cases[] = {
-        {&later, true, ""},
-        {&later, false, "(3) error: Can not found parent object 'late' of object 'child'.\n"},
+        {&later, true, ""}, {&later, false, "(3) error: Can not found parent object 'late' of object 'child'.\n"},
         {&never, true, "(3) error: Can not found parent object 'nobody' of object 'child'.\n"},
     };
     for (const Case& c : cases) {

@@ -43,11 +43,9 @@ TEST(CommandLine, ConsoleTextAndExitCode)
 {
     const std::string missingThenGood = "missing.ase:\nmissing.ase(1) error: Could not open file 'missing.ase'.\ngood.ase:\n" + kCompiled;
     const struct { std::vector<std::string> arguments; int exitCode; std::string output; } cases[] = {  // output after the banner
-        {{}, 0, ""},
-        {{"-h"}, 0, ReadText(MAKEVERN3D_TEST_DATA "/help_text.txt")},
+        {{}, 0, ""}, {{"-h"}, 0, ReadText(MAKEVERN3D_TEST_DATA "/help_text.txt")},
         {{"good.ase", "-o"}, 1, "An error is occured during a output file operation.\n"},
-        {{"missing.ase", "good.ase"}, 0, missingThenGood},
-        {{"-batch", "missing.ase", "good.ase"}, 2, missingThenGood},
+        {{"missing.ase", "good.ase"}, 0, missingThenGood}, {{"-batch", "missing.ase", "good.ase"}, 2, missingThenGood},
         {{"good.ase", "-batch"}, 0, "good.ase:\n" + kCompiled},
         // Without -uri a "file:" name is the relative path it always was.
         {{"file:good.ase"}, 0, "file:good.ase:\nfile:good.ase(1) error: Could not open file 'file:good.ase'.\n"},
@@ -72,8 +70,7 @@ TEST(Driver, InputsSelectionAndDirectivesShapeTheWrittenTree)
     const std::string longName(300, 'n');
     const struct { std::vector<std::string> arguments; std::vector<std::pair<std::string, uint32_t>> nodes; } cases[] = {
         {{"a.ase", "b.ase", "bad.ase", "-o", "out.bin"}, {{"from b", 0}}},  // the failed third file wrote nothing
-        {{"tree.ase", "-obj", "keep"}, {{"keep", 0}, {"kid", 1}}},
-        {{"long.ase", "-o", "out"}, {{longName, 0}}},
+        {{"tree.ase", "-obj", "keep"}, {{"keep", 0}, {"kid", 1}}}, {{"long.ase", "-o", "out"}, {{longName, 0}}},
     };
     for (const auto& c : cases) {
         ScratchDirectory directory;

@@ -76,10 +76,7 @@ TEST(VertexFiles, OnlyRegularFilesInsideTheFolderAreRead)
         {"short", {}, "The vertex file 'short' is missing or shorter than its counts."},
         {"unequal", {}, "The vertex file 'unequal' holds unequal numbers of vertex sources and vertices."},
         {"vf", {"-vertexdir", "../nowhere"}, "The vertex folder '../nowhere' cannot be opened."},
-        {"vf", {}, "PLAIN"},
-        {"inner", {}, "PLAIN"},
-        {"file:vf", {"-uri"}, "PLAIN"},
-        {"vf", {"-vertexdir", "../vertices"}, "FOLDER"},
+        {"vf", {}, "PLAIN"}, {"inner", {}, "PLAIN"}, {"file:vf", {"-uri"}, "PLAIN"}, {"vf", {"-vertexdir", "../vertices"}, "FOLDER"},
         {"vf", {"-uri", "-vertexdir", "file://" + base + "/vertices"}, "FOLDER"},
         {"outside/secret", {"-vertexdir", ".."}, "SECRET"},
     };

@@ -53,8 +53,7 @@ TEST(GltfExport, DecompositionRebuildsTheMatrix)
 {
     const double third = 1 / std::sqrt(3.0);
     const struct { std::array<double, 3> scale, axis; double angle; } cases[] = {
-        {{1, 1, 1}, {0, 0, 1}, 0},
-        {{2, 3, 4}, {0, 0, 1}, 1.0},
+        {{1, 1, 1}, {0, 0, 1}, 0}, {{2, 3, 4}, {0, 0, 1}, 1.0},
         {{1, 1, 1}, {1, 0, 0}, std::numbers::pi},  // trace -1: the branch without w
         {{0.5, 0.5, 0.5}, {third, -third, -third}, 4.1888},
         {{-1, 2, 1}, {0, 1, 0}, 2.5},  // mirrored

@@ -87,8 +87,7 @@ std::string MatrixScene()
     const char* const rows[][3] = {
         {"-0.0514 -0.8752 -0.4810", "-0.2477 0.4777 -0.8429", "0.9675 0.0758 -0.2413"},
         {"0.9970 -0.0029 -0.0774", "0.0053 0.9995 0.0309", "0.0773 -0.0313 0.9965"},
-        {"1 0 0", "0.5 1 0", "0 0 1"},
-        {"2 0 0", "1 1 0", "0 0 1"},
+        {"1 0 0", "0.5 1 0", "0 0 1"}, {"2 0 0", "1 1 0", "0 0 1"},
     };
     std::string text;
     for (size_t i = 0; i < std::size(rows); ++i) {
@@ -347,20 +346,15 @@ TEST_F(Vern3dTool, CommandLineMistakesExitWithUsage)
 {
     const std::string file = Generated().vern3d;
     const struct { std::vector<std::string> arguments; int exitCode; const char* message; } cases[] = {
-        {{}, 2, "no command given"},
-        {{"--help"}, 0, "usage: vern3d"},
-        {{"frobnicate"}, 2, "unknown command 'frobnicate'"},
-        {{"info"}, 2, "info needs at least one file"},
+        {{}, 2, "no command given"}, {{"--help"}, 0, "usage: vern3d"},
+        {{"frobnicate"}, 2, "unknown command 'frobnicate'"}, {{"info"}, 2, "info needs at least one file"},
         {{"info", file, "--yaml"}, 2, "unknown option for info: --yaml"},
-        {{"dump", file, "--limit", "x"}, 2, "--limit needs a number"},
-        {{"dump", file, file}, 2, "dump takes one file"},
-        {{"check"}, 2, "check needs at least one file"},
-        {{"export", file}, 2, "export needs a file and -o"},
+        {{"dump", file, "--limit", "x"}, 2, "--limit needs a number"}, {{"dump", file, file}, 2, "dump takes one file"},
+        {{"check"}, 2, "check needs at least one file"}, {{"export", file}, 2, "export needs a file and -o"},
         {{"export", file, "-o", "out.obj"}, 2, "must end in .glb or .gltf"},
         {{"export", file, "-o", "/nonexistent/dir/out.glb"}, 1, "cannot write"},
         {{"check", "missing.vern3D"}, 1, "missing.vern3D: error: cannot read"},
-        {{"dump", file, "--limit", "2"}, 0, "... "},
-        {{"dump", file, "--limit", "0"}, 0, "  matrix row 0 "},
+        {{"dump", file, "--limit", "2"}, 0, "... "}, {{"dump", file, "--limit", "0"}, 0, "  matrix row 0 "},
         {{"info", file}, 0, "nodes       4, depth 2"},
     };
     for (const auto& c : cases) {
