@@ -52,8 +52,7 @@ std::string GeneratedScene()
 {
     std::string text =
         "*3DSMAX_ASCIIEXPORT 200\n*SCENE {\n*SCENE_FRAMESPEED 30\n*SCENE_TICKSPERFRAME 160\n}\n"
-        "*MATERIAL_LIST {\n*MATERIAL_COUNT 2\n"
-        "*MATERIAL 0 {\n*MATERIAL_NAME \"wood\"\n*MATERIAL_CLASS \"Standard\"\n"
+        "*MATERIAL_LIST {\n*MATERIAL_COUNT 2\n*MATERIAL 0 {\n*MATERIAL_NAME \"wood\"\n*MATERIAL_CLASS \"Standard\"\n"
         "*MAP_DIFFUSE {\n*MAP_CLASS \"Bitmap\"\n*BITMAP \"C:\\maps\\wood grain.tga\"\n}\n}\n"
         "*MATERIAL 1 {\n*MATERIAL_NAME \"multi\"\n*MATERIAL_CLASS \"Multi-/Unterobjekt\"\n*NUMSUBMTLS 2\n"
         "*SUBMATERIAL 0 {\n*MATERIAL_NAME \"bark\"\n*MATERIAL_CLASS \"Standard\"\n"
