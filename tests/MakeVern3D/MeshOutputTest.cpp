@@ -4,6 +4,7 @@
 #include "Output/LittleEndian.h"
 #include "Scene/VertexNormals.h"
 #include "support/AseTestParse.h"
+#include "support/RandomScenes.h"
 #include "support/TraceCapture.h"
 #include "vern/Vern3DDecoder.h"
 
@@ -22,6 +23,8 @@ namespace {
 
 using asetest::kScene;
 using asetest::ParseAse;
+using randomscenes::Face;
+using randomscenes::MeshBlock;
 using V = std::array<float, 3>;
 
 V Xyz(const vern3d::Vector3& v) { return {v.x, v.y, v.z}; }
@@ -36,27 +39,6 @@ void Put(LittleEndianBuffer& buffer, std::initializer_list<T> values)
 {
     for (T value : values)
         buffer.U32(std::bit_cast<uint32_t>(value));
-}
-
-struct Face { int a, b, c, group = -1, material = 0, ab = 1, bc = 1, ca = 1; };
-
-std::string MeshBlock(const std::vector<V>& vertices, const std::vector<Face>& faces, int time = 0)
-{
-    std::string text = "*MESH {\n*TIMEVALUE " + std::to_string(time) + "\n*MESH_NUMVERTEX " +
-                       std::to_string(vertices.size()) + "\n*MESH_VERTEX_LIST {\n";
-    char line[200];
-    for (size_t i = 0; i < vertices.size(); ++i) {
-        std::snprintf(line, sizeof line, "*MESH_VERTEX %zu %.6f %.6f %.6f\n", i, vertices[i][0], vertices[i][1], vertices[i][2]);
-        text += line;
-    }
-    text += "}\n*MESH_FACE_LIST {\n";
-    for (size_t i = 0; i < faces.size(); ++i) {
-        const Face& f = faces[i];
-        std::snprintf(line, sizeof line, "*MESH_FACE %zu: A: %d B: %d C: %d AB: %d BC: %d CA: %d *MESH_SMOOTHING %s *MESH_MTLID %d\n",
-                      i, f.a, f.b, f.c, f.ab, f.bc, f.ca, f.group < 0 ? "" : std::to_string(f.group).c_str(), f.material);
-        text += line;
-    }
-    return text + "}\n}\n";
 }
 
 // Material 0: sub-materials from `subs` (each a body), or a plain material when `subs` is empty.
@@ -238,7 +220,7 @@ TEST(MeshOutput, AFailedWriteInTheMeshChunkIsReported)
 {
     // A mesh large enough that the buffered data first goes to the disk inside its mesh chunk, and
     // a file size limit that lets the header through but not that data.
-    std::vector<V> vertices;
+    std::vector<Vector3> vertices;
     std::vector<Face> faces;
     const int side = 60;
     for (int i = 0; i < side * side; ++i)
@@ -396,7 +378,7 @@ TEST(FrameStream, FramesChangedAtTheTolerance)
 TEST(FrameStream, AnalyseChoosesAFrameAsTheSource)
 {
     // Frame 1 has a second face: with -analyse 1 the render mesh has two triangles.
-    const std::vector<V> quad = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
+    const std::vector<Vector3> quad = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
     const std::string frames = MeshBlock(quad, {{0, 1, 2}}) + MeshBlock(quad, {{0, 1, 2}, {1, 3, 2}});
     const std::string text = kScene + Materials({}) + Object(MeshBlock(quad, {{0, 1, 2}}) + "*MESH_ANIMATION {\n" + frames + "}\n");
     for (auto [analyse, triangles] : {std::pair{0, 1u}, std::pair{1, 2u}, std::pair{2, 1u}}) {
