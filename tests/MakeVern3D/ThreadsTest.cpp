@@ -99,24 +99,24 @@ std::string Box(int index, int sub, float size, int frames, float step, int mate
 // the faces of every fifth row two-sided.
 std::string Grid(int side)
 {
-    std::string vertices, faces, texVertices, texFaces;
+    std::vector<Vector3> vertices;
+    std::vector<randomscenes::Face> faces;
+    std::string texVertices, texFaces;
     for (int i = 0; i < side * side; ++i) {
-        vertices += Line("*MESH_VERTEX", i, 1.5 * (i % side), 1.5 * (i / side), 0.25 * ((i * 7919) % 13));
+        vertices.push_back({1.5f * float(i % side), 1.5f * float(i / side), 0.25f * float((i * 7919) % 13)});
         texVertices += Line("*MESH_TVERT", i, double(i % side) / side, double(i / side) / side, 0);
     }
-    int f = 0;
     for (int y = 0; y + 1 < side; ++y)
         for (int x = 0; x + 1 < side; ++x) {
             const int base = y * side + x;
             for (const auto& c : {std::array{base, base + 1, base + side + 1}, std::array{base, base + side + 1, base + side}}) {
-                texFaces += Line("*MESH_TFACE", f, c[0], c[1], c[2]);
-                faces += Line("*MESH_FACE", Text(f++) + ":", "A:", c[0], "B:", c[1], "C:", c[2], "AB: 1 BC: 1 CA: 0 *MESH_SMOOTHING",
-                              1 + (x / 7) % 2, "*MESH_MTLID", y % 5 == 0 ? 1 : 0);
+                texFaces += Line("*MESH_TFACE", faces.size(), c[0], c[1], c[2]);
+                faces.push_back({c[0], c[1], c[2], 1 + (x / 7) % 2, y % 5 == 0 ? 1 : 0, 1, 1, 0});
             }
         }
-    return kMaterials + "*GEOMOBJECT {\n*NODE_NAME \"Grid\"\n*MESH {\n*MESH_VERTEX_LIST {\n" + vertices +
-           "}\n*MESH_FACE_LIST {\n" + faces + "}\n*MESH_TVERTLIST {\n" + texVertices + "}\n*MESH_TFACELIST {\n" +
-           texFaces + "}\n}\n*MATERIAL_REF 0\n}\n";
+    std::string mesh = randomscenes::MeshBlock(vertices, faces);
+    mesh.insert(mesh.size() - 2, "*MESH_TVERTLIST {\n" + texVertices + "}\n*MESH_TFACELIST {\n" + texFaces + "}\n");  // before its "}"
+    return kMaterials + "*GEOMOBJECT {\n*NODE_NAME \"Grid\"\n" + mesh + "*MATERIAL_REF 0\n}\n";
 }
 
 TEST(Threads, CorpusConvertsAlikeOnAnyNumberOfThreads)
