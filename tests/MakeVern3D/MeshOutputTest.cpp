@@ -77,7 +77,7 @@ vern3d::Scene Written(const asetest::Parsed& parsed, bool failed = false)
 }
 
 // One triangle (edges AB and BC visible), frames at 0, 100, 200 ms...; frame i moved along x by
-// `moves[i]`.
+// `moves[i]` (no animation block without moves).
 std::string AnimatedScene(const std::vector<float>& moves)
 {
     const Face face{0, 1, 2, -1, 0, 1, 1, 0};
@@ -85,34 +85,41 @@ std::string AnimatedScene(const std::vector<float>& moves)
     for (size_t i = 0; i < moves.size(); ++i)
         frames += MeshBlock({{moves[i], 0, 0}, {1 + moves[i], 0, 0}, {moves[i], 1, 0}}, {face}, static_cast<int>(480 * i));
     return kScene + Materials({}) +
-           Object(MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {face}) + "*MESH_ANIMATION {\n" + frames + "}\n");
+           Object(MeshBlock({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {face}) + (moves.empty() ? "" : "*MESH_ANIMATION {\n" + frames + "}\n"));
 }
 
-TEST(MeshOutput, AnimatedTriangleChunkByteForByte)
+TEST(MeshOutput, TriangleChunkByteForByte)
 {
-    const auto scene = Written(ParseAse(AnimatedScene({0, 1}), {.meshAnimFlags = 1}));
-    const vern3d::Node& node = MeshOf(scene);
-
-    // The sphere grows point by point from the first one, over the render vertices of each frame.
-    Sphere sphere{{0, 0, 0}, 0};
-    for (Vector3 p : {Vector3{0, 0, 0}, Vector3{0, 1, 0}, Vector3{1, 0, 0}, Vector3{1, 0, 0}, Vector3{1, 1, 0}, Vector3{2, 0, 0}})
-        MergeSphere(sphere, {p, 0});
-    LittleEndianBuffer expected;
-    Put(expected, {40u, 1u, 1u, 1u, 3u, 2u});
-    Put(expected, {sphere.centre.x, sphere.centre.y, sphere.centre.z, sphere.radius});
-    Put(expected, {28u, 0u, 0u, 1u, 0u, 3u, 0u});  // one batch
-    Put(expected, {3u, 0u, 1u, 2u, 0u});         // AB and BC visible; corners a, c, b numbered in that order
-    Put(expected, {16u, 0u, 1u, 0u});            // frame 0: every vertex
-    for (V p : {V{0, 0, 0}, V{0, 1, 0}, V{1, 0, 0}}) {
-        Put(expected, {p[0], p[1], p[2], 0.0f, 0.0f, 1.0f});
-        Put(expected, {0xFFFFFFFFu, 0u, 0u, 0u});  // no colour, material 0, u = v = 0
+    for (const bool animated : {false, true}) {  // with a second frame moved by 1 along x, under -map
+        const auto scene = Written(ParseAse(AnimatedScene(animated ? std::vector<float>{0, 1} : std::vector<float>{}),
+                                            {.meshAnimFlags = animated ? 1u : 0u}));
+        const vern3d::Node& node = MeshOf(scene);
+        // The sphere grows point by point from the first one, over the render vertices of each frame.
+        std::vector<Vector3> points = {{0, 0, 0}, {0, 1, 0}, {1, 0, 0}};
+        if (animated)
+            points.insert(points.end(), {{1, 0, 0}, {1, 1, 0}, {2, 0, 0}});
+        Sphere sphere{points[0], 0};
+        for (Vector3 p : points)
+            MergeSphere(sphere, {p, 0});
+        LittleEndianBuffer expected;
+        Put(expected, {40u, animated ? 1u : 0u, 1u, 1u, 3u, animated ? 2u : 1u});
+        Put(expected, {sphere.centre.x, sphere.centre.y, sphere.centre.z, sphere.radius});
+        Put(expected, {28u, 0u, 0u, 1u, 0u, 3u, 0u});  // one batch
+        Put(expected, {3u, 0u, 1u, 2u, 0u});         // AB and BC visible; corners a, c, b numbered in that order
+        Put(expected, {16u, 0u, 1u, 0u});            // frame 0: every vertex
+        for (V p : {V{0, 0, 0}, V{0, 1, 0}, V{1, 0, 0}}) {
+            Put(expected, {p[0], p[1], p[2], 0.0f, 0.0f, 1.0f});
+            Put(expected, {0xFFFFFFFFu, 0u, 0u, 0u});  // no colour, material 0, u = v = 0
+        }
+        if (animated) {  // frame 1 at 100 ms, 100 ms after frame 0: the positions of corners a, c, b
+            expected.U8(1);
+            Put(expected, {16u, 100u, 1u, 100u});
+            Put(expected, {1.0f, 0.0f, 0.0f, 1.0f, 1.0f, 0.0f, 2.0f, 0.0f, 0.0f});
+        }
+        expected.U8(0);
+        EXPECT_EQ(Payload(node), Bytes(expected)) << animated;
+        EXPECT_EQ(node.info.flags, 31u);
     }
-    expected.U8(1);  // frame 1 at 100 ms, 100 ms after frame 0: -map keeps the positions of corners a, c, b
-    Put(expected, {16u, 100u, 1u, 100u});
-    Put(expected, {1.0f, 0.0f, 0.0f, 1.0f, 1.0f, 0.0f, 2.0f, 0.0f, 0.0f});
-    expected.U8(0);
-    EXPECT_EQ(Payload(node), Bytes(expected));
-    EXPECT_EQ(node.info.flags, 31u);
 }
 
 // Triangles that lost a corner to welding.
