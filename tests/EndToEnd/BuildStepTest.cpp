@@ -9,6 +9,7 @@
 
 namespace {
 
+using testfiles::Convert;
 using testfiles::ReadText;
 using testfiles::ScratchDirectory;
 namespace fs = std::filesystem;
@@ -16,13 +17,10 @@ namespace fs = std::filesystem;
 // An object with one triangle; with frames of mesh animation the operations file is read.
 std::string Object(const std::string& name, int frames = 0)
 {
-    const std::string mesh = "*MESH {\n*MESH_NUMVERTEX 3\n*MESH_NUMFACES 1\n*MESH_VERTEX_LIST {\n*MESH_VERTEX 0 0 0 0\n"
-                             "*MESH_VERTEX 1 1 0 0\n*MESH_VERTEX 2 0 1 0\n}\n*MESH_FACE_LIST {\n"
-                             "*MESH_FACE 0: A: 0 B: 1 C: 2 AB: 1 BC: 1 CA: 1 *MESH_SMOOTHING 1 *MESH_MTLID 0\n}\n}\n";
     std::string animation = frames > 0 ? "*MESH_ANIMATION {\n" : "";
     for (int i = 0; i < frames; ++i)
-        animation += mesh + (i + 1 == frames ? "}\n" : "");
-    return "*GEOMOBJECT {\n*NODE_NAME \"" + name + "\"\n" + mesh + animation + "*MATERIAL_REF 0\n}\n";
+        animation += testfiles::kTriangleMesh + (i + 1 == frames ? "}\n" : "");
+    return testfiles::TriangleObject(name, animation + "*MATERIAL_REF 0\n");
 }
 
 // A still scene, an animated one whose two objects named alike share a vertex file, a failing
@@ -40,23 +38,14 @@ void WriteScenes(const ScratchDirectory& directory, const std::string& vertexFol
         directory.Write(vertexFolder + "/" + object, std::string(16, '\0'));
 }
 
-testfiles::RunResult Convert(const ScratchDirectory& directory, const std::vector<std::string>& arguments)
-{
-    return testfiles::Run(directory.Path(), MAKEVERN3D_EXE, arguments);
-}
-
 // The rules name exactly what each converted input read. The file is written whole or not at
 // all: a name Make or Ninja would misread, or a failed write, leaves the earlier file and no
 // temporary one, and says why; under -batch the exit code is 2.
 TEST(DependencyFile, NamesWhatEachConvertedInputReadOrIsNotWritten)
 {
-    const std::string earlier = "earlier\n", compiled = "File successful compiled.\n";
+    const std::string earlier = "earlier\n", compiled = testfiles::kCompiled;
     const std::string unreadable = compiled + "error: The dependency file 'deps.d' is not written: Make and Ninja cannot read the name ";
-    const struct {
-        std::vector<std::string> arguments;  // after "-depfile deps.d"
-        int exitCode;
-        std::string rules, message = {};
-    } cases[] = {
+    const struct { std::vector<std::string> arguments; int exitCode; std::string rules, message = {}; } cases[] = {  // arguments after "-depfile deps.d"
         {{"still.ase", "-ma", "ops.txt"}, 0, "still.vern3D: still.ase\n"},  // no frames: never opened
         {{"anim.ase", "-ma", "ops.txt"}, 0, "anim.vern3D: anim.ase \\\n  ops.txt\n"},
         {{"anim.ase", "-ma", "missing.txt"}, 0, "anim.vern3D: anim.ase\n"},

@@ -17,17 +17,13 @@
 namespace {
 
 using namespace std::string_literals;
+using testfiles::Convert;
+using testfiles::kCompiled;
 using testfiles::ReadBytes;
 using testfiles::ReadText;
 using testfiles::ScratchDirectory;
 
 const std::string kBanner = "MakeVern3D Version 2.0\nCopyright (C) The MakeVern3D developers. All rights reserved.\n\n";
-const std::string kCompiled = "File successful compiled.\n";
-
-testfiles::RunResult Convert(const ScratchDirectory& directory, const std::vector<std::string>& arguments)
-{
-    return testfiles::Run(directory.Path(), MAKEVERN3D_EXE, arguments);
-}
 
 std::string Helper(const std::string& name, const std::string& extra = "*HELPER_CLASS \"Dummy\"\n")
 {
@@ -47,11 +43,9 @@ TEST(CommandLine, ConsoleTextAndExitCode)
 {
     const std::string missingThenGood = "missing.ase:\nmissing.ase(1) error: Could not open file 'missing.ase'.\ngood.ase:\n" + kCompiled;
     const struct { std::vector<std::string> arguments; int exitCode; std::string output; } cases[] = {  // output after the banner
-        {{}, 0, ""},
-        {{"-h"}, 0, ReadText(MAKEVERN3D_TEST_DATA "/help_text.txt")},
+        {{}, 0, ""}, {{"-h"}, 0, ReadText(MAKEVERN3D_TEST_DATA "/help_text.txt")},
         {{"good.ase", "-o"}, 1, "An error is occured during a output file operation.\n"},
-        {{"missing.ase", "good.ase"}, 0, missingThenGood},
-        {{"-batch", "missing.ase", "good.ase"}, 2, missingThenGood},
+        {{"missing.ase", "good.ase"}, 0, missingThenGood}, {{"-batch", "missing.ase", "good.ase"}, 2, missingThenGood},
         {{"good.ase", "-batch"}, 0, "good.ase:\n" + kCompiled},
         // Without -uri a "file:" name is the relative path it always was.
         {{"file:good.ase"}, 0, "file:good.ase:\nfile:good.ase(1) error: Could not open file 'file:good.ase'.\n"},
@@ -76,8 +70,7 @@ TEST(Driver, InputsSelectionAndDirectivesShapeTheWrittenTree)
     const std::string longName(300, 'n');
     const struct { std::vector<std::string> arguments; std::vector<std::pair<std::string, uint32_t>> nodes; } cases[] = {
         {{"a.ase", "b.ase", "bad.ase", "-o", "out.bin"}, {{"from b", 0}}},  // the failed third file wrote nothing
-        {{"tree.ase", "-obj", "keep"}, {{"keep", 0}, {"kid", 1}}},
-        {{"long.ase", "-o", "out"}, {{longName, 0}}},
+        {{"tree.ase", "-obj", "keep"}, {{"keep", 0}, {"kid", 1}}}, {{"long.ase", "-o", "out"}, {{longName, 0}}},
     };
     for (const auto& c : cases) {
         ScratchDirectory directory;
@@ -143,8 +136,9 @@ TEST(FileLayout, SmallScenesByteForByte)
     }
 }
 
-// A failed write is reported with the output's name and the run goes on; an input with errors
-// leaves the earlier file of its output's name.
+// A failed write is reported with the output's name and the run goes on, without the note that
+// -compat would convert the input (it would not help); an input with errors leaves the earlier
+// file of its output's name.
 TEST(WriteFailures, AreReportedAndLeaveTheEarlierFile)
 {
     ScratchDirectory directory;
@@ -162,6 +156,7 @@ TEST(WriteFailures, AreReportedAndLeaveTheEarlierFile)
         EXPECT_EQ(run.exitCode, 0);
         EXPECT_NE(run.output.find(part), std::string::npos) << run.output;
         EXPECT_EQ(run.output.find(kCompiled) == std::string::npos, part.find(kCompiled) == std::string::npos) << run.output;
+        EXPECT_EQ(run.output.find("Note:") == std::string::npos, part.find("writing") != std::string::npos) << run.output;
     }
     EXPECT_EQ(ReadText(previous), "keep me");
 }

@@ -14,10 +14,9 @@
 
 namespace {
 
+using testfiles::kCompiled;
 using testfiles::ReadText;
 using testfiles::ScratchDirectory;
-
-const std::string kCompiled = "File successful compiled.\n";
 
 // A vertex file: its counts, then `fill` repeated over the records (no triangles).
 std::string VertexFile(uint32_t sources, uint32_t vertices, const std::string& fill)
@@ -38,11 +37,7 @@ std::string Objects(const std::string& name, int count = 1, bool material = true
 {
     std::string text = "*MATERIAL_LIST {\n*MATERIAL_COUNT 1\n*MATERIAL 0 {\n}\n}\n";
     for (int i = 0; i < count; ++i)
-        text += "*GEOMOBJECT {\n*NODE_NAME \"" + name +
-                "\"\n*MESH {\n*MESH_NUMVERTEX 3\n*MESH_NUMFACES 1\n*MESH_VERTEX_LIST {\n*MESH_VERTEX 0 0 0 0\n"
-                "*MESH_VERTEX 1 1 0 0\n*MESH_VERTEX 2 0 1 0\n}\n*MESH_FACE_LIST {\n"
-                "*MESH_FACE 0: A: 0 B: 1 C: 2 AB: 1 BC: 1 CA: 1 *MESH_SMOOTHING 1 *MESH_MTLID 0\n}\n}\n" +
-                (material ? "*MATERIAL_REF 0\n" : "") + "}\n";
+        text += testfiles::TriangleObject(name, material ? "*MATERIAL_REF 0\n" : "");
     return text;
 }
 
@@ -67,11 +62,7 @@ TEST(VertexFiles, OnlyRegularFilesInsideTheFolderAreRead)
     std::filesystem::create_symlink("vf", base + "/work/inner");
 
     const std::string outside = " names its vertex file ";
-    const struct {
-        std::string name;
-        std::vector<std::string> switches;
-        std::string result;  // the message, or the bytes the output holds
-    } cases[] = {
+    const struct { std::string name; std::vector<std::string> switches; std::string result; } cases[] = {  // result: the message, or the bytes the output holds
         {"../outside/secret", {}, "Object '../outside/secret'" + outside + "with a '..' component"},
         {"vf/..", {}, "Object 'vf/..'" + outside + "with a '..' component"},
         {base + "/outside/secret", {}, "Object '" + base + "/outside/secret'" + outside + "by an absolute path"},
@@ -85,10 +76,7 @@ TEST(VertexFiles, OnlyRegularFilesInsideTheFolderAreRead)
         {"short", {}, "The vertex file 'short' is missing or shorter than its counts."},
         {"unequal", {}, "The vertex file 'unequal' holds unequal numbers of vertex sources and vertices."},
         {"vf", {"-vertexdir", "../nowhere"}, "The vertex folder '../nowhere' cannot be opened."},
-        {"vf", {}, "PLAIN"},
-        {"inner", {}, "PLAIN"},
-        {"file:vf", {"-uri"}, "PLAIN"},
-        {"vf", {"-vertexdir", "../vertices"}, "FOLDER"},
+        {"vf", {}, "PLAIN"}, {"inner", {}, "PLAIN"}, {"file:vf", {"-uri"}, "PLAIN"}, {"vf", {"-vertexdir", "../vertices"}, "FOLDER"},
         {"vf", {"-uri", "-vertexdir", "file://" + base + "/vertices"}, "FOLDER"},
         {"outside/secret", {"-vertexdir", ".."}, "SECRET"},
     };
@@ -132,12 +120,7 @@ TEST(SafeOutput, AFailedWriteLeavesTheEarlierFile)
 
     const std::string tmpfs = "mount -t tmpfs -o size=16k none small || exit 77; ";
     const std::string limit = "trap '' XFSZ; ulimit -f 32; ";
-    const struct {
-        const char* name;
-        std::string setup;
-        std::vector<std::string> command;
-        std::string target, message;
-    } cases[] = {
+    const struct { const char* name; std::string setup; std::vector<std::string> command; std::string target, message; } cases[] = {
         {"a full file system", tmpfs, {MAKEVERN3D_EXE, "big.ase", "-o", "small/out"}, "out.vern3D",
          "error: Error occured while writing file 'small/out.vern3D'."},
         {"a file size limit", limit, {MAKEVERN3D_EXE, "big.ase", "-o", "small/out"}, "out.vern3D",

@@ -16,18 +16,15 @@ namespace {
 // Reads what the terminal shows until `wanted` appears or `milliseconds` pass.
 bool ReadUntil(int terminal, std::string& seen, const std::string& wanted, int milliseconds)
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
     while (seen.find(wanted) == std::string::npos) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0)
-            return false;
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
         pollfd ready{terminal, POLLIN, 0};
-        if (::poll(&ready, 1, static_cast<int>(left.count())) <= 0)
-            continue;
         char buffer[4096];
-        const ssize_t count = ::read(terminal, buffer, sizeof buffer);
-        if (count <= 0)
-            return seen.find(wanted) != std::string::npos;
+        ssize_t count = 0;
+        if (left <= 0 || (::poll(&ready, 1, static_cast<int>(left)) > 0 && (count = ::read(terminal, buffer, sizeof buffer)) <= 0))
+            return false;  // the time is up, or the terminal has closed
         seen.append(buffer, static_cast<size_t>(count));
     }
     return true;
@@ -54,14 +51,8 @@ pid_t StartOnTerminal(const testfiles::ScratchDirectory& directory, std::vector<
 // later wait; under -batch nothing waits and the exit code tells of the failure.
 TEST(KeyWait, HoldsOnATerminalUntilOneKeyIsPendingExceptUnderBatch)
 {
-    const struct {
-        std::vector<const char*> arguments;
-        bool held;
-        int exitCode;
-    } cases[] = {
-        {{"first.ase", "second.ase", "good.ase"}, true, 0},
-        {{"-batch", "first.ase", "good.ase"}, false, 2},
-    };
+    const struct { std::vector<const char*> arguments; bool held; int exitCode; } cases[] = {
+        {{"first.ase", "second.ase", "good.ase"}, true, 0}, {{"-batch", "first.ase", "good.ase"}, false, 2}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.arguments[0]);
         testfiles::ScratchDirectory directory;

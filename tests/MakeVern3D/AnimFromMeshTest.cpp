@@ -1,5 +1,5 @@
-#include "Parser/Reporter.h"
 #include "Scene/BaseNode.h"
+#include "support/AseTestParse.h"
 
 #include <gtest/gtest.h>
 
@@ -37,14 +37,12 @@ Triangle Moved(const Triangle& triangle, const Turn& turn, const Vector3& offset
 
 MeshNode& AddMesh(BaseNode& root, const std::string& name, const Frames& frames)
 {
-    auto owned = std::make_unique<MeshNode>(name);
-    MeshNode& node = *owned;
+    MeshNode& node = asetest::AddNode<MeshNode>(root, name);
     for (const auto& [time, vertices] : frames) {
         node.frames.push_back(std::make_unique<Mesh>());
         node.frames.back()->time = time;
         node.frames.back()->vertices = vertices;
     }
-    root.AddChild(std::move(owned));
     return node;
 }
 
@@ -69,11 +67,8 @@ TEST(AnimFromMesh, SingleFrameGivesItsBasisAndReplacesKeysFacesAndFrames)
     for (const Vector3& point : {key.position, key.inTangent, key.outTangent})
         EXPECT_EQ(Xyz(point), (std::array<float, 3>{1, 2, 3}));
     ASSERT_EQ(node.rotationKeys.size(), 2u);
-    for (const RotationKey& turn : node.rotationKeys) {
-        EXPECT_EQ(turn.time, 40);
-        EXPECT_EQ(Xyz(turn.axis), (std::array<float, 3>{0, 0, 1}));
-        EXPECT_EQ(turn.angle, 0.0f);
-    }
+    for (const RotationKey& turn : node.rotationKeys)
+        EXPECT_EQ(std::tuple(turn.time, Xyz(turn.axis), turn.angle), std::tuple(40, (std::array<float, 3>{0, 0, 1}), 0.0f));
     EXPECT_TRUE(node.frames.empty());
     EXPECT_TRUE(node.mesh.faces.empty());
     EXPECT_EQ(node.mesh.vertices.size(), 2u);
@@ -89,10 +84,7 @@ TEST(AnimFromMesh, TranslationKeepsTheOrientationAndPutsTangentsAtThirds)
 
     // Steps (10, 0, 0) and (0, -6, 0) times the float32 1/3 (0.333333343): 10 * 1/3 rounds to
     // 3.33333349 (10.0f / 3.0f would be 3.33333325), -6 * 1/3 to -2.
-    struct Expected {
-        int32_t time;
-        std::array<float, 3> position, in, out;
-    };
+    struct Expected { int32_t time; std::array<float, 3> position, in, out; };
     const Expected keys[] = {
         {0, {0, 0, 0}, {0, 0, 0}, {3.33333349f, 0, 0}},
         {100, {10, 0, 0}, {6.66666651f, 0, 0}, {10, -2, 0}},
@@ -100,19 +92,16 @@ TEST(AnimFromMesh, TranslationKeepsTheOrientationAndPutsTangentsAtThirds)
     };
     ASSERT_EQ(node.positionKeys.size(), 3u);
     for (size_t i = 0; i < 3; ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(node.positionKeys[i].time, keys[i].time);
-        EXPECT_EQ(Xyz(node.positionKeys[i].position), keys[i].position);
-        EXPECT_EQ(Xyz(node.positionKeys[i].inTangent), keys[i].in);
-        EXPECT_EQ(Xyz(node.positionKeys[i].outTangent), keys[i].out);
+        const PositionKey& key = node.positionKeys[i];
+        EXPECT_EQ(std::tuple(key.time, Xyz(key.position), Xyz(key.inTangent), Xyz(key.outTangent)),
+                  std::tuple(keys[i].time, keys[i].position, keys[i].in, keys[i].out)) << i;
     }
     const int32_t rotationTimes[] = {0, 100, 300, 300};
     ASSERT_EQ(node.rotationKeys.size(), 4u);
     for (size_t i = 0; i < 4; ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(node.rotationKeys[i].time, rotationTimes[i]);
-        EXPECT_EQ(Xyz(node.rotationKeys[i].axis), (std::array<float, 3>{0, 0, 1}));
-        EXPECT_EQ(node.rotationKeys[i].angle, 0.0f);
+        const RotationKey& key = node.rotationKeys[i];
+        EXPECT_EQ(std::tuple(key.time, Xyz(key.axis), key.angle), std::tuple(rotationTimes[i], std::array<float, 3>{0, 0, 1}, 0.0f))
+            << i;
     }
 }
 
@@ -122,13 +111,7 @@ TEST(AnimFromMesh, EvaluationAtEachFrameTimeReproducesThatFrame)
     // node's space by its world and out by the transform evaluated at frame i's time, must land
     // on frame i's vertices. Each turn is written out as its effect on coordinates; the keys
     // store it as a turn by a negative angle.
-    struct Case {
-        const char* name;
-        Triangle first;
-        Turn turn;
-        Vector3 axis;
-        float angle;
-    };
+    struct Case { const char* name; Triangle first; Turn turn; Vector3 axis; float angle; };
     const float k = 0.577350269f;  // 1 / sqrt(3)
     const float kPi = std::numbers::pi_v<float>;
     const Case cases[] = {
@@ -175,11 +158,7 @@ TEST(AnimFromMesh, EvaluationAtEachFrameTimeReproducesThatFrame)
 TEST(AnimFromMesh, FailuresReportAndChangeNothing)
 {
     // Message 15 without frames; message 20 for a frame of fewer than three vertices, wherever it is.
-    struct Case {
-        const char* name;
-        Frames frames;
-        std::string message;
-    };
+    struct Case { const char* name; Frames frames; std::string message; };
     const Case cases[] = {
         {"no frames", {}, "mesh animation is a mesh animation necessary. This error appears in object 'Box'."},
         {"short first frame", {{0, {{0, 0, 0}, {1, 0, 0}}}, {10, kBase}},
@@ -199,10 +178,8 @@ TEST(AnimFromMesh, FailuresReportAndChangeNothing)
         node.CreateAnimFromMesh(reporter, 1);
         EXPECT_TRUE(reporter.HasError());
         EXPECT_NE(reporter.ErrorText().find(test.message), std::string::npos) << reporter.ErrorText();
-        EXPECT_EQ(node.world(3, 0), 7.0f);
-        EXPECT_EQ(node.positionKeys.size(), 2u);
-        EXPECT_EQ(node.rotationKeys.size(), 1u);
-        EXPECT_EQ(node.mesh.faces.size(), 3u);
+        EXPECT_EQ(std::tuple(node.world(3, 0), node.positionKeys.size(), node.rotationKeys.size(), node.mesh.faces.size()),
+                  std::tuple(7.0f, 2u, 1u, 3u));
         EXPECT_EQ(node.frames.size(), test.frames.size());
     }
 }

@@ -24,13 +24,7 @@ std::string Geom(const std::string& name, const std::string& extra = "")
 // root's children afterwards. Line 0: nothing is printed.
 TEST(AseDocument, ReportsTheirLinesAndWhatIsKept)
 {
-    struct Case {
-        std::string text;
-        int line;
-        std::string message;
-        Names top;
-        bool error = true;
-    };
+    struct Case { std::string text; int line; std::string message; Names top; bool error = true; };
     std::string deep;  // objects inside objects, a thousand deep
     for (int i = 0; i < 1000; ++i)
         deep += "*GEOMOBJECT {\n";
@@ -115,11 +109,9 @@ TEST(GeometryObjects, NamesTransformsAndDefaults)
                            Geom("plain"));
     ASSERT_EQ(ChildNames(parsed.Root()), (Names{"second name", "plain"}));
     const auto& node = asetest::Child<MeshNode>(parsed);
-    EXPECT_EQ(node.world.m, (std::array<float, 16>{2, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 10, 20, 30, 1}));
-    EXPECT_EQ(node.materialRef, 3);
     const auto& plain = asetest::Child<MeshNode>(parsed, 1);
-    EXPECT_EQ(plain.materialRef, -1);
-    EXPECT_EQ(plain.world.m, (std::array<float, 16>{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}));
+    EXPECT_EQ(std::tuple(node.world.m, node.materialRef, plain.world.m, plain.materialRef),
+              std::tuple(std::array<float, 16>{2, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 10, 20, 30, 1}, 3, Matrix::Identity().m, -1));
 
     // Unknown keywords warn, and reading goes on.
     auto unknown = ParseAse(Geom("a", "*SOMETHING 12\n*MESH_CVERTLIST {\n*MESH_VERTCOL 0 1 1 1\n}\n"));
@@ -143,8 +135,7 @@ TEST(GeometryObjects, ParentLinks)
 
     // A parent record may name the root, by the name it gets from the file's path.
     testfiles::ScratchDirectory directory;
-    const std::string source = directory.Write("s.ase", "*HELPEROBJECT {\n*NODE_NAME \"h\"\n*NODE_PARENT \"root node - " +
-                                                             directory.Path() + "/s.ase\"\n}\n");
+    const std::string source = directory.Write("s.ase", Helper("h", "*NODE_PARENT \"root node - " + directory.Path() + "/s.ase\"\n"));
     Reporter reporter;
     Scene scene;
     testing::internal::CaptureStdout();
@@ -165,8 +156,7 @@ TEST(AseReader, EachFileStartsAfresh)
     reader.Read(first, scene);
     EXPECT_EQ(reader.frameSpeed, 30);
     reader.Read(second, scene);
-    EXPECT_EQ(reader.frameSpeed, -1);
-    EXPECT_EQ(reader.ticksPerFrame, -1);
+    EXPECT_EQ(std::pair(reader.frameSpeed, reader.ticksPerFrame), std::pair(-1, -1));
     EXPECT_EQ(scene.root->name, "root node - " + second);
     EXPECT_EQ(ChildNames(scene.root.get()), (Names{"B"}));
 }

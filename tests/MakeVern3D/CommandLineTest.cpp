@@ -8,6 +8,7 @@
 
 namespace {
 
+using Strings = std::vector<std::string>;
 using Token = std::pair<CommandLineTokens::Kind, std::string>;
 constexpr auto Arg = CommandLineTokens::TokenArgument;
 constexpr auto Opt = CommandLineTokens::TokenOption;
@@ -38,12 +39,7 @@ TEST(CommandLineTokens, JoinsArgumentsAndSplitsOnlyOptions)
     EXPECT_EQ(CommandLineTokens(1, argv).Line(), "");
 }
 
-struct Parsed {
-    CommandLineResult result;
-    ConvertSettings settings;
-    CommandLine line;
-    std::string printed;
-};
+struct Parsed { CommandLineResult result; ConvertSettings settings; CommandLine line; std::string printed; };
 
 Parsed Parse(std::vector<const char*> arguments)
 {
@@ -61,24 +57,17 @@ TEST(ReadCommandLine, OptionsFillTheSettings)
                                  "-ma", "ops.txt", "-analyse", "3rd", "-o", "first", "/o", "second", "-vertexdir", "v",
                                  "-depfile", "d"});
     ASSERT_EQ(parsed.result, CommandLineResult::Ok);
-    EXPECT_EQ(parsed.settings.objectNames, (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(parsed.settings.meshAnimFlags, 1u | 16u | 8u);
-    EXPECT_EQ(parsed.line.inputFiles, (std::vector<std::string>{"x.ase"}));
-    EXPECT_TRUE(parsed.settings.ivertex);
-    EXPECT_FALSE(parsed.settings.overtex);  // -ivertex clears it
+    const ConvertSettings& set = parsed.settings;
+    // -ivertex clears -overtex; a later -o replaces an earlier one.
+    EXPECT_EQ(std::tuple(set.objectNames, set.meshAnimFlags, parsed.line.inputFiles, set.ivertex, set.overtex, set.meshOpsFile,
+                         set.analyse, set.vertexFolder, set.dependencyFile, parsed.line.outputName),
+              std::tuple(Strings{"a", "b"}, 1u | 16u | 8u, Strings{"x.ase"}, true, false, "ops.txt", 3, "v", "d", "second"));
     EXPECT_TRUE(Parse({"-overtex"}).settings.overtex);
-    EXPECT_EQ(parsed.settings.meshOpsFile, "ops.txt");
-    EXPECT_EQ(parsed.settings.analyse, 3);
-    EXPECT_EQ(parsed.settings.vertexFolder, "v");
-    EXPECT_EQ(parsed.settings.dependencyFile, "d");
-    EXPECT_EQ(parsed.line.outputName, "second");  // a later -o replaces an earlier one
 
     // Words are compared exactly and only as options; -obj lists add up.
     const Parsed words = Parse({"-map", "mat", "-O", "-obj", "x", "-obj", "y"});
-    EXPECT_EQ(words.settings.meshAnimFlags, 1u);
-    EXPECT_EQ(words.line.inputFiles, (std::vector<std::string>{"mat"}));
-    EXPECT_EQ(words.line.outputName, "");
-    EXPECT_EQ(words.settings.objectNames, (std::vector<std::string>{"x", "y"}));
+    EXPECT_EQ(std::tuple(words.settings.meshAnimFlags, words.line.inputFiles, words.line.outputName, words.settings.objectNames),
+              std::tuple(1u, Strings{"mat"}, "", Strings{"x", "y"}));
     EXPECT_EQ(words.printed, "Unknown option '-O' is ignored.\n");
 
     // -analyse takes the leading number.
@@ -131,15 +120,9 @@ TEST(OutputFileName, CutsAtTheLastDotOfTheWholePath)
 TEST(FilePath, SplitsAtBackslashAndDot)
 {
     const char* const cases[][3] = {  // path, without extension, file name
-        {"scene.ase", "scene", "scene.ase"},
-        {"maps\\wood.tga", "maps\\wood", "wood.tga"},
-        {"my.dir\\scene", "my", "scene"},
-        {"archive.tar.gz", "archive.tar", "archive.tar.gz"},
-        {"dir\\", "dir\\", ""},
-        {"plain", "plain", "plain"},
-        {".hidden", "", ".hidden"},
-        {"a/b/c.tga", "a/b/c", "a/b/c.tga"},
-        {"", "", ""},
+        {"scene.ase", "scene", "scene.ase"}, {"maps\\wood.tga", "maps\\wood", "wood.tga"}, {"my.dir\\scene", "my", "scene"},
+        {"archive.tar.gz", "archive.tar", "archive.tar.gz"}, {"dir\\", "dir\\", ""}, {"plain", "plain", "plain"},
+        {".hidden", "", ".hidden"}, {"a/b/c.tga", "a/b/c", "a/b/c.tga"}, {"", "", ""},
     };
     // One object for all: setting a new path forgets the old cut points.
     FilePath path("a.b\\c");

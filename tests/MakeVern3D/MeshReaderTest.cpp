@@ -25,10 +25,7 @@ std::vector<float> Xs(const Mesh& mesh)
 
 TEST(MeshReading, VerticesByNumber)
 {
-    struct Case {
-        std::string lines;
-        std::vector<float> xs;
-    };
+    struct Case { std::string lines; std::vector<float> xs; };
     const Case cases[] = {
         {"*MESH_NUMVERTEX 3\n*MESH_VERTEX_LIST {\n*MESH_VERTEX 2 2 0 0\n*MESH_VERTEX 0 0 0 0\n*MESH_VERTEX 1 1 0 0\n}\n",
          {0, 1, 2}},
@@ -68,24 +65,15 @@ TEST(MeshReading, FacesTextureListsAndNormals)
     // The smoothing list keeps its first group; labels are not checked.
     EXPECT_EQ(faces,
               (std::vector<std::vector<int>>{{1, 2, 3, 0, 1, 0, -1, 5}, {4, 5, 6, 1, 0, 1, 3, 2}, {7, 8, 9, 1, 1, 1, 12, 0}}));
-    ASSERT_EQ(mesh.texVertices.size(), 3u);
-    EXPECT_EQ(mesh.texVertices[1].index, 2);
-    EXPECT_EQ(mesh.texVertices[1].v, 0.6f);
-    EXPECT_EQ(mesh.texVertices[2].index, 1);
-    ASSERT_EQ(mesh.texFaces.size(), 1u);
-    EXPECT_EQ(std::vector<int>({mesh.texFaces[0].index, mesh.texFaces[0].b}), std::vector<int>({1, 2}));
-    ASSERT_EQ(mesh.normals.size(), 1u);
-    EXPECT_EQ(mesh.normals[0].faceNormal.z, 1.0f);
-    EXPECT_EQ(mesh.normals[0].vertexNormals[2].y, 0.7f);
+    ASSERT_EQ(std::tuple(mesh.texVertices.size(), mesh.texFaces.size(), mesh.normals.size()), std::tuple(3u, 1u, 1u));
+    EXPECT_EQ(std::tuple(mesh.texVertices[1].index, mesh.texVertices[1].v, mesh.texVertices[2].index), std::tuple(2, 0.6f, 1));
+    EXPECT_EQ(std::pair(mesh.texFaces[0].index, mesh.texFaces[0].b), std::pair(1, 2));
+    EXPECT_EQ(std::pair(mesh.normals[0].faceNormal.z, mesh.normals[0].vertexNormals[2].y), std::pair(1.0f, 0.7f));
 }
 
 TEST(MeshReading, TimeValues)
 {
-    struct Case {
-        std::string before, mesh;
-        int32_t time;
-        int warningLine = 0;
-    };
+    struct Case { std::string before, mesh; int32_t time; int warningLine = 0; };
     const Case cases[] = {
         {kScene, "*TIMEVALUE 480\n", 100},
         {kScene, "*TIMEVALUE 0\n", 0},
@@ -107,11 +95,7 @@ TEST(MeshReading, TimeValues)
 
 TEST(MeshReading, ReportsWithTheirLines)
 {
-    struct Case {
-        std::string mesh;
-        int line;
-        std::string text;
-    };
+    struct Case { std::string mesh; int line; std::string text; };
     const std::string face = "*MESH_FACE_LIST {\n*MESH_FACE 0: A: 0 B: 1 C: 2 AB: 1 BC: 1 CA: 1 ";
     const Case cases[] = {
         {face + "*MESH_MTLID 0\n}\n", 5, "Aspected symbol '*MESH_SMOOTHING' but found symbol '*MESH_MTLID'.\n"},
@@ -151,11 +135,10 @@ TEST(MeshAnimation, FramesInFileOrderWithTheVertexCountCheck)
                                                  frame(160, 9) + frame(0, 8) + "}\n"));
     ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
     EXPECT_EQ(parsed.printed, parsed.At(18) + "The vertex count differs to older frames. Object: box Frame: 1\n");
-    const MeshNode& node = FirstMesh(parsed);
-    ASSERT_EQ(node.frames.size(), 3u);
-    EXPECT_EQ(node.frames[0]->time, 66);
-    EXPECT_EQ(node.frames[1]->time, 33);
-    EXPECT_EQ(node.frames[2]->time, 0);
+    std::vector<int32_t> times;
+    for (const auto& frame : FirstMesh(parsed).frames)
+        times.push_back(frame->time);
+    EXPECT_EQ(times, (std::vector<int32_t>{66, 33, 0}));
 
     // Frames before the object's own mesh are compared with an empty mesh.
     const auto early = ParseAse(Object("*MESH_ANIMATION {\n" + frame(0, 0) + frame(0, 3) + "}\n*MESH {\n}\n"));

@@ -77,13 +77,10 @@ std::string AtOnePlace(int faces, int frames = 0, bool emptyFrames = false, cons
     std::string text = "*GEOMOBJECT {\n*NODE_NAME \"" + name + "\"\n*MATERIAL_REF 0\n*MESH {\n*MESH_VERTEX_LIST {\n"
                        "*MESH_VERTEX 0 0 0 0\n}\n*MESH_FACE_LIST {\n*MESH_FACE " + std::to_string(faces - 1) +
                        ": A: 0 B: 0 C: 0 AB: 0 BC: 0 CA: 0 *MESH_SMOOTHING 0 *MESH_MTLID 0\n}\n}\n";
-    if (frames > 0) {
-        text += "*MESH_ANIMATION {\n";
-        for (int f = 0; f < frames; ++f)
-            text += emptyFrames ? "*MESH {}\n" : "*MESH {\n*MESH_VERTEX_LIST {\n*MESH_VERTEX 0 " + std::to_string(f) + " 0 0\n}\n}\n";
-        text += "}\n";
-    }
-    return text + "}\n";
+    for (int f = 0; f < frames; ++f)
+        text += (f == 0 ? "*MESH_ANIMATION {\n" : "") +
+                (emptyFrames ? "*MESH {}\n" : "*MESH {\n*MESH_VERTEX_LIST {\n*MESH_VERTEX 0 " + std::to_string(f) + " 0 0\n}\n}\n");
+    return text + (frames > 0 ? "}\n}\n" : "}\n");
 }
 
 // Processor time, the least of the runs; the peak of live heap bytes, in the last run.

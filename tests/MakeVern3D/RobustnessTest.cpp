@@ -1,15 +1,10 @@
 // Damaged real files: whatever the bytes, the reader ends in a reported error or in a file that
 // decodes and passes every structural check.
-#include "ConversionDriver.h"
-#include "ConvertSettings.h"
-#include "Parser/Reporter.h"
-#include "Scene/Scene.h"
+#include "support/AseTestParse.h"
 #include "support/RandomScenes.h"
-#include "support/TestFiles.h"
 #include "vern/Vern3DDecoder.h"
 
 #include <gtest/gtest.h>
-
 
 namespace {
 
@@ -34,7 +29,6 @@ TEST(Robustness, DamagedCorpusFilesFailCleanlyOrConvert)
 {
     const char* sources[] = {"RotatingCube.ASE", "anim.ASE", "CameraRollAnimWithChildObject.ase", "ThreeCubesGreen.ASE",
                              "xreal-blender241-weapon_marker.ase"};
-    testfiles::ScratchDirectory directory;
     randomscenes::Random random(99);
     int converted = 0;
     int failed = 0;
@@ -42,21 +36,14 @@ TEST(Robustness, DamagedCorpusFilesFailCleanlyOrConvert)
         const std::string original = testfiles::ReadText(std::string(MAKEVERN3D_SHARED_CORPUS "/") + source);
         ASSERT_FALSE(original.empty()) << source;
         for (int round = 0; round < 60; ++round) {
-            const std::string input = directory.Write("damaged.ase", Damage(original, random));
-            const std::string output = directory.File("damaged.vern3D");
-            std::remove(output.c_str());
-            Reporter reporter;
-            Scene read;
-            testing::internal::CaptureStdout();
-            ConvertFile(input, output, {}, reporter, read);
-            testing::internal::GetCapturedStdout();
-            if (reporter.HasError()) {
+            const auto parsed = asetest::ParseAse(Damage(original, random), {}, false);
+            if (parsed.Failed()) {
                 ++failed;
-                EXPECT_EQ(reporter.ErrorText().rfind(input + "(", 0), 0u) << reporter.ErrorText();
+                EXPECT_EQ(parsed.ErrorText().rfind(parsed.source + "(", 0), 0u) << parsed.ErrorText();
                 // Only an object without material is found while the file is written, which goes on.
-                const bool whileWriting = reporter.ErrorText().find("Invalid material id '-1'") != std::string::npos;
-                if (!whileWriting || !testfiles::Exists(output)) {
-                    EXPECT_FALSE(testfiles::Exists(output)) << reporter.ErrorText();
+                const bool whileWriting = parsed.ErrorText().find("Invalid material id '-1'") != std::string::npos;
+                if (!whileWriting || !testfiles::Exists(parsed.output)) {
+                    EXPECT_FALSE(testfiles::Exists(parsed.output)) << parsed.ErrorText();
                     continue;
                 }
             } else {
@@ -64,7 +51,7 @@ TEST(Robustness, DamagedCorpusFilesFailCleanlyOrConvert)
             }
             vern3d::Scene scene;
             std::string error;
-            EXPECT_TRUE(vern3d::DecodeFile(output, &scene, &error)) << source << " round " << round << ": " << error;
+            EXPECT_TRUE(vern3d::DecodeFile(parsed.output, &scene, &error)) << source << " round " << round << ": " << error;
         }
     }
     // Both outcomes occur, so both checks above were exercised.

@@ -1,61 +1,35 @@
-#include "ConversionDriver.h"
-#include "ConvertSettings.h"
 #include "Output/SceneFile.h"
-#include "Parser/Reporter.h"
-#include "Scene/BaseNode.h"
 #include "Scene/NodeIndex.h"
-#include "Scene/Scene.h"
+#include "support/AseTestParse.h"
 #include "support/RandomScenes.h"
-#include "support/TestFiles.h"
 #include "vern/Vern3DDecoder.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cmath>
 #include <cstring>
-#include <string>
 
 namespace {
 
 using Names = std::vector<std::string>;
 
-Names ChildNames(const BaseNode& node)
-{
-    Names names;
-    for (const auto& child : node.Children())
-        names.push_back(child->name);
-    return names;
-}
+Names ChildNames(const BaseNode& node) { return asetest::ChildNames(&node); }
 
-TransformNode* AddHelper(BaseNode& parent, const std::string& name, const Matrix& world = Matrix::Identity())
-{
-    auto node = std::make_unique<TransformNode>(name);
-    node->world = world;
-    TransformNode* raw = node.get();
-    parent.AddChild(std::move(node));
-    return raw;
-}
+using asetest::AddNode;
 
-TEST(SceneTree, FindNodeTakesTheFirstInPreOrder)
+// FindNode takes the first in pre-order; Remove lifts the children to the end.
+TEST(SceneTree, FindNodeAndRemove)
 {
     BaseNode root("root");
-    TransformNode* deep = AddHelper(*AddHelper(root, "a"), "twin");
-    AddHelper(root, "twin");
-    EXPECT_EQ(root.FindNode("twin"), deep);
+    TransformNode& a = AddNode(root, "a");
+    TransformNode& deep = AddNode(a, "twin");
+    AddNode(root, "twin");
+    EXPECT_EQ(root.FindNode("twin"), &deep);
     EXPECT_EQ(root.FindNode("root"), &root);
     EXPECT_EQ(root.FindNode("Twin"), nullptr);
-}
-
-TEST(SceneTree, RemoveLiftsChildrenToTheEnd)
-{
-    BaseNode root("root");
-    TransformNode* a = AddHelper(root, "a");
-    AddHelper(root, "b");
-    AddHelper(*a, "a1");
-    AddHelper(*a, "a2");
-    a->Remove();
-    EXPECT_EQ(ChildNames(root), (Names{"b", "a1", "a2"}));
+    AddNode(a, "a2");
+    a.Remove();
+    EXPECT_EQ(ChildNames(root), (Names{"twin", "twin", "a2"}));
     for (const auto& child : root.Children())
         EXPECT_EQ(child->Parent(), &root);
 }
@@ -91,8 +65,8 @@ TEST(SceneTree, DestroyingTheRootDestroysEveryNodeOnce)
 Names AfterDirectives(const std::string& name)
 {
     BaseNode root("root");
-    AddHelper(*AddHelper(root, name), "kid");
-    AddHelper(root, "last");
+    AddNode(AddNode(root, name), "kid");
+    AddNode(root, "last");
     Reporter reporter;
     root.ApplyNameDirectives(reporter, 1);
     EXPECT_FALSE(reporter.HasError()) << name;
@@ -102,16 +76,11 @@ Names AfterDirectives(const std::string& name)
 TEST(NameDirectives, Table)
 {
     const std::pair<const char*, Names> cases[] = {
-        {"convert()Box", {"Box", "last"}},
-        {"CONVERT(DELETE)Box", {"last", "kid"}},
-        {"convert()", {"", "last"}},
+        {"convert()Box", {"Box", "last"}}, {"CONVERT(DELETE)Box", {"last", "kid"}}, {"convert()", {"", "last"}},
         {"convert(delete,createanimfrommesh)Box", {"last", "kid"}},
         {"convert(createanimfrommesh,delete)Box", {"last", "kid"}},  // a helper: no animation to make
-        {"convert( delete)Box", {"Box", "last"}},
-        {"convert(unknown,other)Box", {"Box", "last"}},
-        {"convert(delete", {"convert(delete", "last"}},
-        {"convert(", {"convert(", "last"}},
-        {"Convert", {"Convert", "last"}},
+        {"convert( delete)Box", {"Box", "last"}}, {"convert(unknown,other)Box", {"Box", "last"}},
+        {"convert(delete", {"convert(delete", "last"}}, {"convert(", {"convert(", "last"}}, {"Convert", {"Convert", "last"}},
         {"convert()convert(delete)", {"convert(delete)", "last"}},
     };
     for (const auto& [name, topLevel] : cases)
@@ -124,9 +93,9 @@ TEST(NameDirectives, LiftedChildrenAreWalkedAgainUnlessTheRemovedChildWasLast)
     // rewritten) names are read once more, so a second prefix is consumed too.
     const auto after = [](bool middle) {
         BaseNode root("root");
-        AddHelper(*AddHelper(root, "convert(delete)m"), "convert()convert()k");
+        AddNode(AddNode(root, "convert(delete)m"), "convert()convert()k");
         if (middle)
-            AddHelper(root, "z");
+            AddNode(root, "z");
         Reporter reporter;
         root.ApplyNameDirectives(reporter, 1);
         return ChildNames(root);
@@ -138,29 +107,14 @@ TEST(NameDirectives, LiftedChildrenAreWalkedAgainUnlessTheRemovedChildWasLast)
 TEST(SelectObjects, KeepsExactlyTheNamedObjects)
 {
     BaseNode root("root");
-    AddHelper(*AddHelper(root, "a"), "a-sub");
-    AddHelper(*AddHelper(root, "b"), "wanted-child");
-    AddHelper(root, "convert()Box");
-    AddHelper(root, "c");
+    AddNode(AddNode(root, "a"), "a-sub");
+    AddNode(AddNode(root, "b"), "wanted-child");
+    AddNode(root, "convert()Box");
+    AddNode(root, "c");
     root.SelectObjects({"a", "wanted-child", "Box", "c"});
     EXPECT_EQ(ChildNames(root), (Names{"a", "c", "wanted-child"}));
     EXPECT_EQ(ChildNames(*root.Children()[0]), (Names{"a-sub"}));
 }
-
-// A node that, as a mesh, gets its bounds when its writing begins; else a plain transform node.
-struct BoundedNode : TransformNode {
-    using TransformNode::TransformNode;
-    HRESULT BeginWrite(NodeWriteContext& context, bool* write) override
-    {
-        if (mesh) {
-            hasBounds = true;
-            bounds = meshSphere;
-        }
-        return TransformNode::BeginWrite(context, write);
-    }
-    bool mesh = false;
-    Sphere meshSphere;
-};
 
 // The record of a node as a literal chain of requests computes it: each node asks its parent,
 // which asks its own parent, and every asked node that has bounds grows its parent's.
@@ -173,7 +127,18 @@ struct Reference {
     Sphere bounds;
     Reference* parent = nullptr;
     std::vector<std::unique_ptr<Reference>> children;
-    NodeInfo written;
+};
+
+// A node that gets its bounds when its writing begins if its mirror is a mesh; else a plain transform node.
+struct BoundedNode : TransformNode {
+    using TransformNode::TransformNode;
+    HRESULT BeginWrite(NodeWriteContext& context, bool* write) override
+    {
+        if (mirror->mesh)
+            hasBounds = true, bounds = mirror->meshSphere;
+        return TransformNode::BeginWrite(context, write);
+    }
+    const Reference* mirror = nullptr;
 };
 
 NodeInfo ReferenceInfo(Reference& node)
@@ -201,30 +166,23 @@ NodeInfo ReferenceInfo(Reference& node)
     return info;
 }
 
-void ReferenceWrite(Reference& node)
+// Writes the subtree of `node`: children first, each record in its place in pre-order.
+void ReferenceWrite(Reference& node, std::vector<NodeInfo>& written)
 {
-    if (node.mesh) {
-        node.hasBounds = true;
-        node.bounds = node.meshSphere;
-    }
+    if (node.mesh)
+        node.hasBounds = true, node.bounds = node.meshSphere;
+    const size_t slot = written.size();
+    written.emplace_back();
     for (auto& child : node.children)
-        ReferenceWrite(*child);
-    node.written = ReferenceInfo(node);
+        ReferenceWrite(*child, written);
+    written[slot] = ReferenceInfo(node);
 }
 
 void ExpectSameInfo(const NodeInfo& actual, const NodeInfo& expected, const std::string& where)
 {
-    EXPECT_EQ(actual.flags, expected.flags) << where;
-    EXPECT_EQ(std::memcmp(&actual.matrix, &expected.matrix, 64), 0) << where;
-    EXPECT_EQ(std::memcmp(&actual.bounds, &expected.bounds, 16), 0) << where;
-    EXPECT_EQ(std::memcmp(&actual.parentBounds, &expected.parentBounds, 16), 0) << where;
-}
-
-void PreOrder(Reference& node, std::vector<Reference*>& out)
-{
-    out.push_back(&node);
-    for (auto& child : node.children)
-        PreOrder(*child, out);
+    EXPECT_EQ(std::tuple(actual.flags, std::memcmp(&actual.matrix, &expected.matrix, 64), std::memcmp(&actual.bounds, &expected.bounds, 16),
+                         std::memcmp(&actual.parentBounds, &expected.parentBounds, 16)),
+              std::tuple(expected.flags, 0, 0, 0)) << where;
 }
 
 TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
@@ -252,13 +210,13 @@ TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
             mirror->parent = referenceParent;
             auto node = std::make_unique<BoundedNode>("n" + std::to_string(nodes.size()));
             node->world = world;
-            node->mesh = mirror->mesh;
-            node->meshSphere = mirror->meshSphere;
+            node->mirror = mirror.get();
             nodes.emplace_back(node.get(), mirror.get());
             parent->AddChild(std::move(node));
             referenceParent->children.push_back(std::move(mirror));
         }
-        ReferenceWrite(reference);
+        std::vector<NodeInfo> expected;
+        ReferenceWrite(reference, expected);
 
         const std::string path = directory.Path() + "/tree.vern3D";
         Reporter reporter;
@@ -266,11 +224,9 @@ TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
         vern3d::Scene scene;
         std::string error;
         ASSERT_TRUE(vern3d::DecodeFile(path, &scene, &error)) << error;
-        std::vector<Reference*> order;
-        PreOrder(reference, order);
-        ASSERT_EQ(scene.nodes.size(), order.size());
-        for (size_t i = 0; i < order.size(); ++i)
-            ExpectSameInfo(scene.nodes[i].info, order[i]->written, "round " + std::to_string(round) + " node " + std::to_string(i));
+        ASSERT_EQ(scene.nodes.size(), expected.size());
+        for (size_t i = 0; i < expected.size(); ++i)
+            ExpectSameInfo(scene.nodes[i].info, expected[i], "round " + std::to_string(round) + " node " + std::to_string(i));
         // A node's own request outside writing, now that the meshes have bounds, asks the same chain.
         for (auto [node, mirror] : nodes) {
             NodeInfo actual;
@@ -290,9 +246,7 @@ TEST(NodeIndex, FindsWhatTheDepthFirstSearchFinds)
         index.Add(&root);
         std::vector<BaseNode*> nodes{&root};
         for (int i = 0; i < 60; ++i) {
-            auto node = std::make_unique<TransformNode>(randomName());
-            BaseNode* raw = node.get();
-            nodes[static_cast<size_t>(random.Int(0, i))]->AddChild(std::move(node));
+            BaseNode* raw = &AddNode(*nodes[static_cast<size_t>(random.Int(0, i))], randomName());
             index.Add(raw);
             nodes.push_back(raw);
             if (random.Chance(0.2)) {  // renamed after linking
@@ -317,15 +271,11 @@ TEST(SceneTree, LongChainsConvertInLinearTime)
     for (int i = 1; i < 100000; ++i)
         text += "*HELPEROBJECT {\n*NODE_NAME \"convert()n" + std::to_string(i) + "\"\n*NODE_PARENT \"" +
                 (i == 1 ? "n0" : "convert()n" + std::to_string(i - 1)) + "\"\n*NODE_TM {\n*TM_ROW3 " + std::to_string(i) + " 0 0\n}\n}\n";
-    testfiles::ScratchDirectory directory;
-    const std::string source = directory.Write("chain.ase", text);
-    Reporter reporter;
-    Scene read;
-    ConvertFile(source, directory.Path() + "/chain.vern3D", {}, reporter, read);
-    ASSERT_FALSE(reporter.HasError()) << reporter.ErrorText();
+    const auto parsed = asetest::ParseAse(text, {}, false);
+    ASSERT_FALSE(parsed.Failed()) << parsed.ErrorText();
     vern3d::Scene scene;
     std::string error;
-    ASSERT_TRUE(vern3d::DecodeFile(directory.Path() + "/chain.vern3D", &scene, &error)) << error;
+    ASSERT_TRUE(vern3d::DecodeFile(parsed.output, &scene, &error)) << error;
     ASSERT_EQ(scene.nodes.size(), 100001u);
     EXPECT_EQ(scene.nodes[100000].name, "n99999");
     EXPECT_EQ(scene.nodes[100000].info.matrix(3, 0), 1.0f);  // one step along x from its parent

@@ -15,8 +15,10 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <tuple>
 #include <vector>
+
+// Settings are given by designated initializers: the fields left out keep their defaults.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 namespace {
 
@@ -60,24 +62,8 @@ Outcome ExpectSameOnThreads(const std::string& source, const ConvertSettings& se
     return one;
 }
 
-ConvertSettings Switches(bool compat, uint32_t flags, int32_t analyse = 0, const std::string& operations = "")
-{
-    ConvertSettings settings;
-    std::tie(settings.compat, settings.meshAnimFlags, settings.analyse, settings.meshOpsFile) =
-        std::tie(compat, flags, analyse, operations);
-    return settings;
-}
-
 using randomscenes::Line;
 using randomscenes::Text;
-
-std::string Vertices(const std::vector<Vector3>& points)
-{
-    std::string text = "*MESH_VERTEX_LIST {\n";
-    for (size_t i = 0; i < points.size(); ++i)
-        text += Line("*MESH_VERTEX", i, points[i]);
-    return text + "}\n";
-}
 
 const std::string kMaterials =
     "*MATERIAL_LIST {\n*MATERIAL 0 {\n*SUBMATERIAL 0 {\n*MAP_DIFFUSE {\n*BITMAP \"a.tga\"\n}\n}\n"
@@ -97,46 +83,40 @@ std::string Box(int index, int sub, float size, int frames, float step, int mate
                            size * static_cast<float>(i >> 2)});
     static const int kFaces[12][3] = {{0, 1, 2}, {1, 3, 2}, {4, 6, 5}, {5, 6, 7}, {0, 4, 1}, {1, 4, 5},
                                       {2, 3, 6}, {3, 7, 6}, {0, 2, 4}, {2, 6, 4}, {1, 5, 3}, {3, 5, 7}};
-    std::string text = "*GEOMOBJECT {\n*NODE_NAME \"Box" + Text(index) + "\"\n" + extra + "*MESH {\n" +
-                       Vertices(corners) + "*MESH_FACE_LIST {\n";
+    std::vector<randomscenes::Face> faces;
     for (int f = 0; f < 12; ++f)
-        text += Line("*MESH_FACE", Text(f) + ":", "A:", kFaces[f][0], "B:", kFaces[f][1], "C:", kFaces[f][2],
-                     "AB: 1 BC: 1 CA: 0 *MESH_SMOOTHING", 1 + f / 2, "*MESH_MTLID", f == 11 && warned ? 7 : sub);
-    text += "}\n}\n";
-    if (frames > 0) {
-        text += "*MESH_ANIMATION {\n";
-        for (int frame = 0; frame < frames; ++frame) {
-            for (Vector3& corner : corners)
-                corner.z += step;
-            text += "*MESH {\n" + Line("*TIMEVALUE", 160 * frame) + Vertices(corners) + "}\n";
-        }
-        text += "}\n";
+        faces.push_back({kFaces[f][0], kFaces[f][1], kFaces[f][2], 1 + f / 2, f == 11 && warned ? 7 : sub, 1, 1, 0});
+    std::string text = "*GEOMOBJECT {\n*NODE_NAME \"Box" + Text(index) + "\"\n" + extra + randomscenes::MeshBlock(corners, faces);
+    for (int frame = 0; frame < frames; ++frame) {
+        for (Vector3& corner : corners)
+            corner.z += step;
+        text += (frame == 0 ? "*MESH_ANIMATION {\n" : "") + randomscenes::MeshBlock(corners, {}, 160 * frame);
     }
-    return text + Line("*MATERIAL_REF", materialRef) + "}\n";
+    return text + (frames > 0 ? "}\n" : "") + Line("*MATERIAL_REF", materialRef) + "}\n";
 }
 
 // A square grid of side x side vertices: texture coordinates, two smoothing groups in stripes, and
 // the faces of every fifth row two-sided.
 std::string Grid(int side)
 {
-    std::string vertices, faces, texVertices, texFaces;
+    std::vector<Vector3> vertices;
+    std::vector<randomscenes::Face> faces;
+    std::string texVertices, texFaces;
     for (int i = 0; i < side * side; ++i) {
-        vertices += Line("*MESH_VERTEX", i, 1.5 * (i % side), 1.5 * (i / side), 0.25 * ((i * 7919) % 13));
+        vertices.push_back({1.5f * float(i % side), 1.5f * float(i / side), 0.25f * float((i * 7919) % 13)});
         texVertices += Line("*MESH_TVERT", i, double(i % side) / side, double(i / side) / side, 0);
     }
-    int f = 0;
     for (int y = 0; y + 1 < side; ++y)
         for (int x = 0; x + 1 < side; ++x) {
             const int base = y * side + x;
             for (const auto& c : {std::array{base, base + 1, base + side + 1}, std::array{base, base + side + 1, base + side}}) {
-                texFaces += Line("*MESH_TFACE", f, c[0], c[1], c[2]);
-                faces += Line("*MESH_FACE", Text(f++) + ":", "A:", c[0], "B:", c[1], "C:", c[2], "AB: 1 BC: 1 CA: 0 *MESH_SMOOTHING",
-                              1 + (x / 7) % 2, "*MESH_MTLID", y % 5 == 0 ? 1 : 0);
+                texFaces += Line("*MESH_TFACE", faces.size(), c[0], c[1], c[2]);
+                faces.push_back({c[0], c[1], c[2], 1 + (x / 7) % 2, y % 5 == 0 ? 1 : 0, 1, 1, 0});
             }
         }
-    return kMaterials + "*GEOMOBJECT {\n*NODE_NAME \"Grid\"\n*MESH {\n*MESH_VERTEX_LIST {\n" + vertices +
-           "}\n*MESH_FACE_LIST {\n" + faces + "}\n*MESH_TVERTLIST {\n" + texVertices + "}\n*MESH_TFACELIST {\n" +
-           texFaces + "}\n}\n*MATERIAL_REF 0\n}\n";
+    std::string mesh = randomscenes::MeshBlock(vertices, faces);
+    mesh.insert(mesh.size() - 2, "*MESH_TVERTLIST {\n" + texVertices + "}\n*MESH_TFACELIST {\n" + texFaces + "}\n");  // before its "}"
+    return kMaterials + "*GEOMOBJECT {\n*NODE_NAME \"Grid\"\n" + mesh + "*MATERIAL_REF 0\n}\n";
 }
 
 TEST(Threads, CorpusConvertsAlikeOnAnyNumberOfThreads)
@@ -144,11 +124,12 @@ TEST(Threads, CorpusConvertsAlikeOnAnyNumberOfThreads)
     testfiles::ScratchDirectory directory;
     const std::string operations = directory.Write(
         "ops.txt", "mesh_move { first_frame 0; last_frame 2; move_x 0.5; move_y 0; move_z 2.5; }\n");
-    const ConvertSettings sets[] = {Switches(false, 0), Switches(true, 31), Switches(true, 1, 1, operations)};
+    const ConvertSettings sets[] = {{}, {.meshAnimFlags = 31, .compat = true},
+                                    {.meshAnimFlags = 1, .meshOpsFile = operations, .analyse = 1, .compat = true}};
     size_t files = 0;
     for (const std::string& folder : {std::string(MAKEVERN3D_SHARED_CORPUS), std::string(MAKEVERN3D_SHARED_CORPUS) + "/odd"})
         for (const std::string& name : testfiles::Entries(folder)) {
-            if (name.size() < 4 || (name.substr(name.size() - 4) != ".ase" && name.substr(name.size() - 4) != ".ASE"))
+            if (!name.ends_with(".ase") && !name.ends_with(".ASE"))
                 continue;
             ++files;
             for (size_t set = 0; set < std::size(sets); ++set)
@@ -199,7 +180,7 @@ TEST(Threads, LargeAndManyMeshesConvertAlike)
     std::string many = kMaterials;
     for (int i = 0; i < 60; ++i)
         many += Box(i, i % 3 == 1, i % 7 == 3 ? 0.05f : 1.0f, i % 4 == 2 ? 3 : 0, i % 8 == 2 ? 0.0f : 0.5f);
-    const Outcome objects = ExpectSameOnThreads(directory.Write("many.ase", many), Switches(true, 1), "many objects");
+    const Outcome objects = ExpectSameOnThreads(directory.Write("many.ase", many), {.meshAnimFlags = 1, .compat = true}, "many objects");
     EXPECT_TRUE(objects.written);
     for (const char* seen : {"Invalid material id '7'", "frame 2  ", "not saved", "more meshes welded"})
         EXPECT_NE(objects.printed.find(seen), std::string::npos) << seen;
@@ -209,7 +190,7 @@ TEST(Threads, LargeAndManyMeshesConvertAlike)
     std::string failing = kMaterials;
     for (int i = 0; i < 40; ++i)
         failing += Box(i, 0, 1.0f, i % 5 == 0 ? 2 : 0, 0.5f, i == 17 ? -1 : 0);
-    const Outcome failed = ExpectSameOnThreads(directory.Write("failing.ase", failing), Switches(false, 1), "error");
+    const Outcome failed = ExpectSameOnThreads(directory.Write("failing.ase", failing), {.meshAnimFlags = 1}, "error");
     EXPECT_NE(failed.printed.find("Invalid material id '-1' in object 'Box17'"), std::string::npos) << failed.printed;
 
     // Output refused past the file's bound: 500 empty frames of a mesh of 48,000 render vertices,
@@ -225,7 +206,7 @@ TEST(Threads, LargeAndManyMeshesConvertAlike)
     refused += "}\n}\n";
     for (int i = 20; i < 40; ++i)
         refused += Box(i, 0, 1.0f, 0, 0.0f);
-    const Outcome refusal = ExpectSameOnThreads(directory.Write("refused.ase", refused), Switches(false, 1), "refusal");
+    const Outcome refusal = ExpectSameOnThreads(directory.Write("refused.ase", refused), {.meshAnimFlags = 1}, "refusal");
     EXPECT_FALSE(refusal.written);
     EXPECT_NE(refusal.printed.find("each rebuilt on"), std::string::npos) << refusal.printed;
 

@@ -28,12 +28,7 @@ public:
 };
 
 // All symbols of a text, up to and including the end-of-data symbol or the first failure.
-struct Scan {
-    std::vector<std::string> symbols;
-    std::vector<int> lines;
-    bool failed = false;
-    std::string errorText;
-};
+struct Scan { std::vector<std::string> symbols; std::vector<int> lines; bool failed = false; std::string errorText; };
 
 Scan ScanText(const std::string& contents, bool lenient = false)
 {
@@ -66,34 +61,40 @@ TEST(SymbolScanner, CutsWordsStringsAndBraces)
     struct Case {
         std::string text;
         std::vector<std::string> symbols;
-        bool failed;
+        std::string error = "";  // the end of the error text, if reading fails
+        std::vector<int> lines = {};  // if given: the line after each symbol
     };
+    const std::string fits(BaseParser::kMaxSymbolLength, 'w');
     const Case cases[] = {
-        {"", {kEnd}, false},
-        {"}", {"}", kEnd}, false},
-        {"abc{d}\n", {"abc", "{", "d", "}", kEnd}, false},
-        {"\"a b\" \"{\" \"\"\n", {"a b", "{", "", kEnd}, false},
-        {"\"two\nlines\" x\n", {"two\nlines", "x", kEnd}, false},
-        {"a(b)c\"d\" ", {"a", "(", "b", ")", "c", "d", kEnd}, false},
-        {"\t\r\n *KEY\r\n", {"*KEY", kEnd}, false},
+        {"", {kEnd}}, {"}", {"}", kEnd}}, {"abc{d}\n", {"abc", "{", "d", "}", kEnd}}, {"\t\r\n *KEY\r\n", {"*KEY", kEnd}},
+        {"\"a b\" \"{\" \"\"\n", {"a b", "{", "", kEnd}}, {"\"two\nlines\" x\n", {"two\nlines", "x", kEnd}},
+        {"a(b)c\"d\" ", {"a", "(", "b", ")", "c", "d", kEnd}},
+        // A word at the end of a line still counts on its line; the quoted string ends on line 3.
+        {"a\nb \"c\nd\"\n\n\n\n\ne\n", {"a", "b", "c\nd", "e", kEnd}, "", {1, 2, 3, 8, 9}},
         // A zero byte where a symbol starts ends the data.
-        {std::string("a \0 b\n", 6), {"a", kEnd}, false},
+        {std::string("a \0 b\n", 6), {"a", kEnd}},
         // Inside a word it is kept, and the symbol ends at it.
-        {std::string("ab\0cd e\n", 8), {"ab", "e", kEnd}, false},
+        {std::string("ab\0cd e\n", 8), {"ab", "e", kEnd}},
         // A quoted text that reads "baseparser file end" is the end-of-data symbol to callers.
-        {"\"baseparser file end\" more\n", {kEnd}, false},
+        {"\"baseparser file end\" more\n", {kEnd}},
         // Bytes above 127 are word characters.
-        {"\xc3\xa9t\xc3\xa9 x\n", {"\xc3\xa9t\xc3\xa9", "x", kEnd}, false},
+        {"\xc3\xa9t\xc3\xa9 x\n", {"\xc3\xa9t\xc3\xa9", "x", kEnd}},
         // A word or quoted string that runs into the end of the text is not returned.
-        {"word", {}, true},
-        {"x \"open", {"x"}, true},
+        {"word", {}, ") error: Could not read next char.\n"},
+        {"x \"open", {"x"}, ") error: Could not read next char.\n"},
+        // Symbols have a length limit, quoted or not.
+        {fits + "\n", {fits, kEnd}},
+        {"\n" + fits + "w\n", {}, "(2) error: Symbol is longer than 4095 characters.\n"},
+        {"\"" + fits + "q\"\n", {}, ") error: Symbol is longer than 4095 characters.\n"},
     };
     for (const Case& test : cases) {
         const Scan scan = ScanText(test.text);
         EXPECT_EQ(scan.symbols, test.symbols) << test.text;
-        EXPECT_EQ(scan.failed, test.failed) << test.text;
-        EXPECT_EQ(scan.errorText.find(") error: Could not read next char.\n") != std::string::npos, test.failed)
-            << scan.errorText;
+        EXPECT_EQ(scan.failed, !test.error.empty()) << test.text;
+        EXPECT_TRUE(scan.errorText.ends_with(test.error)) << scan.errorText;
+        if (!test.lines.empty()) {
+            EXPECT_EQ(scan.lines, test.lines) << test.text;
+        }
     }
 }
 
@@ -142,25 +143,6 @@ TEST(SymbolScanner, ReadCharUngetCharAndReadingPastTheEnd)
     EXPECT_FALSE(next.NextSymbol(symbol));
 }
 
-TEST(SymbolScanner, LinesFollowTheLastCharacterConsumed)
-{
-    const Scan scan = ScanText("a\nb \"c\nd\"\n\n\n\n\ne\n");
-    EXPECT_EQ(scan.symbols, (std::vector<std::string>{"a", "b", "c\nd", "e", kEnd}));
-    // A word at the end of a line still counts on its line; the quoted string ends on line 3.
-    EXPECT_EQ(scan.lines, (std::vector<int>{1, 2, 3, 8, 9}));
-}
-
-TEST(SymbolScanner, OverlongSymbolsAreRefused)
-{
-    const std::string fits(BaseParser::kMaxSymbolLength, 'w');
-    EXPECT_EQ(ScanText(fits + "\n").symbols, (std::vector<std::string>{fits, kEnd}));
-    const Scan word = ScanText("\n" + fits + "w\n");
-    EXPECT_TRUE(word.failed);
-    EXPECT_NE(word.errorText.find("(2) error: Symbol is longer than 4095 characters.\n"), std::string::npos);
-    const Scan quoted = ScanText("\"" + fits + "q\"\n");
-    EXPECT_TRUE(quoted.failed);
-}
-
 TEST(ParseLoop, SkipsBlocksAndHandsOnOtherSymbols)
 {
     ScratchDirectory directory;
@@ -200,18 +182,15 @@ TEST(ParseFile, MissingAndUnreadableFiles)
     ScratchDirectory directory;
     Reporter reporter;
     BaseParser parser(reporter);
-    const HRESULT missing = parser.ParseFile("no-such-file.ase");
-    EXPECT_EQ(static_cast<uint32_t>(missing), 0x80070002u);
+    EXPECT_EQ(static_cast<uint32_t>(parser.ParseFile("no-such-file.ase")), 0x80070002u);
     EXPECT_TRUE(reporter.HasError());
     EXPECT_EQ(reporter.ErrorText(), "no-such-file.ase(1) error: Could not open file 'no-such-file.ase'.\n");
 
-    const HRESULT folder = parser.ParseFile(directory.Path());
-    EXPECT_TRUE(Failed(folder));
+    EXPECT_TRUE(Failed(parser.ParseFile(directory.Path())));
     EXPECT_EQ(reporter.ErrorText(), directory.Path() + "(1) error: Could not read from file '" + directory.Path() + "'.\n");
 
     // The same parser reads the next file with a clear state.
-    const std::string good = directory.Write("good.ase", "{ }\n");
-    EXPECT_EQ(parser.ParseFile(good), S_OK);
+    EXPECT_EQ(parser.ParseFile(directory.Write("good.ase", "{ }\n")), S_OK);
     EXPECT_FALSE(reporter.HasError());
     EXPECT_EQ(parser.Line(), 2);
 }

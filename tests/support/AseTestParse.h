@@ -33,14 +33,14 @@ struct Parsed {
     }
 };
 
-// Writes `text` as an ASE file into a fresh directory and converts it there; the mesh nodes keep
-// their lists.
-inline Parsed ParseAse(const std::string& text, ConvertSettings settings = {})
+// Writes `text` as an ASE file into a fresh directory and converts it there; unless `keepLists` is
+// false, the mesh nodes keep their lists (which also keeps the writing on one thread).
+inline Parsed ParseAse(const std::string& text, ConvertSettings settings = {}, bool keepLists = true)
 {
     Parsed parsed;
     parsed.source = parsed.directory->Write("scene.ase", text);
     parsed.output = parsed.directory->Path() + "/scene.vern3D";
-    settings.keepMeshLists = true;
+    settings.keepMeshLists = keepLists;
     testing::internal::CaptureStdout();
     parsed.outcome = ConvertFile(parsed.source, parsed.output, settings, parsed.reporter, parsed.scene);
     parsed.printed = testing::internal::GetCapturedStdout();
@@ -55,6 +55,16 @@ template <class Node>
 const Node& Child(const Parsed& parsed, size_t index = 0)
 {
     return static_cast<const Node&>(*parsed.Root()->Children().at(index));
+}
+
+// A new node of type `Node` named `name`, added as the last child of `parent`.
+template <class Node = TransformNode>
+Node& AddNode(BaseNode& parent, const std::string& name)
+{
+    auto owned = std::make_unique<Node>(name);
+    Node& node = *owned;
+    parent.AddChild(std::move(owned));
+    return node;
 }
 
 inline std::vector<std::string> ChildNames(const BaseNode* node)

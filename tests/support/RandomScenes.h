@@ -272,6 +272,24 @@ inline std::string Line(const Parts&... parts)
     return line;
 }
 
+// A *MESH block: its vertices, and faces with their smoothing group (-1: none), material id and
+// visible edges.
+struct Face { int a, b, c, group = -1, material = 0, ab = 1, bc = 1, ca = 1; };
+
+inline std::string MeshBlock(const std::vector<Vector3>& vertices, const std::vector<Face>& faces, int time = 0)
+{
+    std::string text = "*MESH {\n" + Line("*TIMEVALUE", time) + Line("*MESH_NUMVERTEX", vertices.size()) + "*MESH_VERTEX_LIST {\n";
+    for (size_t i = 0; i < vertices.size(); ++i)
+        text += Line("*MESH_VERTEX", i, vertices[i]);
+    text += "}\n*MESH_FACE_LIST {\n";
+    for (size_t i = 0; i < faces.size(); ++i) {
+        const Face& f = faces[i];
+        text += Line("*MESH_FACE", Text(i) + ":", "A:", f.a, "B:", f.b, "C:", f.c, "AB:", f.ab, "BC:", f.bc, "CA:", f.ca,
+                     "*MESH_SMOOTHING", f.group < 0 ? "" : Text(f.group), "*MESH_MTLID", f.material);
+    }
+    return text + "}\n}\n";
+}
+
 struct Object {
     std::string fileName, name;  // as written, and after its directive
     int parent = -1;             // index of the object named by *NODE_PARENT

@@ -52,12 +52,8 @@ tinygltf::Model Export(const Scene& scene, std::vector<std::string>* notes = nul
 TEST(GltfExport, DecompositionRebuildsTheMatrix)
 {
     const double third = 1 / std::sqrt(3.0);
-    const struct {
-        std::array<double, 3> scale, axis;
-        double angle;
-    } cases[] = {
-        {{1, 1, 1}, {0, 0, 1}, 0},
-        {{2, 3, 4}, {0, 0, 1}, 1.0},
+    const struct { std::array<double, 3> scale, axis; double angle; } cases[] = {
+        {{1, 1, 1}, {0, 0, 1}, 0}, {{2, 3, 4}, {0, 0, 1}, 1.0},
         {{1, 1, 1}, {1, 0, 0}, std::numbers::pi},  // trace -1: the branch without w
         {{0.5, 0.5, 0.5}, {third, -third, -third}, 4.1888},
         {{-1, 2, 1}, {0, 1, 0}, 2.5},  // mirrored
@@ -82,10 +78,7 @@ TEST(GltfExport, DecompositionRebuildsTheMatrix)
 // validator's verdicts on these matrices exported as they stand.
 TEST(GltfExport, NodesAreTranslationRotationAndScaleWhereTheyCanBe)
 {
-    const struct {
-        std::array<float, 16> matrix;
-        bool keptAsMatrix, straightened;
-    } cases[] = {
+    const struct { std::array<float, 16> matrix; bool keptAsMatrix, straightened; } cases[] = {
         {{-0.0514f, -0.8752f, -0.4810f, 0, -0.2477f, 0.4777f, -0.8429f, 0, 0.9675f, 0.0758f, -0.2413f, 0, 0, 0, 0, 1},
          false, false},
         {{1, 0, 0, 0, 0.5f, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, false, true},
@@ -180,8 +173,7 @@ TEST(GltfExport, ChannelsFollowTheConvertersKeyEvaluation)
     const auto start = ChannelAt(model, 1, "rotation", 0.0f);  // key 0's own rotation is never applied
     ASSERT_EQ(start.size(), 4u);
     EXPECT_NEAR(std::abs(start[3]), 1.0, 1e-6);
-    const auto end = ChannelAt(model, 1, "scale", 0.99f);
-    EXPECT_EQ(end, (std::vector<float>{1, 1, 1}));
+    EXPECT_EQ(ChannelAt(model, 1, "scale", 0.99f), (std::vector<float>{1, 1, 1}));
     // A turn of 3 radians passes 120 degrees (the decomposition's z branch): every sample is a
     // unit turn about z, next to the one before (interpolation takes the short way), ending at -3.
     Animation far = keys;
@@ -194,9 +186,7 @@ TEST(GltfExport, ChannelsFollowTheConvertersKeyEvaluation)
     for (size_t i = 0; i < turns.size(); i += 4) {
         EXPECT_NEAR(std::hypot(turns[i + 2], turns[i + 3]), 1.0, 1e-5) << i / 4;
         EXPECT_EQ(std::abs(turns[i]) + std::abs(turns[i + 1]), 0.0f) << i / 4;
-        if (i > 0) {
-            EXPECT_GT(turns[i + 2] * turns[i - 2] + turns[i + 3] * turns[i - 1], 0.0f) << i / 4;
-        }
+        EXPECT_TRUE(i == 0 || turns[i + 2] * turns[i - 2] + turns[i + 3] * turns[i - 1] > 0.0f) << i / 4;
     }
     EXPECT_NEAR(std::abs(turns[4 * 30 + 2]), std::sin(1.5), 1e-5);
     // Sample times: both keys and the fixed step between, at most the limit.
@@ -281,12 +271,7 @@ TEST(GltfExport, AdversarialFilesStayWithinTheBudget)
         }
         return mesh;
     };
-    const struct {
-        const char* name;
-        MeshShape mesh;
-        uint32_t animatedNodes;
-        bool leftOut;
-    } cases[] = {
+    const struct { const char* name; MeshShape mesh; uint32_t animatedNodes; bool leftOut; } cases[] = {
         {"one mesh of many frames", flicker(1, 2000, kComponentPosition), 0, false},
         {"the same, beyond the budget", flicker(1, 2200, kComponentPosition), 0, true},
         {"many batches over many frames", flicker(16, 150, kComponentPosition | kComponentNormal), 0, false},

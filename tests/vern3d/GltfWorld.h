@@ -26,9 +26,11 @@ inline Mat Multiply(const Mat& a, const Mat& b)
     return m;
 }
 
+constexpr Mat kIdentity{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+
 inline Mat LocalMatrix(const tinygltf::Node& node)
 {
-    Mat m{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    Mat m = kIdentity;
     if (node.matrix.size() == 16) {
         std::copy(node.matrix.begin(), node.matrix.end(), m.begin());
         return m;
@@ -51,10 +53,10 @@ inline Mat LocalMatrix(const tinygltf::Node& node)
 // World matrix of every node of the default scene's tree (parents before children).
 inline std::vector<Mat> WorldMatrices(const tinygltf::Model& model)
 {
-    std::vector<Mat> world(model.nodes.size(), Mat{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
+    std::vector<Mat> world(model.nodes.size(), kIdentity);
     std::vector<std::pair<int, Mat>> open;
     for (int root : model.scenes.at(0).nodes)
-        open.push_back({root, world[0]});
+        open.push_back({root, kIdentity});
     while (!open.empty()) {
         const auto [index, parent] = open.back();
         open.pop_back();

@@ -7,13 +7,11 @@
 #include "support/TestFiles.h"
 #include "support/Vern3DBuilder.h"
 #include "vern/Vern3DDecoder.h"
-#include "vern/VernReader.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <regex>
 
@@ -54,8 +52,7 @@ std::string GeneratedScene()
 {
     std::string text =
         "*3DSMAX_ASCIIEXPORT 200\n*SCENE {\n*SCENE_FRAMESPEED 30\n*SCENE_TICKSPERFRAME 160\n}\n"
-        "*MATERIAL_LIST {\n*MATERIAL_COUNT 2\n"
-        "*MATERIAL 0 {\n*MATERIAL_NAME \"wood\"\n*MATERIAL_CLASS \"Standard\"\n"
+        "*MATERIAL_LIST {\n*MATERIAL_COUNT 2\n*MATERIAL 0 {\n*MATERIAL_NAME \"wood\"\n*MATERIAL_CLASS \"Standard\"\n"
         "*MAP_DIFFUSE {\n*MAP_CLASS \"Bitmap\"\n*BITMAP \"C:\\maps\\wood grain.tga\"\n}\n}\n"
         "*MATERIAL 1 {\n*MATERIAL_NAME \"multi\"\n*MATERIAL_CLASS \"Multi-/Unterobjekt\"\n*NUMSUBMTLS 2\n"
         "*SUBMATERIAL 0 {\n*MATERIAL_NAME \"bark\"\n*MATERIAL_CLASS \"Standard\"\n"
@@ -89,8 +86,7 @@ std::string MatrixScene()
     const char* const rows[][3] = {
         {"-0.0514 -0.8752 -0.4810", "-0.2477 0.4777 -0.8429", "0.9675 0.0758 -0.2413"},
         {"0.9970 -0.0029 -0.0774", "0.0053 0.9995 0.0309", "0.0773 -0.0313 0.9965"},
-        {"1 0 0", "0.5 1 0", "0 0 1"},
-        {"2 0 0", "1 1 0", "0 0 1"},
+        {"1 0 0", "0.5 1 0", "0 0 1"}, {"2 0 0", "1 1 0", "0 0 1"},
     };
     std::string text;
     for (size_t i = 0; i < std::size(rows); ++i) {
@@ -129,12 +125,10 @@ protected:
                 sources.push_back({"compat-" + name, {"-compat"}});
             }
         }
-        directory->Write("matrices.ase", MatrixScene());
-        sources.push_back({"matrices.ase", {}});
-        directory->Write("generated.ase", GeneratedScene());
-        sources.push_back({"generated.ase", {"-map", "-man"}});
-        directory->Write("generated-plain.ase", GeneratedScene());
-        sources.push_back({"generated-plain.ase", {}});
+        for (const auto& [name, text, switches] : {std::tuple{"matrices.ase", MatrixScene(), std::vector<std::string>{}},
+                                                   {"generated.ase", GeneratedScene(), {"-map", "-man"}},
+                                                   {"generated-plain.ase", GeneratedScene(), {}}})
+            directory->Write(name, text), sources.push_back({name, switches});
 
         exports = std::make_unique<std::vector<std::string>>();
         for (const auto& [source, switches] : sources) {
@@ -158,12 +152,7 @@ protected:
         exports->push_back(text);
     }
 
-    static void TearDownTestSuite()
-    {
-        outputs.reset();
-        exports.reset();
-        directory.reset();
-    }
+    static void TearDownTestSuite() { outputs.reset(), exports.reset(), directory.reset(); }
 
     static const Output& Generated()
     {
@@ -233,8 +222,7 @@ TEST_F(Vern3dTool, AssimpImportsTheSameCounts)
         ASSERT_EQ(result.exitCode, 0) << output.glb << result.output;
         auto count = [&](const std::string& label) {
             std::smatch match;
-            const std::regex pattern(label + ":\\s+(\\d+)");
-            return std::regex_search(result.output, match, pattern) ? std::stoull(match[1]) : ~0ull;
+            return std::regex_search(result.output, match, std::regex(label + ":\\s+(\\d+)")) ? std::stoull(match[1]) : ~0ull;
         };
         uint64_t primitives = 0, vertices = 0;
         for (const Node& node : output.scene.nodes) {
@@ -356,25 +344,16 @@ TEST_F(Vern3dTool, DamagedCopiesFailWithChunkOffsetAndReason)
 TEST_F(Vern3dTool, CommandLineMistakesExitWithUsage)
 {
     const std::string file = Generated().vern3d;
-    const struct {
-        std::vector<std::string> arguments;
-        int exitCode;
-        const char* message;
-    } cases[] = {
-        {{}, 2, "no command given"},
-        {{"--help"}, 0, "usage: vern3d"},
-        {{"frobnicate"}, 2, "unknown command 'frobnicate'"},
-        {{"info"}, 2, "info needs at least one file"},
+    const struct { std::vector<std::string> arguments; int exitCode; const char* message; } cases[] = {
+        {{}, 2, "no command given"}, {{"--help"}, 0, "usage: vern3d"},
+        {{"frobnicate"}, 2, "unknown command 'frobnicate'"}, {{"info"}, 2, "info needs at least one file"},
         {{"info", file, "--yaml"}, 2, "unknown option for info: --yaml"},
-        {{"dump", file, "--limit", "x"}, 2, "--limit needs a number"},
-        {{"dump", file, file}, 2, "dump takes one file"},
-        {{"check"}, 2, "check needs at least one file"},
-        {{"export", file}, 2, "export needs a file and -o"},
+        {{"dump", file, "--limit", "x"}, 2, "--limit needs a number"}, {{"dump", file, file}, 2, "dump takes one file"},
+        {{"check"}, 2, "check needs at least one file"}, {{"export", file}, 2, "export needs a file and -o"},
         {{"export", file, "-o", "out.obj"}, 2, "must end in .glb or .gltf"},
         {{"export", file, "-o", "/nonexistent/dir/out.glb"}, 1, "cannot write"},
         {{"check", "missing.vern3D"}, 1, "missing.vern3D: error: cannot read"},
-        {{"dump", file, "--limit", "2"}, 0, "... "},
-        {{"dump", file, "--limit", "0"}, 0, "  matrix row 0 "},
+        {{"dump", file, "--limit", "2"}, 0, "... "}, {{"dump", file, "--limit", "0"}, 0, "  matrix row 0 "},
         {{"info", file}, 0, "nodes       4, depth 2"},
     };
     for (const auto& c : cases) {
