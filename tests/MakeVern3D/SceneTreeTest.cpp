@@ -205,7 +205,7 @@ TEST(NodeInfo, WritingMatchesTheLiteralChainOfRequests)
             Matrix& world = mirror->world;
             world(0, 0) = world(2, 2) = scale;
             world(1, 1) = 1.0f / scale;
-            for (const auto [row, column, range] : {std::array{0, 1, 100}, {3, 0, 1000}, {3, 1, 1000}, {3, 2, 1000}})
+            for (const auto [row, column, range] : {std::array{0, 1, 100}, {1, 0, 50}, {3, 0, 1000}, {3, 1, 1000}, {3, 2, 1000}})
                 world(row, column) = random.Hundredths(-range, range);
             mirror->parent = referenceParent;
             auto node = std::make_unique<BoundedNode>("n" + std::to_string(nodes.size()));
