@@ -110,7 +110,7 @@ TEST(GltfExport, NodesAreTranslationRotationAndScaleWhereTheyCanBe)
 }
 
 // A matrix glTF cannot hold fails the export with the node's name, and nothing is written.
-TEST(GltfExport, NonFiniteMatrixFailsTheExport)
+TEST(GltfExport, NonFiniteTransformsFailTheExport)
 {
     std::array<float, 16> matrix = RowMatrix({1, 1, 1}, {0, 0, 1}, 0, {0, 0, 0});
     matrix[13] = std::nanf("");
@@ -119,6 +119,11 @@ TEST(GltfExport, NonFiniteMatrixFailsTheExport)
     EXPECT_FALSE(ExportGltf(BuildScene(Root({{"bad", InfoFor(Matrix{matrix}), nullptr, nullptr, {}}}), {}),
                             directory.File("out.glb"), {}, &error));
     EXPECT_EQ(error, "node 'bad': its matrix is not finite");
+    // So do keys that give a transform that is not finite.
+    Animation keys;
+    keys.positionKeys = {{0, {0, 0, 0}, {0, 0, 0}, {0, 0, 0}}, {990, {std::nanf(""), 0, 0}, {0, 0, 0}, {0, 0, 0}}};
+    EXPECT_FALSE(ExportGltf(BuildScene(Root({Child("keyed", &keys)}), {}), directory.File("out.glb"), {}, &error));
+    EXPECT_EQ(error, "node 'keyed': its keys give a transform that is not finite");
     EXPECT_FALSE(testfiles::Exists(directory.File("out.glb")));
 }
 
