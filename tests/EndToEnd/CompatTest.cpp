@@ -85,6 +85,9 @@ TEST(Compat, RealWorldCausesConvertWithTheirWarning)
                                        "*MESH_VERTEXNORMAL 2 0 0 1\n}\n"),
          "(22) warning: The normal list holds values that are not finite numbers; they are not used.\n",
          "(18) error: Symbol '(' could not scanned.\n"},
+        {kMaterial + Triangle("1 0 0", "*MESH_NORMALS {\n*MESH_FACENORMAL 0 0 0 1\n*MESH_FACENORMAL 0 0 0 1\n}\n"),  // said once a list
+         "(18) warning: Face normals come without corner normals; the corners take their face's normal.\n",
+         "(19) error: Aspected symbol '*MESH_VERTEXNORMAL' but found symbol '*MESH_FACENORMAL'.\n"},
         {"*MATERIAL_LIST {\n*MATERIAL {\n*SUBMATERIAL {\n}\n}\n}\n" + triangle,
          "(2) warning: '*MATERIAL' without a number takes 0, the next in order; so do the later ones of this list.\n",
          "(2) error: Symbol '{' could not scanned.\n"},
