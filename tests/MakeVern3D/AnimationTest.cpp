@@ -45,6 +45,12 @@ TEST(AnimationKeys, TicksBecomeMillisecondsAndTangentsControlPoints)
         EXPECT_NEAR(keys[0].outTangent.x, c.third, c.tolerance);
         EXPECT_NEAR(keys[1].inTangent.x, 3.0f - c.third, c.tolerance);
     }
+    // Under -compat a file without timing takes 3ds Max's 30 frames of 160 ticks a second.
+    ConvertSettings compat;
+    compat.compat = true;
+    auto defaults = ParseAse(AnimatedHelper("*CONTROL_POS_BEZIER {\n*CONTROL_BEZIER_POS_KEY 4800 0 0 0 0 0 0 0 0 0 0\n}\n"), compat);
+    EXPECT_EQ(FirstNode(defaults).positionKeys.at(0).time, 1000);
+    EXPECT_NE(defaults.printed.find("'SCENE_FRAMESPEED'; 30 is taken."), std::string::npos) << defaults.printed;
 }
 
 TEST(AnimationKeys, BlocksReplaceAndOnlyTheirKindIsSet)
