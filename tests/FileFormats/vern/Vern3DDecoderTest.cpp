@@ -211,6 +211,14 @@ TEST(SceneDecoding, FailuresNameChunkAndFileOffset)
     };
     const auto at = [](const char* where, uint64_t offset) { return where + (", file offset " + std::to_string(offset)); };
     const char* box = "ChunkMesh of node 'Box' (directory entry 3)";
+    // A node with keys whose mesh entry says keys: a second key chunk.
+    Animation keys;
+    keys.positionKeys = {{0, {0, 0, 0}, {}, {}}};
+    Bytes twoKeyChunks = BuildFile(Root({Child("Box", &keys, &sample)}), {{{0, "a.tga"}}, {}});
+    uint64_t entry = GetU32(twoKeyChunks, 24);
+    while (entry + 16 < twoKeyChunks.size() && GetU32(twoKeyChunks, entry) != kChunkMesh)
+        entry += 16;
+    PutU32(twoKeyChunks, entry, kChunkNodeAnimation);
     const struct { const char* name; Bytes file; std::string reason; } cases[] = {
         {"texture set outside the table", SampleFile(sample, 1),
          at(box, mesh + 68 + 24) + ": batch 1 names texture set 1 of 1"},
@@ -221,6 +229,7 @@ TEST(SceneDecoding, FailuresNameChunkAndFileOffset)
         {"more texture entries than the table holds", damaged(table + 12 + 8, 100),  // set 0's entry count
          at("ChunkTextureTable (directory entry 4)", table + 20) + ": 100 texture entries do not fit into the table"},
         {"other file type", damaged(8, GetU32(valid, 8) ^ 1), "header, file offset 8: the file type GUID is not that of vern3D"},
+        {"a second key chunk", twoKeyChunks, "unexpected chunk under a node (order: nodes, keys, mesh)"},
     };
     for (const auto& c : cases) {
         Scene scene;
