@@ -124,6 +124,14 @@ TEST(GltfExport, NonFiniteTransformsFailTheExport)
     keys.positionKeys = {{0, {0, 0, 0}, {0, 0, 0}, {0, 0, 0}}, {990, {std::nanf(""), 0, 0}, {0, 0, 0}, {0, 0, 0}}};
     EXPECT_FALSE(ExportGltf(BuildScene(Root({Child("keyed", &keys)}), {}), directory.File("out.glb"), {}, &error));
     EXPECT_EQ(error, "node 'keyed': its keys give a transform that is not finite");
+    // And so does a stored frame's vertex that is not finite, the first one too.
+    FrameShape frame;
+    frame.vertices = {{{0, 0, 0}, {0, 0, 1}, ~0u, 0, 0, 0}, {{1, 0, 0}, {0, 0, 1}, ~0u, 0, 0, 0}, {{0, 1, 0}, {0, 0, 1}, ~0u, 0, 0, 0}};
+    FrameShape later = frame;
+    later.header.time = 100, later.header.delta = 100, later.vertices[0].position.x = std::nanf("");
+    const MeshShape mesh = TriangleMesh(kComponentPosition, {frame, later});
+    EXPECT_FALSE(ExportGltf(BuildScene(Root({Child("waver", nullptr, &mesh)}), {{}}), directory.File("out.glb"), {}, &error));
+    EXPECT_EQ(error, "node 'waver': vertex 0 of stored frame 1 has a position that is not a finite number");
     EXPECT_FALSE(testfiles::Exists(directory.File("out.glb")));
 }
 
