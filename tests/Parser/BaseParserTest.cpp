@@ -261,6 +261,9 @@ TEST(SymbolScanner, ByteOrderMarksAndLargeFilesReadAlike)
     // A character beyond ASCII arrives as UTF-8; a lone surrogate as U+FFFD.
     EXPECT_EQ(ScanText(std::string("\xFF\xFE\xE9\x00\x20\x00\x00\xD8\x0A\x00", 10)).symbols,
               (std::vector<std::string>{"\xC3\xA9", "\xEF\xBF\xBD", kEnd}));
+    // Half a mark is no mark: the bytes read as they stand.
+    for (const std::string half : {"\xFF" "x y\n", "\xFE" "x y\n", "x\xFE y\n", "x\xFF y\n"})
+        EXPECT_EQ(ScanText(half).symbols, (std::vector<std::string>{half.substr(0, 2), "y", kEnd}));
 }
 
 }  // namespace
